@@ -1,0 +1,157 @@
+/*
+ * aklac.h - audio-coding primitives: bitstream, variable-length codes,
+ * MPEG-1/2 Layer III and AAC decoding stages, transforms, vector utilities.
+ *
+ * Every operation is a re-entrant function over caller-owned buffers and
+ * library-built context objects and returns a Status (0 success, negative
+ * error, positive warning).  Arguments are checked before anything is
+ * written, in this order: null pointers, then sizes and ranges, then context
+ * tags, then record consistency; the first failing check decides the status
+ * and leaves every output and cursor untouched.
+ *
+ * Bit-level operations take a bitstream cursor: a pointer to the caller's
+ * byte pointer and a pointer to the bit offset 0..7 in that byte, counted
+ * from the most significant bit.  On success both are advanced past what was
+ * read or written.  Readers load aligned big-endian 32-bit words, so an input
+ * buffer must be readable from the aligned word holding the first bit through
+ * the aligned word after the last bit used.
+ *
+ * Valid C99 and C++.
+ */
+#ifndef AKLAC_H
+#define AKLAC_H
+
+#if defined(__GNUC__)
+#define AKLAC_API __attribute__((visibility("default")))
+#else
+#define AKLAC_API
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* ------------------------------------------------------------------------
+ * Element types
+ * ---------------------------------------------------------------------- */
+typedef unsigned char Akl8u;
+typedef signed char Akl8s;
+typedef short Akl16s;
+typedef int Akl32s;
+typedef unsigned int Akl32u;
+typedef unsigned long long Akl64u;
+typedef float Akl32f;
+typedef struct { Akl16s re; Akl16s im; } Akl16sc;
+typedef struct { Akl32s re; Akl32s im; } Akl32sc;
+typedef struct { Akl32f re; Akl32f im; } Akl32fc;
+
+/* ------------------------------------------------------------------------
+ * Status values
+ * ---------------------------------------------------------------------- */
+typedef Akl32s Status;
+
+enum AklStatusCode {
+  kStsMisalignedWarn = 2,       /* warning: a data pointer is not 16-byte aligned; work done in full */
+  kStsOk = 0,                   /* success */
+  kStsErr = -2,                 /* unclassified error */
+  kStsBadArgErr = -5,           /* an argument value is out of its allowed range */
+  kStsSizeErr = -6,             /* a length, size or count is out of range */
+  kStsNullPtr = -8,             /* a required pointer is null */
+  kStsMemAllocErr = -9,         /* memory allocation failed */
+  kStsFftOrderErr = -15,        /* FFT order out of range */
+  kStsFftFlagErr = -16,         /* FFT normalisation flag not 1, 2, 4 or 8 */
+  kStsContextMismatch = -17,    /* the context does not carry the expected type tag */
+  kStsFIRLenErr = -26,          /* block FIR: taps or block length not positive, or state inconsistent */
+  kStsNumChannelsErr = -53,     /* number of channels below 1 */
+  kStsVLCDataErr = -127,        /* VLC decoding: bad offset or tag, or an undecodable escape */
+  kStsVLCTableErr = -129,       /* VLC table build: bad lengths, sub-table sizes or prefix conflict */
+  kStsAacAotErr = -136,         /* audio object type above 16 */
+  kStsAacLayerFlagErr = -137,   /* scalable-layer flag outside 0..1 */
+  kStsAacDiffCtrlFlagErr = -138, /* difference-control flag argument outside 0..1 */
+  kStsAacMsMaskFlagErr = -139,  /* extension-layer M/S mask flag outside 0..1 */
+  kStsAacStereoFlagErr = -140,  /* scalable-header stereo flag outside 0..1 */
+  kStsAacChanErr = -141,        /* number of channels outside 1..2 */
+  kStsAacMsMaskErr = -142,      /* msMaskPresent outside 1..2 */
+  kStsAacCommonWinErr = -143,   /* common-window flag outside 0..1 */
+  kStsAacWinSeqErr = -144,      /* window sequence outside 0..3 */
+  kStsAacWinGrpErr = -145,      /* window groups outside 1..8 (or not 1 for long windows) */
+  kStsAacWinLenErr = -146,      /* window length not 128 (or 1024) */
+  kStsAacSmpRateIdxErr = -147,  /* sampling-frequency index outside 0..11 */
+  kStsAacBitOffsetErr = -149,   /* cursor bit offset outside 0..7 */
+  kStsAacTnsDirectErr = -152,   /* TNS direction not 0 or 1 */
+  kStsAacTnsCoefErr = -153,     /* TNS coefficient outside -8..7 */
+  kStsAacTnsCoefResErr = -154,  /* TNS coefficient resolution not 3 or 4 */
+  kStsAacTnsOrderErr = -155,    /* TNS order above 7 (short) or 12 (long) */
+  kStsAacTnsLenErr = -156,      /* TNS length negative or above the number of bands */
+  kStsAacTnsNumFiltErr = -157,  /* TNS filter count negative or above 3 (long) / 1 (short) */
+  kStsAacSectDataErr = -158,    /* section lengths do not add up to max_sfb */
+  kStsAacGainCtrlErr = -159,    /* gain-control data present (not supported) */
+  kStsAacPulseErr = -160,       /* pulse data invalid */
+  kStsAacPredSfbErr = -161,     /* predictor band limit outside 0..41 */
+  kStsAacMaxSfbErr = -162,      /* max_sfb or band limit above its maximum */
+  kStsAacCoefValErr = -163,     /* quantized coefficient magnitude above 8191 */
+  kStsAacSfValErr = -164,       /* scale factor or noise energy outside 0..255 */
+  kStsAacCodebookErr = -166,    /* section codebook not allowed here */
+  kStsAacPrgNumErr = -167,      /* number of program configuration elements outside 1..16 */
+  kStsMP3SideInfoErr = -170,    /* side information invalid */
+  kStsMP3FrameHeaderErr = -171, /* frame header unsupported or invalid */
+  kStsBitOffsetErr = -193,      /* escape-block VLC: bit offset outside 0..7 */
+  kStsNotSupportedModeErr = -9999, /* the requested mode is not supported */
+  /* statuses particular to one family: */
+  /* @status-end */
+};
+
+/* ------------------------------------------------------------------------
+ * Version record
+ * ---------------------------------------------------------------------- */
+typedef struct {
+  Akl32s major;          /* 8 */
+  Akl32s minor;          /* 1 */
+  Akl32s majorBuild;     /* 1 */
+  Akl32s build;          /* 42291 */
+  char targetCpu[4];     /* "mx" and two zero bytes: generic x86-64 code */
+  const char* Name;      /* "aklAC PX (mx)" */
+  const char* Version;   /* "8.1.1 (r42291)" */
+  const char* BuildDate; /* "Apr 10 2014" */
+} AklLibraryVersion;
+
+/* Returns the library's constant version record; the same pointer on every call. */
+AKLAC_API const AklLibraryVersion* aklacGetLibVersion(void);
+
+/* ========================================================================
+ * Variable-length codes
+ * ====================================================================== */
+/* @vlc-end */
+
+/* ========================================================================
+ * MPEG-1/2 Layer III
+ * ====================================================================== */
+/* @mp3-bitstream-end */
+/* @mp3-signal-end */
+
+/* ========================================================================
+ * AAC
+ * ====================================================================== */
+/* @aac-bitstream-end */
+/* @aac-spectral-end */
+
+/* ========================================================================
+ * SBR
+ * ====================================================================== */
+/* @sbr-end */
+
+/* ========================================================================
+ * Transforms: general MDCT, block FIR
+ * ====================================================================== */
+/* @transform-end */
+
+/* ========================================================================
+ * Vector utilities
+ * ====================================================================== */
+/* @vector-end */
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* AKLAC_H */
