@@ -8,8 +8,10 @@
 // and t is odd, t moves one step away from zero.  This is the add-half-and-
 // truncate rule with its tie correction, without the rounding that a float
 // x + 0.5 would make just below 0.5 (0.49999997 + 0.5 rounds to 1.0 in float).
-// The clamp runs before the conversion, so the 32-bit truncation never sees
-// an out-of-range value; NaN fails both comparisons of the clamp in SSE's
+// When the MXCSR rounding mode is round-to-nearest-even (checked once per
+// call) the processor's conversion gives the same integers and is used
+// instead.  The clamp runs before the conversion, so it never sees an
+// out-of-range value; NaN fails both comparisons of the clamp in SSE's
 // max(x, lo) and ends at -32768, and the scalar path does the same.
 #include <emmintrin.h>
 
@@ -43,11 +45,61 @@ inline __m128i RoundSat4(__m128 x) {
   return t;
 }
 
-inline __m128i Round8(const Akl32f* p) {
-  return _mm_packs_epi32(RoundSat4(_mm_loadu_ps(p)), RoundSat4(_mm_loadu_ps(p + 4)));
-}
+// The same with the processor's own conversion, which rounds by the MXCSR
+// mode: used only when that mode is round-to-nearest-even (the default), where
+// it gives the same integers at a quarter of the work.
+// Only the upper clamp is needed: below -2^31, -inf and NaN convert to the
+// integer indefinite value 0x80000000, and the packs to 16 bits saturate
+// everything else below -32768.  The operand order of min matters: with
+// min(hi, x) a NaN x is passed through to the conversion (-> -32768).
+inline __m128i RoundSat4Nearest(__m128 x) { return _mm_cvtps_epi32(_mm_min_ps(_mm_set1_ps(kMaxS16), x)); }
 
 inline void Store(Akl16s* p, __m128i v) { _mm_storeu_si128(reinterpret_cast<__m128i*>(p), v); }
+
+template <__m128i (*Round)(__m128)>
+inline __m128i Round8(const Akl32f* p) {
+  return _mm_packs_epi32(Round(_mm_loadu_ps(p)), Round(_mm_loadu_ps(p + 4)));
+}
+
+template <__m128i (*Round)(__m128)>
+int JoinVector(const Akl32f* const* src, int ch, int len, Akl16s* dst) {
+  int i = 0;
+  if (ch == 1) {
+    for (; i + 8 <= len; i += 8) Store(dst + i, Round8<Round>(src[0] + i));
+  } else if (ch == 2) {
+    for (; i + 4 <= len; i += 4) {
+      const __m128i a = Round(_mm_loadu_ps(src[0] + i)), b = Round(_mm_loadu_ps(src[1] + i));
+      Store(dst + 2 * i, _mm_packs_epi32(_mm_unpacklo_epi32(a, b), _mm_unpackhi_epi32(a, b)));
+    }
+  } else if (ch == 6) {
+    // Four frames per step: channel pairs packed into 32-bit lanes, then the
+    // three pair streams interleaved.
+    for (; i + 4 <= len; i += 4) {
+      __m128 pair[3];
+      for (int p = 0; p < 3; ++p) {
+        const __m128i a = Round(_mm_loadu_ps(src[2 * p] + i));
+        const __m128i b = Round(_mm_loadu_ps(src[2 * p + 1] + i));
+        pair[p] = _mm_castsi128_ps(_mm_packs_epi32(_mm_unpacklo_epi32(a, b), _mm_unpackhi_epi32(a, b)));
+      }
+      __m128 out[3];
+      Interleave3x32(pair[0], pair[1], pair[2], out);
+      Akl16s* o = dst + 6 * i;
+      for (int k = 0; k < 3; ++k) Store(o + 8 * k, _mm_castps_si128(out[k]));
+    }
+  } else {
+    // Any other count: eight samples of one row rounded at once, then
+    // scattered with the channel stride.
+    for (; i + 8 <= len; i += 8) {
+      for (int c = 0; c < ch; ++c) {
+        alignas(16) Akl16s r[8];
+        _mm_store_si128(reinterpret_cast<__m128i*>(r), Round8<Round>(src[c] + i));
+        Akl16s* o = dst + static_cast<std::ptrdiff_t>(i) * ch + c;
+        for (int k = 0; k < 8; ++k) o[k * ch] = r[k];
+      }
+    }
+  }
+  return i;  // frames done
+}
 
 }  // namespace
 
@@ -62,41 +114,8 @@ Akl16s JoinOne(Akl32f x) {
 }
 
 void Join32f16s(const Akl32f* const* src, int ch, int len, Akl16s* dst) {
-  int i = 0;
-  if (ch == 1) {
-    for (; i + 8 <= len; i += 8) Store(dst + i, Round8(src[0] + i));
-  } else if (ch == 2) {
-    for (; i + 4 <= len; i += 4) {
-      const __m128i a = RoundSat4(_mm_loadu_ps(src[0] + i)), b = RoundSat4(_mm_loadu_ps(src[1] + i));
-      Store(dst + 2 * i, _mm_packs_epi32(_mm_unpacklo_epi32(a, b), _mm_unpackhi_epi32(a, b)));
-    }
-  } else if (ch == 6) {
-    // Four frames per step: channel pairs packed into 32-bit lanes, then the
-    // three pair streams interleaved.
-    for (; i + 4 <= len; i += 4) {
-      __m128 pair[3];
-      for (int p = 0; p < 3; ++p) {
-        const __m128i a = RoundSat4(_mm_loadu_ps(src[2 * p] + i));
-        const __m128i b = RoundSat4(_mm_loadu_ps(src[2 * p + 1] + i));
-        pair[p] = _mm_castsi128_ps(_mm_packs_epi32(_mm_unpacklo_epi32(a, b), _mm_unpackhi_epi32(a, b)));
-      }
-      __m128 out[3];
-      Interleave3x32(pair[0], pair[1], pair[2], out);
-      Akl16s* o = dst + 6 * i;
-      for (int k = 0; k < 3; ++k) Store(o + 8 * k, _mm_castps_si128(out[k]));
-    }
-  } else {
-    // Any other count: eight samples of one row rounded at once, then
-    // scattered with the channel stride.
-    for (; i + 8 <= len; i += 8) {
-      for (int c = 0; c < ch; ++c) {
-        alignas(16) Akl16s r[8];
-        _mm_store_si128(reinterpret_cast<__m128i*>(r), Round8(src[c] + i));
-        Akl16s* o = dst + static_cast<std::ptrdiff_t>(i) * ch + c;
-        for (int k = 0; k < 8; ++k) o[k * ch] = r[k];
-      }
-    }
-  }
+  const bool nearest_even = (_mm_getcsr() & _MM_ROUND_MASK) == _MM_ROUND_NEAREST;
+  int i = nearest_even ? JoinVector<RoundSat4Nearest>(src, ch, len, dst) : JoinVector<RoundSat4>(src, ch, len, dst);
   for (; i < len; ++i) {
     Akl16s* frame = dst + static_cast<std::ptrdiff_t>(i) * ch;
     for (int c = 0; c < ch; ++c) frame[c] = JoinOne(src[c][i]);

@@ -1,8 +1,8 @@
 // Interleave and deinterleave of channel rows, 16-bit and float.
 //
 // The kernels are SSE2 (the x86-64 baseline, no dispatch).  Two and six
-// channels (stereo, 5.1) and four channels have shuffle paths that move a full
-// vector per load and store; one channel is a copy; every other count takes the
+// channels (stereo, 5.1), and four channels when interleaving, have shuffle
+// paths that move a full vector per load and store; one channel is a copy; every other count takes the
 // plain frame loop, which is still bound by the strided stores.  Unaligned
 // loads and stores are used throughout: misaligned buffers only cost the
 // warning status, never a different result.
@@ -103,6 +103,23 @@ void Deinterleave16s(const Akl16s* src, int ch, int len, Akl16s* const* dst) {
       Store(dst[0] + i, even);
       Store(dst[1] + i, odd);
     }
+  } else if (ch == 6) {
+    // Eight frames: three streams of channel pairs (32-bit lanes) apart,
+    // then each pair split as in the stereo case.
+    for (; i + 8 <= len; i += 8) {
+      __m128 pair[2][3];
+      for (int h = 0; h < 2; ++h) {
+        __m128 in[3];
+        for (int k = 0; k < 3; ++k) in[k] = _mm_castsi128_ps(Load(src + 6 * (i + 4 * h) + 8 * k));
+        Deinterleave3x32(in, pair[h][0], pair[h][1], pair[h][2]);
+      }
+      for (int p = 0; p < 3; ++p) {
+        const __m128i lo = _mm_castps_si128(pair[0][p]), hi = _mm_castps_si128(pair[1][p]);
+        Store(dst[2 * p] + i, _mm_packs_epi32(_mm_srai_epi32(_mm_slli_epi32(lo, 16), 16),
+                                              _mm_srai_epi32(_mm_slli_epi32(hi, 16), 16)));
+        Store(dst[2 * p + 1] + i, _mm_packs_epi32(_mm_srai_epi32(lo, 16), _mm_srai_epi32(hi, 16)));
+      }
+    }
   }
   DeinterleaveFrames(src, ch, i, len, dst);
 }
@@ -164,6 +181,25 @@ void Deinterleave32f(const Akl32f* src, int ch, int len, Akl32f* const* dst) {
       const __m128 v0 = _mm_loadu_ps(src + 2 * i), v1 = _mm_loadu_ps(src + 2 * i + 4);
       _mm_storeu_ps(dst[0] + i, _mm_shuffle_ps(v0, v1, _MM_SHUFFLE(2, 0, 2, 0)));
       _mm_storeu_ps(dst[1] + i, _mm_shuffle_ps(v0, v1, _MM_SHUFFLE(3, 1, 3, 1)));
+    }
+  } else if (ch == 6) {
+    // Four frames: channel pairs are 64-bit lanes, two frames per vector
+    // triple; then each pair stream splits into its two channels.
+    for (; i + 4 <= len; i += 4) {
+      __m128 pair[3][2];  // [pair][frames 0-1 / 2-3]
+      for (int h = 0; h < 2; ++h) {
+        const Akl32f* f = src + 6 * (i + 2 * h);
+        const __m128d v0 = _mm_castps_pd(_mm_loadu_ps(f));
+        const __m128d v1 = _mm_castps_pd(_mm_loadu_ps(f + 4));
+        const __m128d v2 = _mm_castps_pd(_mm_loadu_ps(f + 8));
+        pair[0][h] = _mm_castpd_ps(_mm_shuffle_pd(v0, v1, 2));
+        pair[1][h] = _mm_castpd_ps(_mm_shuffle_pd(v0, v2, 1));
+        pair[2][h] = _mm_castpd_ps(_mm_shuffle_pd(v1, v2, 2));
+      }
+      for (int p = 0; p < 3; ++p) {
+        _mm_storeu_ps(dst[2 * p] + i, _mm_shuffle_ps(pair[p][0], pair[p][1], _MM_SHUFFLE(2, 0, 2, 0)));
+        _mm_storeu_ps(dst[2 * p + 1] + i, _mm_shuffle_ps(pair[p][0], pair[p][1], _MM_SHUFFLE(3, 1, 3, 1)));
+      }
     }
   }
   DeinterleaveFrames(src, ch, i, len, dst);

@@ -27,6 +27,18 @@ inline void Interleave3x32(__m128 a, __m128 b, __m128 c, __m128 out[3]) {
   out[2] = _mm_shuffle_ps(c2a3, bc23, _MM_SHUFFLE(3, 2, 2, 0));          // c2 a3 b3 c3
 }
 
+// The inverse: 12 lanes in[0..2] in the order above back to a, b, c.
+inline void Deinterleave3x32(const __m128 in[3], __m128& a, __m128& b, __m128& c) {
+  const __m128 a2a3 = _mm_shuffle_ps(in[1], in[2], _MM_SHUFFLE(1, 1, 2, 2));  // a2 a2 a3 a3
+  a = _mm_shuffle_ps(in[0], a2a3, _MM_SHUFFLE(2, 0, 3, 0));                  // a0 a1 a2 a3
+  const __m128 b0b1 = _mm_shuffle_ps(in[0], in[1], _MM_SHUFFLE(0, 0, 1, 1));  // b0 b0 b1 b1
+  const __m128 b2b3 = _mm_shuffle_ps(in[1], in[2], _MM_SHUFFLE(2, 2, 3, 3));  // b2 b2 b3 b3
+  b = _mm_shuffle_ps(b0b1, b2b3, _MM_SHUFFLE(2, 0, 2, 0));                   // b0 b1 b2 b3
+  const __m128 c0c1 = _mm_shuffle_ps(in[0], in[1], _MM_SHUFFLE(1, 1, 2, 2));  // c0 c0 c1 c1
+  const __m128 c2c3 = _mm_shuffle_ps(in[2], in[2], _MM_SHUFFLE(3, 3, 0, 0));  // c2 c2 c3 c3
+  c = _mm_shuffle_ps(c0c1, c2c3, _MM_SHUFFLE(2, 0, 2, 0));                   // c0 c1 c2 c3
+}
+
 void Interleave16s(const Akl16s* const* src, int ch, int len, Akl16s* dst);
 void Interleave32f(const Akl32f* const* src, int ch, int len, Akl32f* dst);
 void Deinterleave16s(const Akl16s* src, int ch, int len, Akl16s* const* dst);
