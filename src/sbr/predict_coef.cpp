@@ -248,12 +248,9 @@ constexpr std::int64_t kAlphaLimit = std::int64_t{1} << 31;  // 4.0 in Q29
 inline I128 Abs(I128 v) { return v < 0 ? -v : v; }
 
 inline int BitLength(I128 v) {  // v >= 0
-  int n = 0;
-  while (v > 0) {
-    v >>= 1;
-    ++n;
-  }
-  return n;
+  const auto hi = static_cast<std::uint64_t>(v >> 64), lo = static_cast<std::uint64_t>(v);
+  if (hi != 0) return 128 - __builtin_clzll(hi);
+  return lo != 0 ? 64 - __builtin_clzll(lo) : 0;
 }
 
 // Shift that brings the largest magnitude of `sums` to at most 2^kSumBits.
@@ -296,13 +293,16 @@ inline I128 ScaledDet(std::int64_t d, std::int64_t c, std::int64_t abs_a2) {
 
 void PredictOneLowPower(const Akl32s* const* src, int k, int len, Akl32s* alpha0, Akl32s* alpha1) {
   I128 sum[5] = {0, 0, 0, 0, 0};  // A, B, C, D, E
+  std::int64_t x0 = src[0][k], x1 = src[1][k];
   for (int n = 0; n < len; ++n) {
-    const std::int64_t x0 = src[n][k], x1 = src[n + 1][k], x2 = src[n + 2][k];
+    const std::int64_t x2 = src[n + 2][k];
     sum[0] += x0 * x1;
     sum[1] += x1 * x2;
     sum[2] += x1 * x1;
     sum[3] += x0 * x0;
     sum[4] += x0 * x2;
+    x0 = x1;
+    x1 = x2;
   }
   const int shift = CommonShift(sum);
   const std::int64_t a = ScaleDown(sum[0], shift), b = ScaleDown(sum[1], shift), c = ScaleDown(sum[2], shift),
@@ -327,9 +327,8 @@ void PredictOneLowPower(const Akl32s* const* src, int k, int len, Akl32s* alpha0
 void PredictOneHighQuality(const Akl32sc* const* src, int k, int len, Akl32sc* alpha0, Akl32sc* alpha1) {
   // A, B, E as (re, im), then C, D.
   I128 sum[8] = {0, 0, 0, 0, 0, 0, 0, 0};
+  std::int64_t r0 = src[0][k].re, i0 = src[0][k].im, r1 = src[1][k].re, i1 = src[1][k].im;
   for (int n = 0; n < len; ++n) {
-    const std::int64_t r0 = src[n][k].re, i0 = src[n][k].im;
-    const std::int64_t r1 = src[n + 1][k].re, i1 = src[n + 1][k].im;
     const std::int64_t r2 = src[n + 2][k].re, i2 = src[n + 2][k].im;
     sum[0] += Mul(r1, r0) + i1 * i0;  // A = x1 conj(x0)
     sum[1] += Mul(i1, r0) - r1 * i0;
@@ -339,6 +338,10 @@ void PredictOneHighQuality(const Akl32sc* const* src, int k, int len, Akl32sc* a
     sum[5] += Mul(i2, r0) - r2 * i0;
     sum[6] += Mul(r1, r1) + i1 * i1;  // C
     sum[7] += Mul(r0, r0) + i0 * i0;  // D
+    r0 = r1;
+    i0 = i1;
+    r1 = r2;
+    i1 = i2;
   }
   const int shift = CommonShift(sum);
   std::int64_t s[8];
