@@ -62,12 +62,14 @@ inline __m128 GreaterEq(F4 a, F4 b) { return _mm_cmpge_ps(a.v, b.v); }
 inline __m128 Or(__m128 a, __m128 b) { return _mm_or_ps(a, b); }
 inline F4 KeepIf(__m128 m, F4 a) { return {_mm_and_ps(m, a.v)}; }      // a where m, else +0
 inline F4 ClearIf(__m128 m, F4 a) { return {_mm_andnot_ps(m, a.v)}; }  // +0 where m, else a
+inline F4 Select(__m128 m, F4 a, F4 b) { return {_mm_or_ps(_mm_and_ps(m, a.v), _mm_andnot_ps(m, b.v))}; }
 
 inline bool Greater(float a, float b) { return a > b; }
 inline bool GreaterEq(float a, float b) { return a >= b; }
 inline bool Or(bool a, bool b) { return a || b; }
 inline float KeepIf(bool m, float a) { return m ? a : 0.0f; }
 inline float ClearIf(bool m, float a) { return m ? 0.0f : a; }
+inline float Select(bool m, float a, float b) { return m ? a : b; }
 
 template <class V>
 struct Cplx {
@@ -103,8 +105,13 @@ inline void RealPredictor(X x, int len, V& alpha0, V& alpha1) {
     x1 = x2;
   }
   const V det = d * c - Splat<V>(kDetR) * (a * a);
-  const V a1 = KeepIf(Greater(det * det, zero), (b * a - e * c) / det);
-  const V a0 = KeepIf(Greater(c, zero), -(b + a1 * a) / c);
+  // Subbands that fail a test divide by 1 instead (and discard the result),
+  // so no division by zero is ever made.
+  const V one = Splat<V>(1.0f);
+  const auto det_ok = Greater(det * det, zero);
+  const V a1 = KeepIf(det_ok, (b * a - e * c) / Select(det_ok, det, one));
+  const auto c_ok = Greater(c, zero);
+  const V a0 = KeepIf(c_ok, -(b + a1 * a) / Select(c_ok, c, one));
   const V sixteen = Splat<V>(16.0f);
   const auto too_big = Or(GreaterEq(a1 * a1, sixteen), GreaterEq(a0 * a0, sixteen));
   alpha0 = ClearIf(too_big, a0);
@@ -131,14 +138,15 @@ inline void ComplexPredictor(X x, int len, Cplx<V>& alpha0, Cplx<V>& alpha1) {
     x1 = x2;
   }
   const V det = d * c - Splat<V>(kDetR) * Energy(a);
+  const V one = Splat<V>(1.0f);
   const auto det_ok = Greater(det * det, zero);
-  const V inv_det = Splat<V>(1.0f) / det;
+  const V inv_det = one / Select(det_ok, det, one);  // no division by zero, as in the real member
   // alpha1 = (B*A - E*C) / det
   Cplx<V> a1{KeepIf(det_ok, (b.re * a.re - b.im * a.im - e.re * c) * inv_det),
              KeepIf(det_ok, (b.re * a.im + b.im * a.re - e.im * c) * inv_det)};
   // alpha0 = -(B + alpha1*conj(A)) / C
   const auto c_ok = Greater(c, zero);
-  const V inv_c = Splat<V>(1.0f) / c;
+  const V inv_c = one / Select(c_ok, c, one);
   const Cplx<V> a1_conj_a = MulConj(a1, a);
   Cplx<V> a0{KeepIf(c_ok, -(b.re + a1_conj_a.re) * inv_c), KeepIf(c_ok, -(b.im + a1_conj_a.im) * inv_c)};
   const V sixteen = Splat<V>(16.0f);

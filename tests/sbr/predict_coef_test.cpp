@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cfenv>
 #include <cmath>
 #include <complex>
 #include <cstdint>
@@ -376,6 +377,28 @@ TEST(PredictCoef, SilentAndDegenerateSubbandsGiveZero) {
   ASSERT_EQ(kStsOk, aklsPredictCoef_SBR_R_32f_D2L(rows.data(), &a0, &a1, 1, len));
   EXPECT_EQ(-1.0f, a0);
   EXPECT_EQ(0.0f, a1);
+}
+
+// Silent subbands in vector lanes and in the scalar tail raise no
+// division-by-zero flag (a caller may run with that exception trapped).
+TEST(PredictCoef, SilentSubbandsDivideByNothingZero) {
+  const int bands = 5, len = 4;
+  std::vector<float> zeros(bands, 0.0f);
+  std::vector<Akl32fc> czeros(bands, Akl32fc{0, 0});
+  std::vector<const Akl32f*> rows(len + 2, zeros.data());
+  std::vector<const Akl32fc*> crows(len + 2, czeros.data());
+  std::vector<float> a0(bands, 9), a1(bands, 9), b0(bands, 9), b1(bands, 9);
+  std::vector<Akl32fc> c0(bands), c1(bands);
+  std::feclearexcept(FE_ALL_EXCEPT);
+  ASSERT_EQ(kStsOk, aklsPredictCoef_SBR_R_32f_D2L(rows.data(), a0.data(), a1.data(), bands, len));
+  ASSERT_EQ(kStsOk, aklsPredictCoef_SBR_C_32fc_D2L(crows.data(), c0.data(), c1.data(), bands, len));
+  ASSERT_EQ(kStsOk, aklsPredictCoef_SBR_C_32f_D2L(rows.data(), rows.data(), a0.data(), a1.data(), b0.data(),
+                                                  b1.data(), bands, len));
+  EXPECT_FALSE(std::fetestexcept(FE_DIVBYZERO | FE_INVALID));
+  for (int k = 0; k < bands; ++k) {
+    EXPECT_TRUE(a0[k] == 0 && a1[k] == 0 && b0[k] == 0 && b1[k] == 0);
+    EXPECT_TRUE(c0[k].re == 0 && c0[k].im == 0 && c1[k].re == 0 && c1[k].im == 0);
+  }
 }
 
 // A determinant whose square underflows counts as zero: tiny samples give
