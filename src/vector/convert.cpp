@@ -16,6 +16,7 @@
 #include <emmintrin.h>
 
 #include <bit>
+#include <cstddef>
 #include <cstdint>
 
 #include "core/exports.hpp"
@@ -62,8 +63,8 @@ inline __m128i Round8(const Akl32f* p) {
 }
 
 template <__m128i (*Round)(__m128)>
-int JoinVector(const Akl32f* const* src, int ch, int len, Akl16s* dst) {
-  int i = 0;
+std::ptrdiff_t JoinVector(const Akl32f* const* src, int ch, int len, Akl16s* dst) {
+  std::ptrdiff_t i = 0;
   if (ch == 1) {
     for (; i + 8 <= len; i += 8) Store(dst + i, Round8<Round>(src[0] + i));
   } else if (ch == 2) {
@@ -93,8 +94,8 @@ int JoinVector(const Akl32f* const* src, int ch, int len, Akl16s* dst) {
       for (int c = 0; c < ch; ++c) {
         alignas(16) Akl16s r[8];
         _mm_store_si128(reinterpret_cast<__m128i*>(r), Round8<Round>(src[c] + i));
-        Akl16s* o = dst + static_cast<std::ptrdiff_t>(i) * ch + c;
-        for (int k = 0; k < 8; ++k) o[k * ch] = r[k];
+        Akl16s* o = dst + i * ch + c;
+        for (std::ptrdiff_t k = 0; k < 8; ++k) o[k * ch] = r[k];
       }
     }
   }
@@ -115,9 +116,9 @@ Akl16s JoinOne(Akl32f x) {
 
 void Join32f16s(const Akl32f* const* src, int ch, int len, Akl16s* dst) {
   const bool nearest_even = (_mm_getcsr() & _MM_ROUND_MASK) == _MM_ROUND_NEAREST;
-  int i = nearest_even ? JoinVector<RoundSat4Nearest>(src, ch, len, dst) : JoinVector<RoundSat4>(src, ch, len, dst);
+  std::ptrdiff_t i = nearest_even ? JoinVector<RoundSat4Nearest>(src, ch, len, dst) : JoinVector<RoundSat4>(src, ch, len, dst);
   for (; i < len; ++i) {
-    Akl16s* frame = dst + static_cast<std::ptrdiff_t>(i) * ch;
+    Akl16s* frame = dst + i * ch;
     for (int c = 0; c < ch; ++c) frame[c] = JoinOne(src[c][i]);
   }
 }

@@ -8,6 +8,7 @@
 // warning status, never a different result.
 #include <emmintrin.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 
@@ -22,17 +23,17 @@ inline __m128i Load(const Akl16s* p) { return _mm_loadu_si128(reinterpret_cast<c
 inline void Store(Akl16s* p, __m128i v) { _mm_storeu_si128(reinterpret_cast<__m128i*>(p), v); }
 
 template <class T>
-void InterleaveFrames(const T* const* src, int ch, int from, int len, T* dst) {
-  for (int i = from; i < len; ++i) {
-    T* frame = dst + static_cast<std::ptrdiff_t>(i) * ch;
+void InterleaveFrames(const T* const* src, int ch, std::ptrdiff_t from, int len, T* dst) {
+  for (std::ptrdiff_t i = from; i < len; ++i) {
+    T* frame = dst + i * ch;
     for (int c = 0; c < ch; ++c) frame[c] = src[c][i];
   }
 }
 
 template <class T>
-void DeinterleaveFrames(const T* src, int ch, int from, int len, T* const* dst) {
-  for (int i = from; i < len; ++i) {
-    const T* frame = src + static_cast<std::ptrdiff_t>(i) * ch;
+void DeinterleaveFrames(const T* src, int ch, std::ptrdiff_t from, int len, T* const* dst) {
+  for (std::ptrdiff_t i = from; i < len; ++i) {
+    const T* frame = src + i * ch;
     for (int c = 0; c < ch; ++c) dst[c][i] = frame[c];
   }
 }
@@ -42,7 +43,7 @@ void DeinterleaveFrames(const T* src, int ch, int from, int len, T* const* dst) 
 // 16-bit ------------------------------------------------------------------
 
 void Interleave16s(const Akl16s* const* src, int ch, int len, Akl16s* dst) {
-  int i = 0;
+  std::ptrdiff_t i = 0;
   if (ch == 1) {
     std::memcpy(dst, src[0], sizeof(Akl16s) * static_cast<std::size_t>(len));
     return;
@@ -87,7 +88,7 @@ void Interleave16s(const Akl16s* const* src, int ch, int len, Akl16s* dst) {
 }
 
 void Deinterleave16s(const Akl16s* src, int ch, int len, Akl16s* const* dst) {
-  int i = 0;
+  std::ptrdiff_t i = 0;
   if (ch == 1) {
     std::memcpy(dst[0], src, sizeof(Akl16s) * static_cast<std::size_t>(len));
     return;
@@ -127,7 +128,7 @@ void Deinterleave16s(const Akl16s* src, int ch, int len, Akl16s* const* dst) {
 // Float ---------------------------------------------------------------------
 
 void Interleave32f(const Akl32f* const* src, int ch, int len, Akl32f* dst) {
-  int i = 0;
+  std::ptrdiff_t i = 0;
   if (ch == 1) {
     std::memcpy(dst, src[0], sizeof(Akl32f) * static_cast<std::size_t>(len));
     return;
@@ -171,7 +172,7 @@ void Interleave32f(const Akl32f* const* src, int ch, int len, Akl32f* dst) {
 }
 
 void Deinterleave32f(const Akl32f* src, int ch, int len, Akl32f* const* dst) {
-  int i = 0;
+  std::ptrdiff_t i = 0;
   if (ch == 1) {
     std::memcpy(dst[0], src, sizeof(Akl32f) * static_cast<std::size_t>(len));
     return;
