@@ -87,6 +87,13 @@ std::ptrdiff_t JoinVector(const Akl32f* const* src, int ch, int len, Akl16s* dst
       Akl16s* o = dst + 6 * i;
       for (int k = 0; k < 3; ++k) Store(o + 8 * k, _mm_castps_si128(out[k]));
     }
+  } else if (ch == 8) {
+    for (; i + 8 <= len; i += 8) {
+      __m128i r[8];
+      for (int c = 0; c < 8; ++c) r[c] = Round8<Round>(src[c] + i);
+      Transpose8x16(r);
+      for (int f = 0; f < 8; ++f) Store(dst + 8 * (i + f), r[f]);
+    }
   } else {
     // Any other count: eight samples of one row rounded at once, then
     // scattered with the channel stride.

@@ -1,8 +1,8 @@
 // Interleave and deinterleave of channel rows, 16-bit and float.
 //
 // The kernels are SSE2 (the x86-64 baseline, no dispatch).  Two and six
-// channels (stereo, 5.1), and four channels when interleaving, have shuffle
-// paths that move a full vector per load and store; one channel is a copy; every other count takes the
+// channels (stereo, 5.1), and four and eight (7.1) when interleaving, have
+// shuffle paths that move a full vector per load and store; one channel is a copy; every other count takes the
 // plain frame loop, which is still bound by the strided stores.  Unaligned
 // loads and stores are used throughout: misaligned buffers only cost the
 // warning status, never a different result.
@@ -82,6 +82,13 @@ void Interleave16s(const Akl16s* const* src, int ch, int len, Akl16s* dst) {
         Akl16s* o = dst + 6 * (i + 4 * h);
         for (int k = 0; k < 3; ++k) Store(o + 8 * k, _mm_castps_si128(out[k]));
       }
+    }
+  } else if (ch == 8) {
+    for (; i + 8 <= len; i += 8) {
+      __m128i r[8];
+      for (int c = 0; c < 8; ++c) r[c] = Load(src[c] + i);
+      Transpose8x16(r);
+      for (int f = 0; f < 8; ++f) Store(dst + 8 * (i + f), r[f]);
     }
   }
   InterleaveFrames(src, ch, i, len, dst);
@@ -165,6 +172,21 @@ void Interleave32f(const Akl32f* const* src, int ch, int len, Akl32f* dst) {
         _mm_storeu_ps(o, _mm_castpd_ps(_mm_unpacklo_pd(pair[0][h], pair[1][h])));
         _mm_storeu_ps(o + 4, _mm_castpd_ps(_mm_shuffle_pd(pair[2][h], pair[0][h], 2)));
         _mm_storeu_ps(o + 8, _mm_castpd_ps(_mm_unpackhi_pd(pair[1][h], pair[2][h])));
+      }
+    }
+  } else if (ch == 8) {
+    // Two 4 x 4 transposes: channels 0-3 and 4-7 of four frames.
+    for (; i + 4 <= len; i += 4) {
+      __m128 lo[4], hi[4];
+      for (int c = 0; c < 4; ++c) {
+        lo[c] = _mm_loadu_ps(src[c] + i);
+        hi[c] = _mm_loadu_ps(src[c + 4] + i);
+      }
+      _MM_TRANSPOSE4_PS(lo[0], lo[1], lo[2], lo[3]);
+      _MM_TRANSPOSE4_PS(hi[0], hi[1], hi[2], hi[3]);
+      for (int f = 0; f < 4; ++f) {
+        _mm_storeu_ps(dst + 8 * (i + f), lo[f]);
+        _mm_storeu_ps(dst + 8 * (i + f) + 4, hi[f]);
       }
     }
   }

@@ -39,6 +39,25 @@ inline void Deinterleave3x32(const __m128 in[3], __m128& a, __m128& b, __m128& c
   c = _mm_shuffle_ps(c0c1, c2c3, _MM_SHUFFLE(2, 0, 2, 0));                   // c0 c1 c2 c3
 }
 
+// 8 x 8 transpose of 16-bit lanes: row c, lane i becomes row i, lane c.
+inline void Transpose8x16(__m128i r[8]) {
+  __m128i a[8], b[8];
+  for (int p = 0; p < 4; ++p) {  // channel pairs, frames 0-3 and 4-7
+    a[2 * p] = _mm_unpacklo_epi16(r[2 * p], r[2 * p + 1]);
+    a[2 * p + 1] = _mm_unpackhi_epi16(r[2 * p], r[2 * p + 1]);
+  }
+  for (int q = 0; q < 2; ++q) {  // channel quads: frames 0-1, 2-3, 4-5, 6-7
+    b[4 * q] = _mm_unpacklo_epi32(a[4 * q], a[4 * q + 2]);
+    b[4 * q + 1] = _mm_unpackhi_epi32(a[4 * q], a[4 * q + 2]);
+    b[4 * q + 2] = _mm_unpacklo_epi32(a[4 * q + 1], a[4 * q + 3]);
+    b[4 * q + 3] = _mm_unpackhi_epi32(a[4 * q + 1], a[4 * q + 3]);
+  }
+  for (int f = 0; f < 4; ++f) {  // whole frames
+    r[2 * f] = _mm_unpacklo_epi64(b[f], b[f + 4]);
+    r[2 * f + 1] = _mm_unpackhi_epi64(b[f], b[f + 4]);
+  }
+}
+
 void Interleave16s(const Akl16s* const* src, int ch, int len, Akl16s* dst);
 void Interleave32f(const Akl32f* const* src, int ch, int len, Akl32f* dst);
 void Deinterleave16s(const Akl16s* src, int ch, int len, Akl16s* const* dst);
