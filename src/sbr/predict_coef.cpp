@@ -11,8 +11,8 @@
 // r = 1 - 2^-20 keeps det away from zero for a subband whose consecutive
 // slots are proportional (DC = |A|^2 exactly).  The det test is det*det > 0,
 // so a det whose square underflows counts as zero.  A coefficient of
-// magnitude 4 or more makes the filter useless for the patch, and then both
-// are cleared.  The real member divides; the complex member multiplies by
+// magnitude 4 or more marks an unstable or ill-determined predictor, and then
+// both are cleared.  The real member divides; the complex member multiplies by
 // 1/det and 1/C.
 //
 // The formulas are written once over a value type V: F4 (four subbands in an
@@ -20,7 +20,7 @@
 // in the same order, without fused multiply-adds (SSE2 has none), so the
 // vector path and the scalar tail agree to the bit.
 //
-// Fixed-point members.  See PredictOneLowPower below.
+// Fixed-point members: see the notes above PredictOneLowPower.
 #include "sbr/predict_coef.hpp"
 
 #include <emmintrin.h>
@@ -295,7 +295,6 @@ inline I128 Scale(I128 v, int s) { return v * (I128{1} << s); }
 inline I128 ScaledDet(std::int64_t d, std::int64_t c, std::int64_t abs_a2) {
   return Scale(d * c - abs_a2, 20) + abs_a2;
 }
-
 
 }  // namespace
 
