@@ -473,10 +473,14 @@ TEST(PredictCoef, DeterminantConstantMatters) {
 
 constexpr double kQ29 = 536870912.0;
 
-std::vector<std::vector<Akl32s>> ToIntRows(const std::vector<std::vector<cd>>& bands, bool imag, double scale) {
+// Each band scaled to a peak of 2^peak_bits, rounded to integers.
+std::vector<std::vector<Akl32s>> ToIntRows(const std::vector<std::vector<cd>>& bands, bool imag, int peak_bits) {
   const size_t slots = bands[0].size();
   std::vector<std::vector<Akl32s>> rows(slots, std::vector<Akl32s>(bands.size()));
   for (size_t k = 0; k < bands.size(); ++k) {
+    double peak = 0;
+    for (const cd& v : bands[k]) peak = std::max({peak, std::abs(v.real()), std::abs(v.imag())});
+    const double scale = std::ldexp(1.0, peak_bits) / peak;
     for (size_t n = 0; n < slots; ++n) {
       const double v = std::nearbyint((imag ? bands[k][n].imag() : bands[k][n].real()) * scale);
       rows[n][k] = static_cast<Akl32s>(std::clamp(v, -2147483648.0, 2147483647.0));
@@ -500,13 +504,8 @@ TEST(PredictOneCoef, FixedPointMatchesDoubleAndFloatMembers) {
         SCOPED_TRACE(testing::Message() << "complex " << complex << " len " << len << " peak 2^" << peak_bits);
         const int bands = 5, slots = len + 2;
         std::vector<std::vector<cd>> sig;
-        double peak = 0;
-        for (int k = 0; k < bands; ++k) {
-          sig.push_back(Signal(rng, slots, complex));
-          for (const cd& v : sig.back()) peak = std::max({peak, std::abs(v.real()), std::abs(v.imag())});
-        }
-        const double scale = std::ldexp(1.0, peak_bits) / peak;
-        const auto re = ToIntRows(sig, false, scale), im = ToIntRows(sig, true, scale);
+        for (int k = 0; k < bands; ++k) sig.push_back(Signal(rng, slots, complex));
+        const auto re = ToIntRows(sig, false, peak_bits), im = ToIntRows(sig, true, peak_bits);
         std::vector<std::vector<Akl32sc>> cs(static_cast<size_t>(slots), std::vector<Akl32sc>(bands));
         std::vector<std::vector<Akl32fc>> cf(static_cast<size_t>(slots), std::vector<Akl32fc>(bands));
         std::vector<std::vector<float>> rf(static_cast<size_t>(slots), std::vector<float>(bands));
