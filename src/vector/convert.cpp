@@ -132,18 +132,21 @@ void Join32f16s(const Akl32f* const* src, int ch, int len, Akl16s* dst) {
 
 void MakeFloat16s32f(const Akl16s* mant, const Akl16s* exp, int len, Akl32f* dst) {
   int i = 0;
-  const __m128i bias = _mm_set1_epi32(0x38000000);
-  const __m128i no_sign = _mm_set1_epi32(0x7FFFFFFF);
+  // The factor's low 16 bits are always 0 (both terms have them clear), so
+  // its high half is computed in 16-bit lanes, (0x3800 - (e << 7)) & 0x7FFF,
+  // which wraps exactly as the 32-bit form does, and placed above 16 zero bits.
+  const __m128i bias = _mm_set1_epi16(0x3800);
+  const __m128i no_sign = _mm_set1_epi16(0x7FFF);
+  const __m128i zero = _mm_setzero_si128();
   for (; i + 8 <= len; i += 8) {
     const __m128i m = _mm_loadu_si128(reinterpret_cast<const __m128i*>(mant + i));
     const __m128i e = _mm_loadu_si128(reinterpret_cast<const __m128i*>(exp + i));
-    // Sign-extend 16 -> 32 bits: each value in the high half, then shift back.
+    // Sign-extend the mantissas 16 -> 32 bits: each value in the high half, then shift back.
     const __m128i m_lo = _mm_srai_epi32(_mm_unpacklo_epi16(m, m), 16);
     const __m128i m_hi = _mm_srai_epi32(_mm_unpackhi_epi16(m, m), 16);
-    const __m128i e_lo = _mm_srai_epi32(_mm_unpacklo_epi16(e, e), 16);
-    const __m128i e_hi = _mm_srai_epi32(_mm_unpackhi_epi16(e, e), 16);
-    const __m128 f_lo = _mm_castsi128_ps(_mm_and_si128(_mm_sub_epi32(bias, _mm_slli_epi32(e_lo, 23)), no_sign));
-    const __m128 f_hi = _mm_castsi128_ps(_mm_and_si128(_mm_sub_epi32(bias, _mm_slli_epi32(e_hi, 23)), no_sign));
+    const __m128i f = _mm_and_si128(_mm_sub_epi16(bias, _mm_slli_epi16(e, 7)), no_sign);
+    const __m128 f_lo = _mm_castsi128_ps(_mm_unpacklo_epi16(zero, f));
+    const __m128 f_hi = _mm_castsi128_ps(_mm_unpackhi_epi16(zero, f));
     _mm_storeu_ps(dst + i, _mm_mul_ps(_mm_cvtepi32_ps(m_lo), f_lo));
     _mm_storeu_ps(dst + i + 4, _mm_mul_ps(_mm_cvtepi32_ps(m_hi), f_hi));
   }

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cfenv>
 #include <cmath>
 #include <cstdint>
@@ -364,11 +365,19 @@ TEST(MakeFloat, FactorIsTheExponentBitPattern) {
     mant.push_back(c.mant);
     exps.push_back(c.exp);
   }
-  // Through the vector path (len >= 8) and one at a time (scalar path).
-  std::vector<float> out(static_cast<size_t>(n), -7.0f);
-  ASSERT_EQ(kStsOk, aklsMakeFloat_16s32f(mant.data(), exps.data(), n, out.data()));
+  // Every case at every position of a run (vector lanes and tail), and one at a time.
+  for (int rot = 0; rot < n; ++rot) {
+    std::vector<Akl16s> m(mant), e(exps);
+    std::rotate(m.begin(), m.begin() + rot, m.end());
+    std::rotate(e.begin(), e.begin() + rot, e.end());
+    std::vector<float> out(static_cast<size_t>(n), -7.0f);
+    ASSERT_EQ(kStsOk, aklsMakeFloat_16s32f(m.data(), e.data(), n, out.data()));
+    for (int i = 0; i < n; ++i) {
+      const auto& c = cases[(i + rot) % n];
+      EXPECT_EQ(c.out, out[i]) << "mant " << c.mant << " exp " << c.exp << " at " << i;
+    }
+  }
   for (int i = 0; i < n; ++i) {
-    EXPECT_EQ(cases[i].out, out[i]) << "mant " << cases[i].mant << " exp " << cases[i].exp;
     float one = -7.0f;
     ASSERT_EQ(kStsOk, aklsMakeFloat_16s32f(&cases[i].mant, &cases[i].exp, 1, &one));
     EXPECT_EQ(cases[i].out, one) << "mant " << cases[i].mant << " exp " << cases[i].exp;
