@@ -138,6 +138,82 @@ AKLAC_API const AklLibraryVersion* aklacGetLibVersion(void);
 /* ========================================================================
  * SBR
  * ====================================================================== */
+/* Second-order SBR predictor coefficients by the covariance method, float,
+ * real subband samples.  For each subband k with x_n = ppSrc[n][k],
+ * n = 0..len+1 (two history slots in front of the len slots), forms the
+ * single-precision covariance sums A = sum x_n x_{n+1} (n = 0..len-1),
+ * B = sum x_n x_{n+1} (n = 1..len), C = sum x_n^2 (n = 1..len),
+ * D = sum x_n^2 (n = 0..len-1), E = sum x_n x_{n+2} (n = 0..len-1), then
+ * det = D*C - r*A*A with r = 1 - 2^-20 (the float with bits 0x3F7FFFF0);
+ * alpha1 = (B*A - E*C)/det if det*det > 0, else 0; alpha0 = -(B + alpha1*A)/C
+ * if C > 0, else 0; and both become 0 if alpha1^2 >= 16 or alpha0^2 >= 16.
+ *   ppSrc    in   len + 2 row pointers (time slots), each row at least numBands floats
+ *   pAlpha0  out  numBands coefficients alpha0[k]
+ *   pAlpha1  out  numBands coefficients alpha1[k]
+ *   numBands in   number of subbands; below 1: nothing to do
+ *   len      in   number of time slots summed over; below 1: nothing to do
+ * Statuses: kStsNullPtr if ppSrc, pAlpha0 or pAlpha1 is null; kStsOk (nothing
+ * written) if len < 1 or numBands < 1; else kStsOk. */
+AKLAC_API Status aklsPredictCoef_SBR_R_32f_D2L(const Akl32f* const* ppSrc, Akl32f* pAlpha0, Akl32f* pAlpha1,
+                                               int numBands, int len);
+
+/* The complex predictor on split rows: x_n = ppSrcRe[n][k] + i*ppSrcIm[n][k].
+ * The sums A, B, E take x_{n+j}*conj(x_n) (A, B: j = 1; E: j = 2); C and D are
+ * energies.  det = D*C - r*|A|^2 (real); alpha1 = (B*A - E*C) * (1/det) if
+ * det*det > 0, else 0; alpha0 = -(B + alpha1*conj(A)) * (1/C) if C > 0, else
+ * 0; all four outputs 0 if |alpha1|^2 >= 16 or |alpha0|^2 >= 16.  Sums in
+ * single precision; divisions are multiplications by the reciprocal.
+ *   ppSrcRe, ppSrcIm      in   len + 2 row pointers each, rows of at least numBands floats
+ *   pAlpha0Re, pAlpha0Im  out  numBands real and imaginary parts of alpha0
+ *   pAlpha1Re, pAlpha1Im  out  numBands real and imaginary parts of alpha1
+ *   numBands, len         in   as in aklsPredictCoef_SBR_R_32f_D2L
+ * Statuses: kStsNullPtr if any of the six pointers is null; kStsOk (nothing
+ * written) if len < 1 or numBands < 1; else kStsOk. */
+AKLAC_API Status aklsPredictCoef_SBR_C_32f_D2L(const Akl32f* const* ppSrcRe, const Akl32f* const* ppSrcIm,
+                                               Akl32f* pAlpha0Re, Akl32f* pAlpha0Im, Akl32f* pAlpha1Re,
+                                               Akl32f* pAlpha1Im, int numBands, int len);
+
+/* The complex predictor on interleaved complex rows, x_n = ppSrc[n][k];
+ * arithmetic as aklsPredictCoef_SBR_C_32f_D2L.
+ *   ppSrc    in   len + 2 row pointers, rows of at least numBands complex values
+ *   pAlpha0  out  numBands complex alpha0
+ *   pAlpha1  out  numBands complex alpha1
+ *   numBands, len  in  as in aklsPredictCoef_SBR_R_32f_D2L
+ * Statuses: kStsNullPtr if ppSrc, pAlpha0 or pAlpha1 is null; kStsOk (nothing
+ * written) if len < 1 or numBands < 1; else kStsOk. */
+AKLAC_API Status aklsPredictCoef_SBR_C_32fc_D2L(const Akl32fc* const* ppSrc, Akl32fc* pAlpha0, Akl32fc* pAlpha1,
+                                                int numBands, int len);
+
+/* Fixed-point high-quality (complex) predictor for one subband.  Same
+ * covariance sums, r = 1 - 2^-20 and |alpha| >= 4 rule as the float complex
+ * member, in integer arithmetic: the sums are exact (128-bit), then scaled by
+ * one common power of two to 31 bits (the coefficients do not depend on a
+ * common scale of the sums), det is formed exactly as 2^20*(D*C - |A|^2) +
+ * |A|^2, and the quotients are rounded to nearest.  alpha1 = 0 if det = 0;
+ * alpha0 = 0 if C = 0; all four parts 0 if |alpha1|^2 >= 16 or |alpha0|^2 >= 16.
+ *   ppSrc    in   len + 2 row pointers (time slots); entry k of each row is read.
+ *                 Samples in any Q format (the result does not depend on the
+ *                 scale), full 32-bit range, no overflow.
+ *   pAlpha0  out  alpha0 of subband k, real and imaginary part in Q29
+ *   pAlpha1  out  alpha1 of subband k, Q29 (|alpha| < 4 always fits)
+ *   k        in   subband index, 0 or more
+ *   len      in   number of time slots summed over; below 1: nothing to do
+ * Statuses: kStsNullPtr if ppSrc, pAlpha0 or pAlpha1 is null; kStsBadArgErr
+ * if k < 0; kStsOk (nothing written) if len < 1; else kStsOk. */
+AKLAC_API Status aklsPredictOneCoef_SBRHQ_32sc_D2L(const Akl32sc* const* ppSrc, Akl32sc* pAlpha0, Akl32sc* pAlpha1,
+                                                   int k, int len);
+
+/* Fixed-point low-power (real) predictor for one subband: the real member's
+ * formulas in the integer arithmetic of aklsPredictOneCoef_SBRHQ_32sc_D2L.
+ *   ppSrc    in   len + 2 row pointers; entry k of each row is read; any Q format
+ *   pAlpha0  out  alpha0 of subband k in Q29
+ *   pAlpha1  out  alpha1 of subband k in Q29
+ *   k        in   subband index, 0 or more
+ *   len      in   number of time slots; below 1: nothing to do
+ * Statuses: kStsNullPtr if ppSrc, pAlpha0 or pAlpha1 is null; kStsBadArgErr
+ * if k < 0; kStsOk (nothing written) if len < 1; else kStsOk. */
+AKLAC_API Status aklsPredictOneCoef_SBRLP_32s_D2L(const Akl32s* const* ppSrc, Akl32s* pAlpha0, Akl32s* pAlpha1,
+                                                  int k, int len);
 /* @sbr-end */
 
 /* ========================================================================
@@ -148,6 +224,58 @@ AKLAC_API const AklLibraryVersion* aklacGetLibVersion(void);
 /* ========================================================================
  * Vector utilities
  * ====================================================================== */
+/* Interleaves channel rows: pDst[i*chCount + c] = ppSrc[c][i].
+ *   ppSrc    in   chCount row pointers of len samples each
+ *   chCount  in   number of channels, 1 or more
+ *   len      in   samples per channel, 1 or more
+ *   pDst     out  len*chCount samples
+ * Statuses, in check order: kStsNullPtr if pDst or ppSrc is null;
+ * kStsNumChannelsErr if chCount < 1; kStsSizeErr if len < 1; kStsNullPtr if
+ * a row pointer is null; kStsMisalignedWarn if pDst or a row pointer is not a
+ * multiple of 16 bytes (the work is done in full); else kStsOk. */
+AKLAC_API Status aklsInterleave_16s(const Akl16s** ppSrc, int chCount, int len, Akl16s* pDst);
+
+/* As aklsInterleave_16s on floats. */
+AKLAC_API Status aklsInterleave_32f(const Akl32f** ppSrc, int chCount, int len, Akl32f* pDst);
+
+/* Splits interleaved frames into channel rows: ppDst[c][i] = pSrc[i*chCount + c].
+ *   pSrc     in   len*chCount samples
+ *   chCount  in   number of channels, 1 or more
+ *   len      in   samples per channel, 1 or more
+ *   ppDst    in   chCount row pointers; out: len samples in each row
+ * Statuses, in check order: kStsNullPtr if pSrc or ppDst is null;
+ * kStsNumChannelsErr if chCount < 1; kStsSizeErr if len < 1; kStsNullPtr if
+ * a row pointer is null; kStsMisalignedWarn if pSrc or a row pointer is not a
+ * multiple of 16 bytes (the work is done in full); else kStsOk. */
+AKLAC_API Status aklsDeinterleave_16s(const Akl16s* pSrc, int chCount, int len, Akl16s** ppDst);
+
+/* As aklsDeinterleave_16s on floats. */
+AKLAC_API Status aklsDeinterleave_32f(const Akl32f* pSrc, int chCount, int len, Akl32f** ppDst);
+
+/* Interleaves float channel rows into 16-bit PCM: pDst[i*chCount + c] =
+ * ppSrc[c][i] rounded to nearest, ties to even; above 32767.0 gives 32767,
+ * below -32768.0 gives -32768; NaN gives -32768.  The rounding does not
+ * depend on the processor's rounding mode.
+ *   ppSrc    in   chCount row pointers of len floats each
+ *   chCount  in   number of channels, 1 or more
+ *   len      in   samples per channel, 1 or more
+ *   pDst     out  len*chCount samples
+ * Statuses, in check order: kStsNullPtr if pDst is null; kStsSizeErr if len
+ * or chCount is below 1; kStsNullPtr if ppSrc or a row pointer is null;
+ * else kStsOk. */
+AKLAC_API Status aklsJoin_32f16s_D2L(const Akl32f** ppSrc, int chCount, int len, Akl16s* pDst);
+
+/* Mantissa/exponent pairs to floats: pDst[i] = pSrcMant[i] * 2^-(15 + pSrcExp[i]).
+ * The factor is the float whose bits are 0x38000000 - (pSrcExp[i] << 23)
+ * with the sign bit cleared (32-bit wrap-around arithmetic); the exponent is
+ * not range-checked: exponents outside -142..111 give whatever float those
+ * bits make (zero, infinity, NaN or a wrapped power of two).
+ *   pSrcMant  in   len mantissas
+ *   pSrcExp   in   len exponents
+ *   len       in   number of values, 1 or more
+ *   pDst      out  len floats
+ * Statuses: kStsNullPtr if any pointer is null; kStsSizeErr if len < 1; else kStsOk. */
+AKLAC_API Status aklsMakeFloat_16s32f(const Akl16s* pSrcMant, const Akl16s* pSrcExp, int len, Akl32f* pDst);
 /* @vector-end */
 
 #ifdef __cplusplus
