@@ -9,6 +9,7 @@
 
 #include "aklac.h"
 #include "support/alloc_hook.hpp"
+#include "support/test_util.hpp"
 #include "vlc/books.hpp"
 #include "vlc/vlc_test_util.hpp"
 
