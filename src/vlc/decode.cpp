@@ -30,7 +30,7 @@ class Walker {
 
   // The leaf for the code at the top of `acc` (at least maxLength valid
   // bits); *len receives the code's length.
-  std::uint32_t Lookup(std::uint64_t acc, int* len) const {
+  AKL_VLC_INLINE std::uint32_t Lookup(std::uint64_t acc, int* len) const {
     const std::uint32_t e = static_cast<Raw>(t_[1 + (acc >> (64 - root_bits_))]);
     if ((e & 1u) != 0) {
       *len = static_cast<int>((e & length_mask_) >> 1);
@@ -40,7 +40,7 @@ class Walker {
   }
 
   // The value of a leaf: unsigned from 8-bit entries, signed from wider ones.
-  int Value(std::uint32_t e) const {
+  AKL_VLC_INLINE int Value(std::uint32_t e) const {
     if constexpr (std::is_same_v<Entry, std::uint8_t>) {
       return static_cast<int>(e >> leaf_shift_);
     } else {
@@ -49,7 +49,8 @@ class Walker {
   }
 
  private:
-  std::uint32_t LookupDeep(std::uint64_t acc, std::uint32_t e, int* len) const {
+  // Codes longer than the root level: rarer, kept out of the hot loop.
+  __attribute__((noinline)) std::uint32_t LookupDeep(std::uint64_t acc, std::uint32_t e, int* len) const {
     int before = 0;
     int s = root_bits_;
     int depth = root_bits_;
@@ -91,7 +92,7 @@ auto WithWalker(const DecodeSpec& s, F&& f) {
 }
 
 template <class W>
-int DecodeValue(const W& w, WordReader& r) {
+AKL_VLC_INLINE int DecodeValue(const W& w, WordReader& r) {
   r.Refill();
   int n;
   const std::uint32_t e = w.Lookup(r.Acc(), &n);
@@ -100,8 +101,10 @@ int DecodeValue(const W& w, WordReader& r) {
 }
 
 template <class W>
-void DecodeBlockKernel(const W& w, WordReader& r, Akl16s* out, int len) {
+void DecodeBlockKernel(const W& w, WordReader& reader, Akl16s* out, int len) {
+  WordReader r = reader;  // a local copy stays in registers
   for (int i = 0; i < len; ++i) out[i] = static_cast<Akl16s>(DecodeValue(w, r));
+  reader = r;
 }
 
 // AAC escape after an element of magnitude 16: N ones (N 0..8), a zero and
@@ -130,7 +133,8 @@ Akl16s ReadLinbits(WordReader& r, int linbits) {
 int ClampLinbits(int linbits) { return linbits < 0 ? 0 : linbits > 31 ? 31 : linbits; }
 
 template <class W>
-Status EscAacKernel(const W& w, WordReader& r, Akl16s* out, int pairs) {
+Status EscAacKernel(const W& w, WordReader& reader, Akl16s* out, int pairs) {
+  WordReader r = reader;
   for (int i = 0; i < pairs; ++i) {
     const int v = DecodeValue(w, r);
     int first = v >> 8;
@@ -147,11 +151,13 @@ Status EscAacKernel(const W& w, WordReader& r, Akl16s* out, int pairs) {
     out[2 * i] = static_cast<Akl16s>(first);
     out[2 * i + 1] = static_cast<Akl16s>(second);
   }
+  reader = r;
   return kStsOk;
 }
 
 template <class W>
-void EscMp3Kernel(const W& w, WordReader& r, int linbits, Akl16s* out, int pairs) {
+void EscMp3Kernel(const W& w, WordReader& reader, int linbits, Akl16s* out, int pairs) {
+  WordReader r = reader;
   for (int i = 0; i < pairs; ++i) {
     r.Refill();
     int n;
@@ -180,13 +186,15 @@ void EscMp3Kernel(const W& w, WordReader& r, int linbits, Akl16s* out, int pairs
     out[2 * i] = xs;
     out[2 * i + 1] = ys;
   }
+  reader = r;
 }
 
 // Tuple decoding: magnitudes of `bits` bits, first element most significant,
 // each non-zero one followed by its sign bit.  The pair decoders split the
 // value into two elements whatever numElements says.
 template <class W>
-void TupleKernel(const W& w, WordReader& r, Akl16s* out, int tuples, int elements, int bits) {
+void TupleKernel(const W& w, WordReader& reader, Akl16s* out, int tuples, int elements, int bits) {
+  WordReader r = reader;
   const std::uint32_t mask = LowMask(bits);
   for (int i = 0; i < tuples; ++i) {
     const auto v = static_cast<std::uint32_t>(DecodeValue(w, r));
@@ -196,10 +204,12 @@ void TupleKernel(const W& w, WordReader& r, Akl16s* out, int tuples, int element
     }
     out += elements;
   }
+  reader = r;
 }
 
 template <class W>
-Status TupleEscAacKernel(const W& w, WordReader& r, Akl16s* out, int pairs, int bits) {
+Status TupleEscAacKernel(const W& w, WordReader& reader, Akl16s* out, int pairs, int bits) {
+  WordReader r = reader;
   const std::uint32_t mask = LowMask(bits);
   for (int i = 0; i < pairs; ++i) {
     const auto v = static_cast<std::uint32_t>(DecodeValue(w, r));
@@ -212,11 +222,13 @@ Status TupleEscAacKernel(const W& w, WordReader& r, Akl16s* out, int pairs, int 
     out[2 * i] = Signed(first, neg_first);
     out[2 * i + 1] = Signed(second, neg_second);
   }
+  reader = r;
   return kStsOk;
 }
 
 template <class W>
-void TupleEscMp3Kernel(const W& w, WordReader& r, int linbits, Akl16s* out, int pairs, int bits) {
+void TupleEscMp3Kernel(const W& w, WordReader& reader, int linbits, Akl16s* out, int pairs, int bits) {
+  WordReader r = reader;
   const std::uint32_t mask = LowMask(bits);
   for (int i = 0; i < pairs; ++i) {
     const auto v = static_cast<std::uint32_t>(DecodeValue(w, r));
@@ -226,6 +238,7 @@ void TupleEscMp3Kernel(const W& w, WordReader& r, int linbits, Akl16s* out, int 
       out[2 * i + k] = mag != 0 ? Signed(mag, r.ReadBit()) : Akl16s{0};
     }
   }
+  reader = r;
 }
 
 bool BadOffset(int offset) { return static_cast<unsigned>(offset) > 7u; }

@@ -32,6 +32,10 @@
 #include "core/bitstream.hpp"
 #include "core/context.hpp"
 
+// The per-code helpers of the hot loops must inline into them, whatever the
+// compiler's size heuristics say, so the reader's state stays in registers.
+#define AKL_VLC_INLINE inline __attribute__((always_inline))
+
 namespace akl::vlc {
 
 struct DecodeSpec {
@@ -94,7 +98,7 @@ class WordReader {
     return WordReader(base, w, rem * 8u + static_cast<unsigned>(bit_offset));
   }
 
-  void Refill() {
+  AKL_VLC_INLINE void Refill() {
     if (avail_ < 32) {
       acc_ |= static_cast<std::uint64_t>(LoadBE32(base_ + 4 * next_)) << (32 - avail_);
       ++next_;
@@ -102,22 +106,22 @@ class WordReader {
     }
   }
   // The top bits of the accumulator; valid for n <= bits in hand (>= 32 after Refill).
-  std::uint64_t Acc() const { return acc_; }
+  AKL_VLC_INLINE std::uint64_t Acc() const { return acc_; }
   // The next n bits (1..32) after a Refill.
-  std::uint32_t Peek(int n) const { return static_cast<std::uint32_t>(acc_ >> (64 - n)); }
-  void Skip(int n) {
+  AKL_VLC_INLINE std::uint32_t Peek(int n) const { return static_cast<std::uint32_t>(acc_ >> (64 - n)); }
+  AKL_VLC_INLINE void Skip(int n) {
     acc_ <<= n;
     avail_ -= n;
   }
   // Refill, then read n bits (0..32).
-  std::uint32_t Read(int n) {
+  AKL_VLC_INLINE std::uint32_t Read(int n) {
     Refill();
     if (n == 0) return 0;
     const std::uint32_t v = Peek(n);
     Skip(n);
     return v;
   }
-  bool ReadBit() {
+  AKL_VLC_INLINE bool ReadBit() {
     Refill();
     const bool b = (acc_ >> 63) != 0;
     Skip(1);
@@ -167,7 +171,7 @@ class WordWriter {
   }
 
   // Appends the n low bits of code (n 0..32; code already fits in n bits).
-  void Put(std::uint32_t code, int n) {
+  AKL_VLC_INLINE void Put(std::uint32_t code, int n) {
     const int end = fill_ + n;
     if (end < 32) {
       cur_ |= static_cast<std::uint32_t>(static_cast<std::uint64_t>(code) << (32 - end));
