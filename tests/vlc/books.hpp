@@ -32,8 +32,10 @@ enum class Kind {
 };
 
 struct Book {
+  Book() = default;
+  Book(std::string n, Kind k) : name(std::move(n)), kind(k) {}
   std::string name;
-  Kind kind;
+  Kind kind = Kind::kScaleFactor;
   int dim = 1;
   int lav = 0;       // largest magnitude in the book
   int linbits = 0;   // Layer III tables with escapes

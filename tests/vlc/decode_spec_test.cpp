@@ -165,7 +165,7 @@ TEST(VlcDecodeSpec, CheckOrder) {
   EXPECT_EQ(vlc_test::DecodeFields(spec).tag, 0u);  // nothing written on failure
   // Tuple forms: the shape is reported before a table fault.
   EXPECT_EQ(aklsVLCDecodeUTupleGetSize_32s(&bad, 1, sizes, 1, 0, 0, nullptr), kStsNullPtr);
-  for (const auto [elements, bits] : {std::pair{0, 4}, {2, 0}, {-1, 4}, {2, -3}, {3, 11}, {33, 1}}) {
+  for (const auto& [elements, bits] : {std::pair{0, 4}, {2, 0}, {-1, 4}, {2, -3}, {3, 11}, {33, 1}}) {
     EXPECT_EQ(aklsVLCDecodeUTupleGetSize_32s(&bad, 1, sizes, 1, elements, bits, &size), kStsBadArgErr);
     EXPECT_EQ(aklsVLCDecodeUTupleInit_32s(&bad, 1, sizes, 1, elements, bits, spec), kStsBadArgErr);
     EXPECT_EQ(aklsVLCDecodeUTupleInitAlloc_32s(&bad, 1, sizes, 1, elements, bits, &out), kStsBadArgErr);
@@ -185,7 +185,9 @@ TEST(VlcDecodeSpec, InitAllocSurvivesEveryAllocationFailure) {
           spec = nullptr;
           const Status s = tuple ? aklsVLCDecodeUTupleInitAlloc_32s(book.data(), 12, sizes, 3, 2, 2, &spec)
                                  : aklsVLCDecodeInitAlloc_32s(book.data(), 12, sizes, 3, &spec);
-          if (s == kStsMemAllocErr) EXPECT_EQ(spec, nullptr);
+          if (s == kStsMemAllocErr) {
+            EXPECT_EQ(spec, nullptr);
+          }
           return s;
         },
         [&] { aklsVLCDecodeFree_32s(spec); });
