@@ -13,10 +13,9 @@ namespace akl::vlc {
 namespace {
 
 inline constexpr int kMaxCodeLength = 32;
-// Up to this many codes, distinct prefixes are counted by sorting a copy on
-// the stack; beyond it every code is compared with the earlier ones (no
-// allocation is allowed outside InitAlloc).  Both give the same count.
-inline constexpr int kSortedCountLimit = 4096;
+// Distinct prefixes are counted in sorted chunks of this many codes on the
+// stack (no allocation is allowed outside InitAlloc).
+inline constexpr int kPrefixChunk = 2048;
 
 struct Layout {
   int max_length = 0;   // L
@@ -42,24 +41,34 @@ std::uint32_t Prefix(const VlcCodeEntry& e, int depth) {
   return static_cast<std::uint32_t>(code >> (e.length - depth)) & LowMask(depth);
 }
 
-// Distinct depth-bit prefixes among the codes longer than depth.
-std::int64_t CountPrefixes(const VlcCodeEntry* table, int n, int depth) {
-  if (n <= kSortedCountLimit) {
-    std::uint32_t keys[kSortedCountLimit];
-    int count = 0;
-    for (int i = 0; i < n; ++i) {
-      if (table[i].length > depth) keys[count++] = Prefix(table[i], depth);
-    }
-    std::sort(keys, keys + count);
-    return std::unique(keys, keys + count) - keys;
+// Sorted, distinct depth-bit prefixes of the codes in [first, last) longer
+// than depth; returns their count.
+int ChunkPrefixes(const VlcCodeEntry* table, int first, int last, int depth, std::uint32_t* keys) {
+  int count = 0;
+  for (int i = first; i < last; ++i) {
+    if (table[i].length > depth) keys[count++] = Prefix(table[i], depth);
   }
+  std::sort(keys, keys + count);
+  return static_cast<int>(std::unique(keys, keys + count) - keys);
+}
+
+// Distinct depth-bit prefixes among the codes longer than depth.  Each chunk's
+// prefixes are counted unless an earlier chunk has them, so the work grows as
+// n^2 / chunk rather than n^2.
+std::int64_t CountPrefixes(const VlcCodeEntry* table, int n, int depth) {
+  std::uint32_t mine[kPrefixChunk];
+  std::uint32_t earlier[kPrefixChunk];
   std::int64_t distinct = 0;
-  for (int i = 0; i < n; ++i) {
-    if (table[i].length <= depth) continue;
-    const std::uint32_t p = Prefix(table[i], depth);
-    bool seen = false;
-    for (int j = 0; j < i && !seen; ++j) seen = table[j].length > depth && Prefix(table[j], depth) == p;
-    if (!seen) ++distinct;
+  for (int c = 0; c < n; c += kPrefixChunk) {
+    int count = ChunkPrefixes(table, c, std::min(n, c + kPrefixChunk), depth, mine);
+    for (int e = 0; e < c && count > 0; e += kPrefixChunk) {
+      const int other = ChunkPrefixes(table, e, e + kPrefixChunk, depth, earlier);
+      const auto end = std::remove_if(mine, mine + count, [&](std::uint32_t key) {
+        return std::binary_search(earlier, earlier + other, key);
+      });
+      count = static_cast<int>(end - mine);
+    }
+    distinct += count;
   }
   return distinct;
 }

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <set>
 #include <random>
 #include <vector>
 
@@ -263,6 +264,59 @@ TEST(VlcDecodeSpec, WalkStaysInsideTheTable) {
         }
       }
     }
+  }
+}
+
+}  // namespace
+
+namespace {
+
+// A random complete prefix code of 10000 codes (grown by splitting random
+// leaves), bigger than one counting chunk: GetSize counts every sub-table
+// (checked against a plain set), Init finds no conflict and every code decodes.
+TEST(VlcDecodeSpec, LargeBooksCountEverySubTable) {
+  std::mt19937 rng(akl::test::TestSeed());
+  std::vector<std::pair<std::uint32_t, int>> leaves = {{0, 1}, {1, 1}};
+  while (leaves.size() < 10000) {
+    const size_t i = rng() % leaves.size();
+    if (leaves[i].second >= 22) continue;
+    const auto [code, len] = leaves[i];
+    leaves[i] = {code << 1, len + 1};
+    leaves.push_back({(code << 1) | 1, len + 1});
+  }
+  std::vector<VlcCodeEntry> book;
+  for (size_t i = 0; i < leaves.size(); ++i) {
+    book.push_back({static_cast<int>(i), static_cast<Akl32s>(leaves[i].first), leaves[i].second});
+  }
+  const std::vector<int> sizes = {6, 5, 4, 7};
+  int max_len = 0;
+  for (const auto& e : book) max_len = std::max(max_len, e.length);
+  std::int64_t entries = (1 << 6) + 1;
+  int depth = 6;
+  for (size_t level = 1; level < sizes.size() && depth < max_len; ++level) {
+    std::set<std::uint32_t> prefixes;
+    for (const auto& e : book) {
+      if (e.length > depth) prefixes.insert((static_cast<std::uint32_t>(e.code) >> (e.length - depth)));
+    }
+    const int s = std::min(sizes[level], max_len - depth);
+    entries += static_cast<std::int64_t>(prefixes.size()) * ((1 << s) + 1);
+    depth += s;
+  }
+  int size = 0;
+  ASSERT_EQ(aklsVLCDecodeGetSize_32s(book.data(), static_cast<int>(book.size()), sizes.data(), 4, &size), kStsOk);
+  EXPECT_EQ(size - 160, entries * 2);  // 16-bit entries: values up to 9999
+  vlc_test::RawBlock blk(0, static_cast<size_t>(size));
+  ASSERT_EQ(aklsVLCDecodeInit_32s(book.data(), static_cast<int>(book.size()), sizes.data(), 4, blk.dec()), kStsOk);
+  for (size_t i = 0; i < book.size(); i += 7) {
+    std::string bits;
+    for (int b = book[i].length - 1; b >= 0; --b) bits += ((book[i].code >> b) & 1) ? '1' : '0';
+    auto stream = vlc_test::Bits(bits, 0, 8);
+    Akl8u* p = stream.data();
+    int off = 0;
+    Akl16s v = -1;
+    ASSERT_EQ(aklsVLCDecodeOne_1u16s(&p, &off, &v, blk.dec()), kStsOk);
+    EXPECT_EQ(v, static_cast<Akl16s>(i));
+    EXPECT_EQ((p - stream.data()) * 8 + off, book[i].length);
   }
 }
 
