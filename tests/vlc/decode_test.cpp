@@ -295,3 +295,22 @@ TEST(VlcDecode, PlainAndTupleContextsAreInterchangeable) {
 }
 
 }  // namespace
+
+namespace {
+
+// Escape decoders are not meant for 8-bit contexts; given one they decode the
+// unsigned values and stay inside the table and the stream.
+TEST(VlcDecode, EscapeDecodersOnEightBitContexts) {
+  const auto book = vlc_test::Entries({{0, "0"}, {1, "10"}, {2, "11"}});
+  auto ctx = vlc_test::DecodeContext(book, {2});
+  ASSERT_EQ(vlc_test::DecodeFields(ctx.dec()).entryWidth, 8);
+  auto bytes = vlc_test::Bits("10" "11" "0" "0", 0, 8);
+  Akl8u* p = bytes.data();
+  int off = 0;
+  Akl16s out[4];
+  ASSERT_EQ(aklsVLCDecodeEscBlock_MP3_1u16s(&p, &off, 4, out, 4, ctx.dec()), kStsOk);
+  EXPECT_EQ(std::vector<Akl16s>(out, out + 4), (std::vector<Akl16s>{0, -127, 0, -126}));
+  EXPECT_EQ(off, 4);
+}
+
+}  // namespace

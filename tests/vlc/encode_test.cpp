@@ -303,3 +303,24 @@ TEST(VlcEncode, UseStatusesInCheckOrder) {
 }
 
 }  // namespace
+
+namespace {
+
+// A value the book lacks has length 0: nothing is written but the rest of the
+// cursor's word, which becomes ones; values outside the book's range wrap.
+TEST(VlcEncode, ValuesMissingFromTheBook) {
+  auto ctx = vlc_test::EncodeContext(Entries({{0, "10"}, {3, "0"}}));  // 1 and 2 are missing
+  std::vector<Akl8u> buf(8, 0);
+  Akl8u* p = buf.data() + 1;
+  int off = 3;
+  ASSERT_EQ(aklsVLCEncodeOne_16s1u(2, &p, &off, ctx.enc()), kStsOk);
+  EXPECT_EQ(p, buf.data() + 1);
+  EXPECT_EQ(off, 3);
+  EXPECT_EQ(BitString(buf.data(), 0, 32), std::string(11, '0') + std::string(21, '1'));
+  int count = -1;
+  const Akl16s odd[] = {2, 1, 0, 8, 4};  // k = 3: 8 wraps onto 0, 4 is an unfilled slot
+  ASSERT_EQ(aklsVLCCountBits_16s32s(odd, 5, &count, ctx.enc()), kStsOk);
+  EXPECT_EQ(count, 4);
+}
+
+}  // namespace
