@@ -100,10 +100,33 @@ AKL_VLC_INLINE int DecodeValue(const W& w, WordReader& r) {
   return w.Value(e);
 }
 
+// K codes per refill: a refill leaves at least 32 bits in hand, enough for K
+// codes when K times the longest code fits in 32.
+template <int K, class W>
+void DecodeBlockUnrolled(const W& w, WordReader& r, Akl16s* out, int len) {
+  int i = 0;
+  for (; i + K <= len; i += K) {
+    r.Refill();
+    for (int k = 0; k < K; ++k) {
+      int n;
+      const std::uint32_t e = w.Lookup(r.Acc(), &n);
+      r.Skip(n);
+      out[i + k] = static_cast<Akl16s>(w.Value(e));
+    }
+  }
+  for (; i < len; ++i) out[i] = static_cast<Akl16s>(DecodeValue(w, r));
+}
+
 template <class W>
-void DecodeBlockKernel(const W& w, WordReader& reader, Akl16s* out, int len) {
+void DecodeBlockKernel(const W& w, WordReader& reader, Akl16s* out, int len, int max_length) {
   WordReader r = reader;  // a local copy stays in registers
-  for (int i = 0; i < len; ++i) out[i] = static_cast<Akl16s>(DecodeValue(w, r));
+  if (max_length <= 10) {
+    DecodeBlockUnrolled<3>(w, r, out, len);
+  } else if (max_length <= 16) {
+    DecodeBlockUnrolled<2>(w, r, out, len);
+  } else {
+    DecodeBlockUnrolled<1>(w, r, out, len);
+  }
   reader = r;
 }
 
@@ -264,7 +287,7 @@ Status aklsVLCDecodeBlock_1u16s(Akl8u** ppBitStream, int* pBitOffset, Akl16s* pD
   if (s.tag != kTagVlcDecode) return kStsVLCDataErr;
   if (len < 1) return kStsOk;
   WordReader r = WordReader::AtAlignedWord(*ppBitStream, *pBitOffset);
-  WithWalker(s, [&](const auto& w) { DecodeBlockKernel(w, r, pData, len); });
+  WithWalker(s, [&](const auto& w) { DecodeBlockKernel(w, r, pData, len, s.maxLength); });
   r.WriteBack(ppBitStream, pBitOffset);
   return kStsOk;
 }
