@@ -32,7 +32,7 @@ class Walker {
   // bits); *len receives the code's length.
   AKL_VLC_INLINE std::uint32_t Lookup(std::uint64_t acc, int* len) const {
     const std::uint32_t e = static_cast<Raw>(t_[1 + (acc >> (64 - root_bits_))]);
-    if ((e & 1u) != 0) {
+    if (__builtin_expect((e & 1u) != 0, 1)) {
       *len = static_cast<int>((e & length_mask_) >> 1);
       return e;
     }
@@ -50,7 +50,7 @@ class Walker {
 
  private:
   // Codes longer than the root level: rarer, kept out of the hot loop.
-  __attribute__((noinline)) std::uint32_t LookupDeep(std::uint64_t acc, std::uint32_t e, int* len) const {
+  AKL_VLC_INLINE std::uint32_t LookupDeep(std::uint64_t acc, std::uint32_t e, int* len) const {
     int before = 0;
     int s = root_bits_;
     int depth = root_bits_;
@@ -215,51 +215,94 @@ void EscMp3Kernel(const W& w, WordReader& reader, int linbits, Akl16s* out, int 
 // Tuple decoding: magnitudes of `bits` bits, first element most significant,
 // each non-zero one followed by its sign bit.  The pair decoders split the
 // value into two elements whatever numElements says.
-template <class W>
-void TupleKernel(const W& w, WordReader& reader, Akl16s* out, int tuples, int elements, int bits) {
-  WordReader r = reader;
+//
+// When the longest code plus all its sign bits fit in the 32 bits that the
+// refill before the code guarantees, sign bits are taken without refilling
+// (InHand); otherwise each is read with a refill.
+template <bool InHand>
+AKL_VLC_INLINE bool SignBit(WordReader& r) {
+  return InHand ? r.TakeBit() : r.ReadBit();
+}
+
+template <bool InHand, class W>
+void TupleLoop(const W& w, WordReader& r, Akl16s* out, int tuples, int elements, int bits) {
   const std::uint32_t mask = LowMask(bits);
   for (int i = 0; i < tuples; ++i) {
     const auto v = static_cast<std::uint32_t>(DecodeValue(w, r));
     for (int k = 0; k < elements; ++k) {
       const std::uint32_t mag = (v >> ((elements - 1 - k) * bits)) & mask;
-      out[k] = mag != 0 ? Signed(mag, r.ReadBit()) : Akl16s{0};
+      out[k] = mag != 0 ? Signed(mag, SignBit<InHand>(r)) : Akl16s{0};
     }
     out += elements;
+  }
+}
+
+template <class W>
+void TupleKernel(const W& w, WordReader& reader, Akl16s* out, int tuples, int elements, int bits, int max_length) {
+  WordReader r = reader;
+  if (max_length + elements <= 32) {
+    TupleLoop<true>(w, r, out, tuples, elements, bits);
+  } else {
+    TupleLoop<false>(w, r, out, tuples, elements, bits);
   }
   reader = r;
 }
 
-template <class W>
-Status TupleEscAacKernel(const W& w, WordReader& reader, Akl16s* out, int pairs, int bits) {
-  WordReader r = reader;
+template <bool InHand, class W>
+Status TupleEscAacLoop(const W& w, WordReader& r, Akl16s* out, int pairs, int bits) {
   const std::uint32_t mask = LowMask(bits);
   for (int i = 0; i < pairs; ++i) {
     const auto v = static_cast<std::uint32_t>(DecodeValue(w, r));
     std::uint32_t first = static_cast<std::uint32_t>(std::uint64_t{v} >> bits) & mask;
     std::uint32_t second = v & mask;
-    const bool neg_first = first != 0 && r.ReadBit();
-    const bool neg_second = second != 0 && r.ReadBit();
+    const bool neg_first = first != 0 && SignBit<InHand>(r);
+    const bool neg_second = second != 0 && SignBit<InHand>(r);
     if (first == 16 && !ReadAacEscape(r, &first)) return kStsVLCDataErr;
     if (second == 16 && !ReadAacEscape(r, &second)) return kStsVLCDataErr;
     out[2 * i] = Signed(first, neg_first);
     out[2 * i + 1] = Signed(second, neg_second);
   }
-  reader = r;
   return kStsOk;
 }
 
 template <class W>
-void TupleEscMp3Kernel(const W& w, WordReader& reader, int linbits, Akl16s* out, int pairs, int bits) {
+Status TupleEscAacKernel(const W& w, WordReader& reader, Akl16s* out, int pairs, int bits, int max_length) {
   WordReader r = reader;
+  const Status st = max_length + 2 <= 32 ? TupleEscAacLoop<true>(w, r, out, pairs, bits)
+                                         : TupleEscAacLoop<false>(w, r, out, pairs, bits);
+  reader = r;
+  return st;
+}
+
+template <bool InHand, class W>
+void TupleEscMp3Loop(const W& w, WordReader& r, int linbits, Akl16s* out, int pairs, int bits) {
   const std::uint32_t mask = LowMask(bits);
   for (int i = 0; i < pairs; ++i) {
     const auto v = static_cast<std::uint32_t>(DecodeValue(w, r));
+    const std::uint32_t x = static_cast<std::uint32_t>(std::uint64_t{v} >> bits) & mask;
+    const std::uint32_t y = v & mask;
+    if (x != 15 && y != 15) {
+      out[2 * i] = x != 0 ? Signed(x, SignBit<InHand>(r)) : Akl16s{0};
+      out[2 * i + 1] = y != 0 ? Signed(y, SignBit<InHand>(r)) : Akl16s{0};
+      continue;
+    }
+    // Escapes: x's linbits, x's sign, y's linbits, y's sign.
     for (int k = 0; k < 2; ++k) {
-      std::uint32_t mag = static_cast<std::uint32_t>(std::uint64_t{v} >> ((1 - k) * bits)) & mask;
+      std::uint32_t mag = k == 0 ? x : y;
       if (mag == 15) mag += r.Read(linbits);
       out[2 * i + k] = mag != 0 ? Signed(mag, r.ReadBit()) : Akl16s{0};
     }
+  }
+}
+
+template <class W>
+void TupleEscMp3Kernel(const W& w, WordReader& reader, int linbits, Akl16s* out, int pairs, int bits,
+                       int max_length) {
+  WordReader r = reader;
+  if (max_length + 2 <= 32) {
+    TupleEscMp3Loop<true>(w, r, linbits, out, pairs, bits);
+  } else {
+    TupleEscMp3Loop<false>(w, r, linbits, out, pairs, bits);
   }
   reader = r;
 }
@@ -327,7 +370,7 @@ Status aklsVLCDecodeUTupleOne_1u16s(Akl8u** ppBitStream, int* pBitOffset, Akl16s
   const DecodeSpec& s = *DecodeSpecAt(pSpec);
   if (BadOffset(*pBitOffset) || s.tag != kTagVlcDecode) return kStsVLCDataErr;
   WordReader r = WordReader::AtAlignedWord(*ppBitStream, *pBitOffset);
-  WithWalker(s, [&](const auto& w) { TupleKernel(w, r, pData, 1, s.numElements, s.numValueBits); });
+  WithWalker(s, [&](const auto& w) { TupleKernel(w, r, pData, 1, s.numElements, s.numValueBits, s.maxLength); });
   r.WriteBack(ppBitStream, pBitOffset);
   return kStsOk;
 }
@@ -341,7 +384,7 @@ Status aklsVLCDecodeUTupleBlock_1u16s(Akl8u** ppBitStream, int* pBitOffset, Akl1
   const int tuples = len / s.numElements;
   if (tuples < 1) return kStsOk;
   WordReader r = WordReader::AtAlignedWord(*ppBitStream, *pBitOffset);
-  WithWalker(s, [&](const auto& w) { TupleKernel(w, r, pData, tuples, s.numElements, s.numValueBits); });
+  WithWalker(s, [&](const auto& w) { TupleKernel(w, r, pData, tuples, s.numElements, s.numValueBits, s.maxLength); });
   r.WriteBack(ppBitStream, pBitOffset);
   return kStsOk;
 }
@@ -356,7 +399,7 @@ Status aklsVLCDecodeUTupleEscBlock_AAC_1u16s(Akl8u** ppBitStream, int* pBitOffse
   if (pairs < 1) return kStsOk;
   WordReader r = WordReader::FromBytePointer(*ppBitStream, *pBitOffset);
   const Status st =
-      WithWalker(s, [&](const auto& w) { return TupleEscAacKernel(w, r, pData, pairs, s.numValueBits); });
+      WithWalker(s, [&](const auto& w) { return TupleEscAacKernel(w, r, pData, pairs, s.numValueBits, s.maxLength); });
   if (st != kStsOk) return st;
   r.WriteBack(ppBitStream, pBitOffset);
   return kStsOk;
@@ -372,7 +415,7 @@ Status aklsVLCDecodeUTupleEscBlock_MP3_1u16s(Akl8u** ppBitStream, int* pBitOffse
   if (pairs < 1) return kStsOk;
   WordReader r = WordReader::FromBytePointer(*ppBitStream, *pBitOffset);
   WithWalker(s, [&](const auto& w) {
-    TupleEscMp3Kernel(w, r, ClampLinbits(linbits), pData, pairs, s.numValueBits);
+    TupleEscMp3Kernel(w, r, ClampLinbits(linbits), pData, pairs, s.numValueBits, s.maxLength);
   });
   r.WriteBack(ppBitStream, pBitOffset);
   return kStsOk;

@@ -121,6 +121,12 @@ class WordReader {
     Skip(n);
     return v;
   }
+  // The next bit, when the caller knows one is in hand.
+  AKL_VLC_INLINE bool TakeBit() {
+    const bool b = (acc_ >> 63) != 0;
+    Skip(1);
+    return b;
+  }
   AKL_VLC_INLINE bool ReadBit() {
     Refill();
     const bool b = (acc_ >> 63) != 0;
