@@ -314,3 +314,33 @@ TEST(VlcDecode, EscapeDecodersOnEightBitContexts) {
 }
 
 }  // namespace
+
+namespace {
+
+// A tuple book whose longest code leaves no room for its sign bits in one
+// refill (31 + 2 > 32): the sign bits are then read with refills.
+TEST(VlcDecode, TupleSignsAfterThirtyOneBitCodes) {
+  const std::string long_a = std::string(30, '0') + "1";
+  const std::string long_b(31, '0');
+  const auto book = vlc_test::Entries({{0x11, "1"}, {0x02, "01"}, {0x30, long_a.c_str()}, {0x00, long_b.c_str()}});
+  auto ctx = vlc_test::TupleContext(book, {8, 8, 8, 8}, 2, 4);
+  const std::string bits = "1" "1" "0" "01" "1" + long_a + "0" + long_b;
+  const std::vector<Akl16s> want = {-1, 1, 0, -2, 3, 0, 0, 0};
+  for (int which = 0; which < 3; ++which) {
+    SCOPED_TRACE(which);
+    for (int lead = 0; lead < 32; lead += 5) {
+      auto bytes = vlc_test::Bits(bits, lead, 24);
+      Akl8u* p = bytes.data() + lead / 8;
+      int off = lead % 8;
+      Akl16s out[8];
+      const Status st = which == 0   ? aklsVLCDecodeUTupleBlock_1u16s(&p, &off, out, 8, ctx.dec())
+                        : which == 1 ? aklsVLCDecodeUTupleEscBlock_AAC_1u16s(&p, &off, out, 8, ctx.dec())
+                                     : aklsVLCDecodeUTupleEscBlock_MP3_1u16s(&p, &off, 3, out, 8, ctx.dec());
+      ASSERT_EQ(st, kStsOk);
+      EXPECT_EQ(std::vector<Akl16s>(out, out + 8), want);
+      EXPECT_EQ((p - bytes.data()) * 8 + off, lead + static_cast<long>(bits.size()));
+    }
+  }
+}
+
+}  // namespace
