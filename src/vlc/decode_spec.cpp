@@ -178,19 +178,19 @@ Status FillTable(Entry* t, const Layout& lay, const VlcCodeEntry* table, int n) 
 // a context that fails with a prefix conflict already carries its tag.
 Status Build(void* raw, const Layout& lay, const VlcCodeEntry* table, int n, int owned, int num_elements,
              int num_value_bits) {
-  auto* spec = ContextAt<DecodeSpec>(raw, kVlcContextAlign);
-  void* t = reinterpret_cast<char*>(spec) + kDecodeTableOffset;
-  spec->tag = kTagVlcDecode;
-  spec->ownedByLibrary = owned;
-  spec->maxLength = lay.max_length;
-  spec->reserved = 0;
-  spec->table = t;
-  spec->entryWidth = lay.width;
-  spec->lengthFieldBits = lay.length_bits;
-  spec->numElements = num_elements;
-  spec->numValueBits = num_value_bits;
-  spec->tupleBits = num_elements * num_value_bits;
-  spec->numEntries = static_cast<Akl32s>(lay.entries);
+  auto* ctx = ContextAt<DecodeSpec>(raw, kVlcContextAlign);
+  void* t = reinterpret_cast<char*>(ctx) + kDecodeTableOffset;
+  ctx->tag = kTagVlcDecode;
+  ctx->ownedByLibrary = owned;
+  ctx->maxLength = lay.max_length;
+  ctx->reserved = 0;
+  ctx->table = t;
+  ctx->entryWidth = lay.width;
+  ctx->lengthFieldBits = lay.length_bits;
+  ctx->numElements = num_elements;
+  ctx->numValueBits = num_value_bits;
+  ctx->tupleBits = num_elements * num_value_bits;
+  ctx->numEntries = static_cast<Akl32s>(lay.entries);
   switch (lay.width) {
     case 8:
       return FillTable(static_cast<std::uint8_t*>(t), lay, table, n);

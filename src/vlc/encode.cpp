@@ -47,8 +47,8 @@ Status AnalyseEncode(const VlcCodeEntry* table, int n, EncodeLayout* out) {
 }
 
 void BuildEncode(void* raw, const EncodeLayout& lay, const VlcCodeEntry* table, int n, int owned) {
-  auto* spec = ContextAt<EncodeSpec>(raw, kVlcContextAlign);
-  auto* t = reinterpret_cast<std::uint32_t*>(reinterpret_cast<char*>(spec) + kEncodeTableOffset);
+  auto* ctx = ContextAt<EncodeSpec>(raw, kVlcContextAlign);
+  auto* t = reinterpret_cast<std::uint32_t*>(reinterpret_cast<char*>(ctx) + kEncodeTableOffset);
   const std::size_t slots = std::size_t{1} << lay.index_bits;
   // Slots of values the book lacks hold length 0, so encoding one writes nothing.
   std::fill(t, t + 2 * slots, 0u);
@@ -60,11 +60,11 @@ void BuildEncode(void* raw, const EncodeLayout& lay, const VlcCodeEntry* table, 
     t[idx] = static_cast<std::uint32_t>(len);
     t[slots + idx] = static_cast<std::uint32_t>(e.code) & LowMask(len);
   }
-  spec->table = t;
-  spec->valueOffset = static_cast<Akl32s>(-static_cast<std::int64_t>(lay.smallest));
-  spec->indexBits = lay.index_bits;
-  spec->ownedByLibrary = owned;
-  spec->tag = kTagVlcEncode;
+  ctx->table = t;
+  ctx->valueOffset = static_cast<Akl32s>(-static_cast<std::int64_t>(lay.smallest));
+  ctx->indexBits = lay.index_bits;
+  ctx->ownedByLibrary = owned;
+  ctx->tag = kTagVlcEncode;
 }
 
 // (code, length) of a value; values outside the book's range wrap into it.

@@ -111,24 +111,24 @@ TEST(VlcDecodeSpec, ConflictsOnlyThroughLeaves) {
   const auto long_first = Entries({{6, "01"}, {5, "0"}, {7, "1"}});
   const int sizes[] = {1, 2};
   std::vector<unsigned char> mem(512);
-  auto* spec = reinterpret_cast<aklsVLCDecodeSpec_32s*>(mem.data());
-  EXPECT_EQ(aklsVLCDecodeInit_32s(short_first.data(), 3, sizes, 2, spec), kStsVLCTableErr);
-  EXPECT_EQ(vlc_test::DecodeFields(spec).tag, 0x434D4160u);  // built in part
-  ASSERT_EQ(aklsVLCDecodeInit_32s(long_first.data(), 3, sizes, 2, spec), kStsOk);
+  auto* ctx_ptr = reinterpret_cast<aklsVLCDecodeSpec_32s*>(mem.data());
+  EXPECT_EQ(aklsVLCDecodeInit_32s(short_first.data(), 3, sizes, 2, ctx_ptr), kStsVLCTableErr);
+  EXPECT_EQ(vlc_test::DecodeFields(ctx_ptr).tag, 0x434D4160u);  // built in part
+  ASSERT_EQ(aklsVLCDecodeInit_32s(long_first.data(), 3, sizes, 2, ctx_ptr), kStsOk);
   // The short code's leaf replaced the pointer: "01" now decodes as "0".
   auto bits = vlc_test::Bits("01");
   Akl8u* p = bits.data();
   int off = 0;
   Akl16s v = 0;
-  ASSERT_EQ(aklsVLCDecodeOne_1u16s(&p, &off, &v, spec), kStsOk);
+  ASSERT_EQ(aklsVLCDecodeOne_1u16s(&p, &off, &v, ctx_ptr), kStsOk);
   EXPECT_EQ(v, 5);
   EXPECT_EQ(off, 1);
   // One level: never a conflict; later entries overwrite earlier ones.
   const int one_level[] = {2};
-  ASSERT_EQ(aklsVLCDecodeInit_32s(short_first.data(), 3, one_level, 1, spec), kStsOk);
+  ASSERT_EQ(aklsVLCDecodeInit_32s(short_first.data(), 3, one_level, 1, ctx_ptr), kStsOk);
   p = bits.data();
   off = 0;
-  ASSERT_EQ(aklsVLCDecodeOne_1u16s(&p, &off, &v, spec), kStsOk);
+  ASSERT_EQ(aklsVLCDecodeOne_1u16s(&p, &off, &v, ctx_ptr), kStsOk);
   EXPECT_EQ(v, 6);
   EXPECT_EQ(off, 2);
 }
@@ -137,12 +137,12 @@ TEST(VlcDecodeSpec, InitAllocConflictHandsBackTheMemory) {
   const auto book = Entries({{5, "0"}, {6, "01"}, {7, "1"}});
   const int sizes[] = {1, 2};
   const int live = akl::test::LiveAllocations();
-  aklsVLCDecodeSpec_32s* spec = nullptr;
-  EXPECT_EQ(aklsVLCDecodeInitAlloc_32s(book.data(), 3, sizes, 2, &spec), kStsVLCTableErr);
-  ASSERT_NE(spec, nullptr);
-  EXPECT_EQ(vlc_test::DecodeFields(spec).ownedByLibrary, 1);
+  aklsVLCDecodeSpec_32s* ctx_ptr = nullptr;
+  EXPECT_EQ(aklsVLCDecodeInitAlloc_32s(book.data(), 3, sizes, 2, &ctx_ptr), kStsVLCTableErr);
+  ASSERT_NE(ctx_ptr, nullptr);
+  EXPECT_EQ(vlc_test::DecodeFields(ctx_ptr).ownedByLibrary, 1);
   EXPECT_EQ(akl::test::LiveAllocations(), live + 1);
-  aklsVLCDecodeFree_32s(spec);
+  aklsVLCDecodeFree_32s(ctx_ptr);
   EXPECT_EQ(akl::test::LiveAllocations(), live);
 }
 
@@ -152,23 +152,23 @@ TEST(VlcDecodeSpec, CheckOrder) {
   const int sizes[] = {4};
   int size = 7;
   std::vector<unsigned char> mem(1024);
-  auto* spec = reinterpret_cast<aklsVLCDecodeSpec_32s*>(mem.data());
+  auto* ctx_ptr = reinterpret_cast<aklsVLCDecodeSpec_32s*>(mem.data());
   aklsVLCDecodeSpec_32s* out = nullptr;
   EXPECT_EQ(aklsVLCDecodeGetSize_32s(nullptr, 2, sizes, 1, &size), kStsNullPtr);
   EXPECT_EQ(aklsVLCDecodeGetSize_32s(&bad, 1, nullptr, 1, &size), kStsNullPtr);
   EXPECT_EQ(aklsVLCDecodeGetSize_32s(&bad, 1, sizes, 1, nullptr), kStsNullPtr);
   EXPECT_EQ(aklsVLCDecodeInit_32s(&bad, 1, sizes, 1, nullptr), kStsNullPtr);
   EXPECT_EQ(aklsVLCDecodeInitAlloc_32s(&bad, 1, sizes, 1, nullptr), kStsNullPtr);
-  EXPECT_EQ(aklsVLCDecodeInit_32s(&bad, 1, sizes, 1, spec), kStsVLCTableErr);
+  EXPECT_EQ(aklsVLCDecodeInit_32s(&bad, 1, sizes, 1, ctx_ptr), kStsVLCTableErr);
   EXPECT_EQ(aklsVLCDecodeInitAlloc_32s(&bad, 1, sizes, 1, &out), kStsVLCTableErr);
   EXPECT_EQ(size, 7);
   EXPECT_EQ(out, nullptr);
-  EXPECT_EQ(vlc_test::DecodeFields(spec).tag, 0u);  // nothing written on failure
+  EXPECT_EQ(vlc_test::DecodeFields(ctx_ptr).tag, 0u);  // nothing written on failure
   // Tuple forms: the shape is reported before a table fault.
   EXPECT_EQ(aklsVLCDecodeUTupleGetSize_32s(&bad, 1, sizes, 1, 0, 0, nullptr), kStsNullPtr);
   for (const auto& [elements, bits] : {std::pair{0, 4}, {2, 0}, {-1, 4}, {2, -3}, {3, 11}, {33, 1}}) {
     EXPECT_EQ(aklsVLCDecodeUTupleGetSize_32s(&bad, 1, sizes, 1, elements, bits, &size), kStsBadArgErr);
-    EXPECT_EQ(aklsVLCDecodeUTupleInit_32s(&bad, 1, sizes, 1, elements, bits, spec), kStsBadArgErr);
+    EXPECT_EQ(aklsVLCDecodeUTupleInit_32s(&bad, 1, sizes, 1, elements, bits, ctx_ptr), kStsBadArgErr);
     EXPECT_EQ(aklsVLCDecodeUTupleInitAlloc_32s(&bad, 1, sizes, 1, elements, bits, &out), kStsBadArgErr);
   }
   EXPECT_EQ(aklsVLCDecodeUTupleGetSize_32s(&bad, 1, sizes, 1, 2, 4, &size), kStsVLCTableErr);
@@ -179,23 +179,23 @@ TEST(VlcDecodeSpec, CheckOrder) {
 TEST(VlcDecodeSpec, InitAllocSurvivesEveryAllocationFailure) {
   const auto book = Ladder11();
   const int sizes[] = {4, 4, 4};
-  aklsVLCDecodeSpec_32s* spec = nullptr;
+  aklsVLCDecodeSpec_32s* ctx_ptr = nullptr;
   for (bool tuple : {false, true}) {
     const Status st = akl::test::SweepAllocationFailures(
         [&] {
-          spec = nullptr;
-          const Status s = tuple ? aklsVLCDecodeUTupleInitAlloc_32s(book.data(), 12, sizes, 3, 2, 2, &spec)
-                                 : aklsVLCDecodeInitAlloc_32s(book.data(), 12, sizes, 3, &spec);
+          ctx_ptr = nullptr;
+          const Status s = tuple ? aklsVLCDecodeUTupleInitAlloc_32s(book.data(), 12, sizes, 3, 2, 2, &ctx_ptr)
+                                 : aklsVLCDecodeInitAlloc_32s(book.data(), 12, sizes, 3, &ctx_ptr);
           if (s == kStsMemAllocErr) {
-            EXPECT_EQ(spec, nullptr);
+            EXPECT_EQ(ctx_ptr, nullptr);
           }
           return s;
         },
-        [&] { aklsVLCDecodeFree_32s(spec); });
+        [&] { aklsVLCDecodeFree_32s(ctx_ptr); });
     ASSERT_EQ(st, kStsOk);
-    EXPECT_EQ(vlc_test::DecodeFields(spec).ownedByLibrary, 1);
-    EXPECT_EQ(vlc_test::DecodeFields(spec).numElements, tuple ? 2 : 1);
-    aklsVLCDecodeUTupleFree_32s(spec);
+    EXPECT_EQ(vlc_test::DecodeFields(ctx_ptr).ownedByLibrary, 1);
+    EXPECT_EQ(vlc_test::DecodeFields(ctx_ptr).numElements, tuple ? 2 : 1);
+    aklsVLCDecodeUTupleFree_32s(ctx_ptr);
   }
 }
 

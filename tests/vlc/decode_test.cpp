@@ -243,7 +243,7 @@ std::vector<Decoder> Decoders() {
 TEST(VlcDecode, StatusesInCheckOrder) {
   auto good = vlc_test::DecodeContext(AacPairBook(), {3});
   std::vector<unsigned char> stale(256, 0);  // no tag
-  auto* bad_spec = reinterpret_cast<const aklsVLCDecodeSpec_32s*>(stale.data());
+  auto* bad_ctx = reinterpret_cast<const aklsVLCDecodeSpec_32s*>(stale.data());
   for (const auto& d : Decoders()) {
     SCOPED_TRACE(d.name);
     auto bytes = Bits("0000");
@@ -255,15 +255,15 @@ TEST(VlcDecode, StatusesInCheckOrder) {
     EXPECT_EQ(d.call(nullptr, &off, out, good.dec()), kStsNullPtr);
     EXPECT_EQ(d.call(&null_stream, &off, out, good.dec()), kStsNullPtr);
     EXPECT_EQ(d.call(&p, nullptr, out, good.dec()), kStsNullPtr);
-    EXPECT_EQ(d.call(&p, &bad_off, nullptr, bad_spec), kStsNullPtr);
+    EXPECT_EQ(d.call(&p, &bad_off, nullptr, bad_ctx), kStsNullPtr);
     EXPECT_EQ(d.call(&p, &bad_off, out, nullptr), kStsNullPtr);
     for (int o : {-1, 8, 9, -100}) {
       int oo = o;
       EXPECT_EQ(d.call(&p, &oo, out, good.dec()), d.offset_status) << o;
-      EXPECT_EQ(d.call(&p, &oo, out, bad_spec), d.offset_status) << o;  // offset before tag
+      EXPECT_EQ(d.call(&p, &oo, out, bad_ctx), d.offset_status) << o;  // offset before tag
       EXPECT_EQ(oo, o);
     }
-    EXPECT_EQ(d.call(&p, &off, out, bad_spec), d.tag_status);
+    EXPECT_EQ(d.call(&p, &off, out, bad_ctx), d.tag_status);
     EXPECT_EQ(p, bytes.data() + 1);
     EXPECT_EQ(off, 2);
     EXPECT_EQ(out[0], 11);

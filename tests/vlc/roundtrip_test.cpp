@@ -23,7 +23,7 @@ constexpr int kSymbols = 97;  // odd, so pair decoders also see a trailing eleme
 
 struct Ctx {
   std::vector<unsigned char> mem;
-  aklsVLCDecodeSpec_32s* spec() { return reinterpret_cast<aklsVLCDecodeSpec_32s*>(mem.data() + 5); }
+  aklsVLCDecodeSpec_32s* context() { return reinterpret_cast<aklsVLCDecodeSpec_32s*>(mem.data() + 5); }
 };
 
 Ctx BuildDecode(const std::vector<VlcCodeEntry>& e, const std::vector<int>& sizes, int elements, int bits) {
@@ -34,13 +34,13 @@ Ctx BuildDecode(const std::vector<VlcCodeEntry>& e, const std::vector<int>& size
                                        static_cast<int>(sizes.size()), &size), kStsOk);
     c.mem.assign(static_cast<size_t>(size) + 5, 0);
     EXPECT_EQ(aklsVLCDecodeInit_32s(e.data(), static_cast<int>(e.size()), sizes.data(),
-                                    static_cast<int>(sizes.size()), c.spec()), kStsOk);
+                                    static_cast<int>(sizes.size()), c.context()), kStsOk);
   } else {
     EXPECT_EQ(aklsVLCDecodeUTupleGetSize_32s(e.data(), static_cast<int>(e.size()), sizes.data(),
                                              static_cast<int>(sizes.size()), elements, bits, &size), kStsOk);
     c.mem.assign(static_cast<size_t>(size) + 5, 0);
     EXPECT_EQ(aklsVLCDecodeUTupleInit_32s(e.data(), static_cast<int>(e.size()), sizes.data(),
-                                          static_cast<int>(sizes.size()), elements, bits, c.spec()), kStsOk);
+                                          static_cast<int>(sizes.size()), elements, bits, c.context()), kStsOk);
   }
   return c;
 }
@@ -162,24 +162,24 @@ TEST(VlcRoundTrip, EveryBookEveryOffsetAndAlignment) {
           };
 
           if (coder == Coder::kPlain) {
-            decode_check([&](Akl8u** pp, int* po, Akl16s* d) { return aklsVLCDecodeBlock_1u16s(pp, po, d, n, plain.spec()); },
+            decode_check([&](Akl8u** pp, int* po, Akl16s* d) { return aklsVLCDecodeBlock_1u16s(pp, po, d, n, plain.context()); },
                          packed, "Block");
             decode_check(
                 [&](Akl8u** pp, int* po, Akl16s* d) -> Status {
                   for (int i = 0; i < n; ++i) {
-                    if (Status st = aklsVLCDecodeOne_1u16s(pp, po, d + i, plain.spec()); st != kStsOk) return st;
+                    if (Status st = aklsVLCDecodeOne_1u16s(pp, po, d + i, plain.context()); st != kStsOk) return st;
                   }
                   return kStsOk;
                 },
                 packed, "One");
             if (tuple_form) {
               decode_check([&](Akl8u** pp, int* po, Akl16s* d) -> Status {
-                return aklsVLCDecodeUTupleBlock_1u16s(pp, po, d, nflat, tuple.spec());
+                return aklsVLCDecodeUTupleBlock_1u16s(pp, po, d, nflat, tuple.context());
               }, flat, "UTupleBlock");
               decode_check(
                   [&](Akl8u** pp, int* po, Akl16s* d) -> Status {
                     for (int i = 0; i < n; ++i) {
-                      if (Status st = aklsVLCDecodeUTupleOne_1u16s(pp, po, d + i * b.dim, tuple.spec()); st != kStsOk) {
+                      if (Status st = aklsVLCDecodeUTupleOne_1u16s(pp, po, d + i * b.dim, tuple.context()); st != kStsOk) {
                         return st;
                       }
                     }
@@ -189,17 +189,17 @@ TEST(VlcRoundTrip, EveryBookEveryOffsetAndAlignment) {
             }
           } else if (coder == Coder::kEscAac) {
             decode_check([&](Akl8u** pp, int* po, Akl16s* d) -> Status {
-              return aklsVLCDecodeEscBlock_AAC_1u16s(pp, po, d, nflat, plain.spec());
+              return aklsVLCDecodeEscBlock_AAC_1u16s(pp, po, d, nflat, plain.context());
             }, flat, "EscBlock_AAC");
             decode_check([&](Akl8u** pp, int* po, Akl16s* d) -> Status {
-              return aklsVLCDecodeUTupleEscBlock_AAC_1u16s(pp, po, d, nflat, tuple.spec());
+              return aklsVLCDecodeUTupleEscBlock_AAC_1u16s(pp, po, d, nflat, tuple.context());
             }, flat, "UTupleEscBlock_AAC");
           } else {
             decode_check([&](Akl8u** pp, int* po, Akl16s* d) -> Status {
-              return aklsVLCDecodeEscBlock_MP3_1u16s(pp, po, b.linbits, d, nflat, plain.spec());
+              return aklsVLCDecodeEscBlock_MP3_1u16s(pp, po, b.linbits, d, nflat, plain.context());
             }, flat, "EscBlock_MP3");
             decode_check([&](Akl8u** pp, int* po, Akl16s* d) -> Status {
-              return aklsVLCDecodeUTupleEscBlock_MP3_1u16s(pp, po, b.linbits, d, nflat, tuple.spec());
+              return aklsVLCDecodeUTupleEscBlock_MP3_1u16s(pp, po, b.linbits, d, nflat, tuple.context());
             }, flat, "UTupleEscBlock_MP3");
           }
           if (HasFatalFailure() || testing::Test::HasFailure()) {
@@ -259,12 +259,12 @@ TEST(VlcRoundTrip, GarbageStaysWithinTheReadContract) {
     using Fn = std::function<Status(Akl8u**, int*, Akl16s*)>;
     const int n = 40;
     const std::vector<std::pair<const char*, Fn>> decoders = {
-        {"Block", [&](Akl8u** pp, int* po, Akl16s* d) { return aklsVLCDecodeBlock_1u16s(pp, po, d, n, plain.spec()); }},
-        {"EscAAC", [&](Akl8u** pp, int* po, Akl16s* d) { return aklsVLCDecodeEscBlock_AAC_1u16s(pp, po, d, n, plain.spec()); }},
-        {"EscMP3", [&](Akl8u** pp, int* po, Akl16s* d) { return aklsVLCDecodeEscBlock_MP3_1u16s(pp, po, 13, d, n, plain.spec()); }},
-        {"UTupleBlock", [&](Akl8u** pp, int* po, Akl16s* d) { return aklsVLCDecodeUTupleBlock_1u16s(pp, po, d, n, tuple.spec()); }},
-        {"UTupleEscAAC", [&](Akl8u** pp, int* po, Akl16s* d) { return aklsVLCDecodeUTupleEscBlock_AAC_1u16s(pp, po, d, n, tuple.spec()); }},
-        {"UTupleEscMP3", [&](Akl8u** pp, int* po, Akl16s* d) { return aklsVLCDecodeUTupleEscBlock_MP3_1u16s(pp, po, 9, d, n, tuple.spec()); }},
+        {"Block", [&](Akl8u** pp, int* po, Akl16s* d) { return aklsVLCDecodeBlock_1u16s(pp, po, d, n, plain.context()); }},
+        {"EscAAC", [&](Akl8u** pp, int* po, Akl16s* d) { return aklsVLCDecodeEscBlock_AAC_1u16s(pp, po, d, n, plain.context()); }},
+        {"EscMP3", [&](Akl8u** pp, int* po, Akl16s* d) { return aklsVLCDecodeEscBlock_MP3_1u16s(pp, po, 13, d, n, plain.context()); }},
+        {"UTupleBlock", [&](Akl8u** pp, int* po, Akl16s* d) { return aklsVLCDecodeUTupleBlock_1u16s(pp, po, d, n, tuple.context()); }},
+        {"UTupleEscAAC", [&](Akl8u** pp, int* po, Akl16s* d) { return aklsVLCDecodeUTupleEscBlock_AAC_1u16s(pp, po, d, n, tuple.context()); }},
+        {"UTupleEscMP3", [&](Akl8u** pp, int* po, Akl16s* d) { return aklsVLCDecodeUTupleEscBlock_MP3_1u16s(pp, po, 9, d, n, tuple.context()); }},
     };
     for (const auto& [name, fn] : decoders) {
       SCOPED_TRACE(name);
