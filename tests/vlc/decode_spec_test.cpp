@@ -322,3 +322,28 @@ TEST(VlcDecodeSpec, LargeBooksCountEverySubTable) {
 }
 
 }  // namespace
+
+namespace {
+
+// Bits of `code` above `length` are not part of the code: the decoding table
+// and the encoder's codes are the same with or without them.
+TEST(VlcDecodeSpec, BitsAboveTheLengthAreIgnored) {
+  auto clean = Ladder11();
+  auto junk = clean;
+  for (auto& e : junk) e.code |= static_cast<Akl32s>(0xA5A5A5A5u << e.length);
+  const std::vector<int> sizes = {3, 3, 3, 3};
+  EXPECT_EQ(GetSize(clean, sizes), GetSize(junk, sizes));
+  auto a = vlc_test::DecodeContext(clean, sizes);
+  auto b = vlc_test::DecodeContext(junk, sizes);
+  const int bytes = GetSize(clean, sizes) - 160;
+  EXPECT_EQ(std::memcmp(vlc_test::DecodeFields(a.dec()).table, vlc_test::DecodeFields(b.dec()).table,
+                        static_cast<size_t>(bytes)), 0);
+  auto enc = vlc_test::EncodeContext(junk);
+  std::vector<Akl8u> buf(8, 0);
+  Akl8u* p = buf.data();
+  int off = 0;
+  ASSERT_EQ(aklsVLCEncodeOne_16s1u(3, &p, &off, enc.enc()), kStsOk);
+  EXPECT_EQ(vlc_test::BitString(buf.data(), 0, 8), "00011111");
+}
+
+}  // namespace
