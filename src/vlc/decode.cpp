@@ -49,7 +49,8 @@ class Walker {
   }
 
  private:
-  // Codes longer than the root level: rarer, kept out of the hot loop.
+  // Codes longer than the root level: rarer; the branch into here is marked
+  // unlikely so the root-leaf path stays straight-line.
   AKL_VLC_INLINE std::uint32_t LookupDeep(std::uint64_t acc, std::uint32_t e, int* len) const {
     int before = 0;
     int s = root_bits_;
