@@ -7,10 +7,12 @@
 // forward, 2 1/M inverse).
 //
 // Float kernel: radix-4 decimation in time over binary bit-reversed input
-// (odd orders start with one radix-2 pass), two complex values per SSE2
-// register.  Stage twiddles depend only on the stage, so the stages of every
-// order form a prefix of one of two sequences (first radix-4 stage of size 4L
-// with L = 4, 16, 64, ... for even orders, L = 2, 8, 32, ... for odd ones).
+// on split real/imaginary arrays, four complex values per SSE2 register pair
+// (a radix-4 or radix-8 first pass, then radix-4 stages).  Stage twiddles
+// depend only on the stage, so the stages of every order form a prefix of
+// one of two sequences (L = 4, 16, 64, ... for even orders, 8, 32, 128, ...
+// for odd ones).  The public form permutes interleaved input into split
+// scratch (on the stack up to order 10, in the work buffer above).
 #pragma once
 
 #include <cstdint>
@@ -34,7 +36,7 @@ struct FFTSpec_C_32fc {
   Akl32s invDivide;        // 0/1
   Akl32f normFactor;       // 1/M or 1/sqrt(M); 1 with flag 8
   Akl32s hint;             // stored as passed
-  Akl32s workSize;         // bytes; 0: the kernel runs in the destination
+  Akl32s workSize;         // bytes of split scratch (orders above 10), else 0
   Akl32s reserved;         // 0
   const Akl32f* twiddles;  // stage twiddles, see StageTwiddleOffset
   const Akl32s* bitRev;    // unused: the permutation is computed while walking
@@ -75,11 +77,15 @@ Status fftFwd_CToC_16sc_Sfs(const Akl16sc* pSrc, Akl16sc* pDst, const FFTSpec_C_
 
 // Kernels for callers that have checked their arguments (the MDCT).
 
-// Forward transform of data already in binary bit-reversed order, in place,
-// unnormalised.  `spec` is the aligned context.
-void FftBitReversedInPlace(const FFTSpec_C_32fc& spec, Akl32fc* data);
-// The full float transform (permutation, passes, normalisation); src may equal dst.
-void FftForward(const FFTSpec_C_32fc& spec, const Akl32fc* src, Akl32fc* dst);
+// Bit-reversed position of i among 2^order values.
+std::uint32_t BitReverseIndex(std::uint32_t i, int order);
+// Forward transform of split data (real and imaginary parts in two 16-byte
+// aligned arrays of max(M, 4) floats) given in bit-reversed order, in place,
+// natural order out, unnormalised.  `spec` is the aligned context.
+void FftSplitBitReversed(const FFTSpec_C_32fc& spec, float* re, float* im);
+// The full float transform (permutation, passes, normalisation); src may
+// equal dst.  `work` holds the context's work size (orders above 10 only).
+void FftForward(const FFTSpec_C_32fc& spec, const Akl32fc* src, Akl32fc* dst, Akl8u* work);
 // Plain radix-2 reference of FftForward: float arithmetic, twiddles from
 // std::cos/std::sin in double, natural order in and out, unnormalised.
 void FftRef(const Akl32fc* src, Akl32fc* dst, int order);
@@ -87,7 +93,7 @@ void FftRef(const Akl32fc* src, Akl32fc* dst, int order);
 void Fft16Forward(const FFTSpec_C_16sc& spec, const Akl16sc* src, Akl16sc* dst, int scale_factor, Akl8u* work);
 
 // Reverses the low `bits` bits of v.
-inline std::uint32_t ReverseBits(std::uint32_t v, int bits) {
+inline constexpr std::uint32_t ReverseBits(std::uint32_t v, int bits) {
   v = ((v >> 1) & 0x55555555u) | ((v & 0x55555555u) << 1);
   v = ((v >> 2) & 0x33333333u) | ((v & 0x33333333u) << 2);
   v = ((v >> 4) & 0x0F0F0F0Fu) | ((v & 0x0F0F0F0Fu) << 4);

@@ -161,7 +161,7 @@ Status InitFloat(ContextTag tag, MdctSpec** ppSpec, int len, Akl8u* pMemSpec, Ak
     const Status st = fftInit_C_32fc(&fft, s->order, kFftFlagNoDivide, kFftHint, l.fft_mem, pMemInit);
     if (st != kStsOk) return st;
     s->fft = l.fft_mem;
-    fft_work = fft->workSize;
+    fftGetBufSize_C_32fc(fft, &fft_work);
   }
   s->bufSize = fft_work + 64 + 4 * len;
   s->table = l.table;
@@ -190,7 +190,7 @@ Status InitAllocFloat(ContextTag tag, MdctSpec** ppSpec, int len) {
       return st;
     }
     s->fft = fft;
-    fft_work = ContextAt<FFTSpec_C_32fc>(fft, kTransformContextAlign)->workSize;
+    fftGetBufSize_C_32fc(fft, &fft_work);
   }
   float* table = static_cast<float*>(AllocBytes(4 * (len / 2)));
   if (!table) {
@@ -245,31 +245,56 @@ Status WithWorkBuffer(const MdctSpec& s, Akl8u* pBuffer, Kernel kernel) {
   return kStsOk;
 }
 
-// Q-point forward DFT of z in place; for powers of two z is in bit-reversed order.
-void QuarterDft(const MdctSpec& s, Akl32fc* z) {
-  if (s.fft) {
-    FftBitReversedInPlace(*ContextAt<FFTSpec_C_32fc>(s.fft, kTransformContextAlign), z);
-  } else if (s.len == 12) {
-    Dft3(z[0], z[1], z[2]);
-  } else {
-    Dft9(z);
+// Where the complex values z live in the work buffer: interleaved in natural
+// order for N = 12 and 36; for powers of two split into real and imaginary
+// arrays of Q floats, in bit-reversed order until the FFT has run.
+struct Quarter {
+  const MdctSpec& s;
+  float* re;
+  float* im;
+  const FFTSpec_C_32fc* fft;
+  Quarter(const MdctSpec& spec, Akl32fc* z)
+      : s(spec),
+        re(reinterpret_cast<float*>(z)),
+        im(reinterpret_cast<float*>(z) + spec.len / 4),
+        fft(spec.fft ? ContextAt<FFTSpec_C_32fc>(spec.fft, kTransformContextAlign) : nullptr) {}
+  void Put(int i, float r, float m) {
+    if (fft) {
+      const std::uint32_t p = BitReverseIndex(static_cast<std::uint32_t>(i), s.order);
+      re[p] = r;
+      im[p] = m;
+    } else {
+      re[2 * i] = r;
+      re[2 * i + 1] = m;
+    }
   }
-}
+  float Re(int k) const { return fft ? re[k] : re[2 * k]; }
+  float Im(int k) const { return fft ? im[k] : re[2 * k + 1]; }
+  // The Q-point forward DFT, unnormalised.
+  void Dft() {
+    Akl32fc* z = reinterpret_cast<Akl32fc*>(re);
+    if (fft) {
+      FftSplitBitReversed(*fft, re, im);
+    } else if (s.len == 12) {
+      Dft3(z[0], z[1], z[2]);
+    } else {
+      Dft9(z);
+    }
+  }
+};
 
 }  // namespace
 
 // ---------------------------------------------------------------------------
 // Float kernels.
 
-void MdctFwdKernel(const MdctSpec& s, const float* x, float* y, Akl32fc* z) {
+void MdctFwdKernel(const MdctSpec& s, const float* x, float* y, Akl32fc* zbuf) {
   const int n = s.len, q = n / 4, h = (q + 1) >> 1;
   const float* t = static_cast<const float*>(s.table);
-  const int bits = s.fft ? s.order : 0;
+  Quarter z(s, zbuf);
   auto put = [&](int i, float a, float b) {
     const float sn = t[2 * i], cs = t[2 * i + 1];
-    Akl32fc& d = z[bits ? ReverseBits(static_cast<std::uint32_t>(i), bits) : static_cast<std::uint32_t>(i)];
-    d.re = cs * a + sn * b;
-    d.im = cs * b - sn * a;
+    z.Put(i, cs * a + sn * b, cs * b - sn * a);
   };
   for (int i = 0; i < h; ++i) {
     put(i, -x[3 * n / 4 + 2 * i] - x[3 * n / 4 - 1 - 2 * i], x[n / 4 - 1 - 2 * i] - x[n / 4 + 2 * i]);
@@ -277,30 +302,28 @@ void MdctFwdKernel(const MdctSpec& s, const float* x, float* y, Akl32fc* z) {
   for (int i = h; i < q; ++i) {
     put(i, x[2 * i - n / 4] - x[3 * n / 4 - 1 - 2 * i], -x[5 * n / 4 - 1 - 2 * i] - x[n / 4 + 2 * i]);
   }
-  QuarterDft(s, z);
+  z.Dft();
   for (int k = 0; k < q; ++k) {
     const float sn = t[2 * k], cs = t[2 * k + 1];
-    y[2 * k] = cs * z[k].re + sn * z[k].im;
-    y[n / 2 - 1 - 2 * k] = sn * z[k].re - cs * z[k].im;
+    y[2 * k] = cs * z.Re(k) + sn * z.Im(k);
+    y[n / 2 - 1 - 2 * k] = sn * z.Re(k) - cs * z.Im(k);
   }
 }
 
-void MdctInvKernel(const MdctSpec& s, const float* x, float* y, Akl32fc* z) {
+void MdctInvKernel(const MdctSpec& s, const float* x, float* y, Akl32fc* zbuf) {
   const int n = s.len, q = n / 4, h = (q + 1) >> 1;
   const float* t = static_cast<const float*>(s.table);
-  const int bits = s.fft ? s.order : 0;
+  Quarter z(s, zbuf);
   for (int k = 0; k < q; ++k) {
     const float sn = t[2 * k], cs = t[2 * k + 1];
     const float a = x[2 * k], b = x[n / 2 - 1 - 2 * k];
-    Akl32fc& d = z[bits ? ReverseBits(static_cast<std::uint32_t>(k), bits) : static_cast<std::uint32_t>(k)];
-    d.re = cs * a + sn * b;
-    d.im = cs * b - sn * a;
+    z.Put(k, cs * a + sn * b, cs * b - sn * a);
   }
-  QuarterDft(s, z);
+  z.Dft();
   for (int m = 0; m < h; ++m) {
     const float sn = t[2 * m], cs = t[2 * m + 1];
-    const float p = cs * z[m].im - sn * z[m].re;
-    const float r = -(cs * z[m].re + sn * z[m].im);
+    const float p = cs * z.Im(m) - sn * z.Re(m);
+    const float r = -(cs * z.Re(m) + sn * z.Im(m));
     y[3 * n / 4 + 2 * m] = r;
     y[3 * n / 4 - 1 - 2 * m] = r;
     y[n / 4 + 2 * m] = p;
@@ -308,8 +331,8 @@ void MdctInvKernel(const MdctSpec& s, const float* x, float* y, Akl32fc* z) {
   }
   for (int m = h; m < q; ++m) {
     const float sn = t[2 * m], cs = t[2 * m + 1];
-    const float p = cs * z[m].re + sn * z[m].im;
-    const float r = cs * z[m].im - sn * z[m].re;
+    const float p = cs * z.Re(m) + sn * z.Im(m);
+    const float r = cs * z.Im(m) - sn * z.Re(m);
     y[2 * m - n / 4] = p;
     y[3 * n / 4 - 1 - 2 * m] = -p;
     y[n / 4 + 2 * m] = r;
