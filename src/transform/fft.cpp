@@ -365,16 +365,40 @@ void FftForward(const FFTSpec_C_32fc& spec, const Akl32fc* src, Akl32fc* dst, Ak
   alignas(64) float local[2 << kTableMaxOrder];
   float* re = order <= kTableMaxOrder ? local : AlignUp(reinterpret_cast<float*>(work), 64);
   float* im = re + (m < 4 ? 4 : m);
-  for (int i = 0; i < m; ++i) {
-    const std::uint32_t r = BitReverseIndex(static_cast<std::uint32_t>(i), order);
-    re[r] = src[i].re;
-    im[r] = src[i].im;
+  if (m >= 16) {
+    for (int i0 = 0; i0 < m / 4; i0 += 4) {
+      __m128 vr[4], vi[4];
+      for (int g = 0; g < 4; ++g) {
+        const float* p = &src[i0 + g * (m / 4)].re;
+        const __m128 a = _mm_loadu_ps(p), b = _mm_loadu_ps(p + 4);
+        vr[g] = _mm_shuffle_ps(a, b, _MM_SHUFFLE(2, 0, 2, 0));
+        vi[g] = _mm_shuffle_ps(a, b, _MM_SHUFFLE(3, 1, 3, 1));
+      }
+      const std::uint32_t p = BitReverseIndex(static_cast<std::uint32_t>(i0), order);
+      StoreBitReversed4(re, p, m, vr[0], vr[1], vr[2], vr[3]);
+      StoreBitReversed4(im, p, m, vi[0], vi[1], vi[2], vi[3]);
+    }
+  } else {
+    for (int i = 0; i < m; ++i) {
+      const std::uint32_t r = BitReverseIndex(static_cast<std::uint32_t>(i), order);
+      re[r] = src[i].re;
+      im[r] = src[i].im;
+    }
   }
   FftSplitBitReversed(spec, re, im);
   const float f = spec.fwdDivide ? spec.normFactor : 1.0f;
-  for (int i = 0; i < m; ++i) {
-    dst[i].re = re[i] * f;
-    dst[i].im = im[i] * f;
+  if (m >= 4) {
+    const __m128 vf = _mm_set1_ps(f);
+    for (int i = 0; i < m; i += 4) {
+      const __m128 r = _mm_mul_ps(_mm_load_ps(re + i), vf), q = _mm_mul_ps(_mm_load_ps(im + i), vf);
+      _mm_storeu_ps(&dst[i].re, _mm_unpacklo_ps(r, q));
+      _mm_storeu_ps(&dst[i + 2].re, _mm_unpackhi_ps(r, q));
+    }
+  } else {
+    for (int i = 0; i < m; ++i) {
+      dst[i].re = re[i] * f;
+      dst[i].im = im[i] * f;
+    }
   }
 }
 

@@ -15,6 +15,8 @@
 // scratch (on the stack up to order 10, in the work buffer above).
 #pragma once
 
+#include <emmintrin.h>
+
 #include <cstdint>
 
 #include "aklac.h"
@@ -91,6 +93,19 @@ void FftForward(const FFTSpec_C_32fc& spec, const Akl32fc* src, Akl32fc* dst, Ak
 void FftRef(const Akl32fc* src, Akl32fc* dst, int order);
 // 16-bit transform on an aligned context; `work` holds the work size.
 void Fft16Forward(const FFTSpec_C_16sc& spec, const Akl16sc* src, Akl16sc* dst, int scale_factor, Akl8u* work);
+
+// Stores four vectors of values at i0 + k + g M/4 (g = 0..3, lanes k = 0..3;
+// i0 a multiple of 4 below M/4) at their bit-reversed places in a split
+// array: with p = rev(i0), value i0 + k + g M/4 goes to p + rev(k) + rev(g),
+// rev(k) = 0, M/2, M/4, 3M/4 and rev(g) = 0, 2, 1, 3, so one transpose
+// makes four aligned stores.
+inline void StoreBitReversed4(float* dst, std::uint32_t p, int m, __m128 v0, __m128 v1, __m128 v2, __m128 v3) {
+  _MM_TRANSPOSE4_PS(v0, v2, v1, v3);
+  _mm_store_ps(dst + p, v0);
+  _mm_store_ps(dst + p + m / 2, v2);
+  _mm_store_ps(dst + p + m / 4, v1);
+  _mm_store_ps(dst + p + 3 * m / 4, v3);
+}
 
 // Reverses the low `bits` bits of v.
 inline constexpr std::uint32_t ReverseBits(std::uint32_t v, int bits) {
