@@ -154,7 +154,9 @@ typedef struct FIRBlockState_32f FIRBlockState_32f; /* block FIR history (tag 58
  * coefficients y[k] = 2 * sum_n x[n] cos(2pi/N (n + 1/2 + N/4)(k + 1/2));
  * the inverse reads N/2 coefficients and writes N time-aliased samples
  * y[n] = 2/N * sum_k X[k] cos(2pi/N (n + 1/2 + N/4)(k + 1/2)).  No window,
- * no overlap.  Float lengths: 12, 36 and every power of two >= 32. */
+ * no overlap.  Float lengths: 12, 36 and every power of two from 32 to 2^28
+ * (larger powers of two are refused with kStsSizeErr: their sizes would
+ * not fit an int). */
 
 /* Sizes for a forward float MDCT context (same rule as the inverse).
  *   len              in: 12, 36 or a power of two >= 32
