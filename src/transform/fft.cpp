@@ -482,6 +482,7 @@ Status fftInit_C_32fc(FFTSpec_C_32fc** ppSpec, int order, int flag, int hint, Ak
     FillStages(tables, order, qs, m);
     s->twiddles = tables;
   }
+  s->bitRev = order <= kTableMaxOrder ? kRev10.data() : nullptr;
   s->tag = kTagFft32fc;
   *ppSpec = s;
   return kStsOk;
@@ -605,6 +606,7 @@ Status fftInit_C_16sc(FFTSpec_C_16sc** ppSpec, int order, int flag, int hint, Ak
     Akl32s* tw = reinterpret_cast<Akl32s*>(after_header);
     FillQ30Twiddles(tw, order);
     s->twiddles = tw;
+    s->bitRev = kRev10.data();
   } else if (order > 0) {
     FFTSpec_C_32fc* fs = nullptr;
     const Status fst = fftInit_C_32fc(&fs, order, flag, hint, after_header, pMemInit);

@@ -40,8 +40,8 @@ struct FFTSpec_C_32fc {
   Akl32s hint;             // stored as passed
   Akl32s workSize;         // bytes of split scratch (orders above 10), else 0
   Akl32s reserved;         // 0
-  const Akl32f* twiddles;  // stage twiddles, see StageTwiddleOffset
-  const Akl32s* bitRev;    // unused: the permutation is computed while walking
+  const Akl32f* twiddles;  // radix-4 stage twiddles, stage after stage (fft.cpp, FillStages)
+  const std::uint16_t* bitRev;  // reversal of 10-bit indices (orders <= 10, shifted down); null above
 };
 
 struct FFTSpec_C_16sc {
@@ -56,7 +56,7 @@ struct FFTSpec_C_16sc {
   Akl32s ownedByLibrary;
   Akl32s reserved;
   const Akl32s* twiddles;  // radix-2 twiddles in Q30, (cos, -sin) pairs
-  const Akl32s* bitRev;    // unused
+  const std::uint16_t* bitRev;  // as in FFTSpec_C_32fc
   const FFTSpec_C_32fc* floatSpec;  // raw pointer of the embedded float context
 };
 

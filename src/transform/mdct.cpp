@@ -391,7 +391,7 @@ inline void StoreInterleaved(float* y, __m128 even, __m128 odd) {
 }  // namespace
 
 void MdctFwdSse2(const MdctSpec& s, const float* x, float* y, Akl32fc* zbuf) {
-  const int n = s.len, q = n / 4, h = q / 2;
+  const int n = s.len, q = n / 4;
   const float* t = static_cast<const float*>(s.table);
   float* re = reinterpret_cast<float*>(zbuf);
   float* im = re + q;
@@ -413,7 +413,6 @@ void MdctFwdSse2(const MdctSpec& s, const float* x, float* y, Akl32fc* zbuf) {
     StoreBitReversed4(re, p, q, vr[0], vr[1], vr[2], vr[3]);
     StoreBitReversed4(im, p, q, vi[0], vi[1], vi[2], vi[3]);
   }
-  (void)h;
   FftSplitBitReversed(*ContextAt<FFTSpec_C_32fc>(s.fft, kTransformContextAlign), re, im);
   // y[2k] = P(k), y[N/2 - 1 - 2k] = -R(k): block b holds P(4b) and
   // -R(Q - 4 - 4b) reversed; the mirrored block uses the same two rotations.

@@ -324,6 +324,10 @@ TEST(Mdct16, MatchesFloatWithinAFewSteps) {
         err += (y[static_cast<std::size_t>(k)] - want) * (y[static_cast<std::size_t>(k)] - want);
         ref += want * want;
       }
+      // Free of an Init context: the tag goes, the memory stays the caller's.
+      EXPECT_EQ(aklsMDCTFwdFree_16s(spec), kStsOk);
+      EXPECT_EQ(aklsMDCTFwd_16s_Sfs(x.data(), y.data(), spec, sf, nullptr), kStsContextMismatch);
+      EXPECT_EQ(aklsMDCTFwdGetBufSize_16s(spec, &b), kStsContextMismatch);
       const double rel = std::sqrt(err / ref);
       std::printf("16s N %5d peak %5d relRMS %.3g\n", n, peak, rel);
       EXPECT_LE(rel, 1e-4 * std::sqrt(double(n)));
