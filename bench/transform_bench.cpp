@@ -120,6 +120,35 @@ BENCHMARK(BM_Fft_Kiss)->DenseRange(3, 12)->ComputeStatistics("min", MinOf);
 
 // --- MDCT --------------------------------------------------------------------
 
+// This library's transform of x (N or N/2 values), to check a peer's result.
+std::vector<float> AklacMdct(bool forward, int n, const std::vector<float>& x) {
+  std::vector<float> y(static_cast<std::size_t>(n));
+  if (forward) {
+    MDCTFwdSpec_32f* spec = nullptr;
+    aklsMDCTFwdInitAlloc_32f(&spec, n);
+    aklsMDCTFwd_32f(x.data(), y.data(), spec, nullptr);
+    aklsMDCTFwdFree_32f(spec);
+    y.resize(static_cast<std::size_t>(n / 2));
+  } else {
+    MDCTInvSpec_32f* spec = nullptr;
+    aklsMDCTInvInitAlloc_32f(&spec, n);
+    aklsMDCTInv_32f(x.data(), y.data(), spec, nullptr);
+    aklsMDCTInvFree_32f(spec);
+  }
+  return y;
+}
+
+// Marks the run as an error unless a peer's first `want.size()` outputs agree
+// with ours to single precision.
+void CheckPeer(benchmark::State& state, const std::vector<float>& want, const float* got) {
+  double err = 0, ref = 0;
+  for (std::size_t i = 0; i < want.size(); ++i) {
+    err += (got[i] - want[i]) * (got[i] - want[i]);
+    ref += want[i] * want[i];
+  }
+  if (err > 1e-10 * ref) state.SkipWithError("peer result differs from aklac");
+}
+
 void BM_MdctFwd_Aklac(benchmark::State& state) {
   const int n = static_cast<int>(state.range(0));
   MDCTFwdSpec_32f* spec = nullptr;
@@ -223,6 +252,12 @@ void RunPeerMdct(benchmark::State& state, MakeFft make_fft) {
   auto fft = make_fft(n / 4, mdct.z.data(), mdct.zf.data());
   auto x = RandomFloats(static_cast<std::size_t>(kForward ? n : n / 2), 4);
   std::vector<float> y(static_cast<std::size_t>(n));
+  if (kForward) {
+    mdct.Forward(x.data(), y.data(), fft);
+  } else {
+    mdct.Inverse(x.data(), y.data(), fft);
+  }
+  CheckPeer(state, AklacMdct(kForward, n, x), y.data());
   for (auto _ : state) {
     if (kForward) {
       mdct.Forward(x.data(), y.data(), fft);
@@ -246,6 +281,49 @@ FftwPlan MakeFftw(int q, std::complex<float>* in, std::complex<float>* out) {
                                    FFTW_FORWARD, FFTW_MEASURE);
   return {std::shared_ptr<fftwf_plan_s>(p, fftwf_destroy_plan)};
 }
+// The other common way to an MDCT through FFTW: fold into N/2 values and
+// run FFTW's DCT-IV (REDFT11, which includes the factor 2 of our forward
+// transform); the inverse unfolds the DCT-IV of the coefficients times 1/N.
+template <bool kForward>
+void RunFftwDct4(benchmark::State& state) {
+  const int n = static_cast<int>(state.range(0));
+  const int half = n / 2, quarter = n / 4;
+  float* u = fftwf_alloc_real(static_cast<std::size_t>(half));
+  float* v = fftwf_alloc_real(static_cast<std::size_t>(half));
+  fftwf_plan plan = fftwf_plan_r2r_1d(half, u, v, FFTW_REDFT11, FFTW_MEASURE);
+  auto x = RandomFloats(static_cast<std::size_t>(kForward ? n : half), 5);
+  std::vector<float> y(static_cast<std::size_t>(n));
+  const float scale = 1.0f / static_cast<float>(n);
+  auto run = [&] {
+    if (kForward) {
+      for (int j = 0; j < quarter; ++j) u[j] = -x[3 * quarter + j] - x[3 * quarter - 1 - j];
+      for (int j = quarter; j < half; ++j) u[j] = x[j - quarter] - x[3 * quarter - 1 - j];
+      fftwf_execute(plan);
+      std::copy(v, v + half, y.begin());
+    } else {
+      std::copy(x.begin(), x.end(), u);
+      fftwf_execute(plan);
+      for (int t = 0; t < quarter; ++t) y[t] = v[t + quarter] * scale;
+      for (int t = quarter; t < 3 * quarter; ++t) y[t] = -v[3 * quarter - 1 - t] * scale;
+      for (int t = 3 * quarter; t < n; ++t) y[t] = -v[t - 3 * quarter] * scale;
+    }
+  };
+  run();
+  CheckPeer(state, AklacMdct(kForward, n, x), y.data());
+  for (auto _ : state) {
+    run();
+    benchmark::DoNotOptimize(y.data());
+  }
+  state.SetItemsProcessed(state.iterations() * n);
+  fftwf_destroy_plan(plan);
+  fftwf_free(u);
+  fftwf_free(v);
+}
+void BM_MdctFwd_FftwDct4(benchmark::State& state) { RunFftwDct4<true>(state); }
+void BM_MdctInv_FftwDct4(benchmark::State& state) { RunFftwDct4<false>(state); }
+BENCHMARK(BM_MdctFwd_FftwDct4)->RangeMultiplier(2)->Range(256, 2048)->ComputeStatistics("min", MinOf);
+BENCHMARK(BM_MdctInv_FftwDct4)->RangeMultiplier(2)->Range(256, 2048)->ComputeStatistics("min", MinOf);
+
 void BM_MdctFwd_Fftw(benchmark::State& state) { RunPeerMdct<true>(state, MakeFftw); }
 void BM_MdctInv_Fftw(benchmark::State& state) { RunPeerMdct<false>(state, MakeFftw); }
 BENCHMARK(BM_MdctFwd_Fftw)->RangeMultiplier(2)->Range(256, 2048)->ComputeStatistics("min", MinOf);

@@ -273,8 +273,9 @@ AKLAC_API Status aklsFIRBlockInitAlloc_32f(FIRBlockState_32f** ppState, int orde
  *   pDst    out: len floats
  *   pState  in/out: the filter state
  *   pTaps   in: order weights, pTaps[0] for the newest block
- * Statuses: kStsNullPtr, kStsContextMismatch, kStsFIRLenErr (inconsistent
- * state), then kStsMisalignedWarn (+2) if pSrc, pDst or pTaps is not 16-byte
+ * Statuses: kStsNullPtr, kStsContextMismatch, kStsFIRLenErr (stored length or
+ * order not positive, position out of range, or a length of 32765..32767
+ * whose stride does not fit), then kStsMisalignedWarn (+2) if pSrc, pDst or pTaps is not 16-byte
  * aligned (the output is complete), else kStsOk. */
 AKLAC_API Status aklsFIRBlockOne_32f(const Akl32f* pSrc, Akl32f* pDst, FIRBlockState_32f* pState, const Akl32f* pTaps);
 
