@@ -68,8 +68,9 @@ constexpr void CosSin(const float* qs, int period, int k, float* c, float* s) {
   }
 }
 
-// The radix-4 stages of an order.  The first pass combines blocks of 4
-// (even orders) or 8 (odd orders) with constant factors; each later stage
+// The radix-4 stages of an order.  The first pass combines blocks of 4, for
+// odd orders a radix-2 pass joins them into blocks of 8 (both with constant
+// factors); each later stage
 // combines four blocks of L into one of 4L, from L = 4 (even) or L = 8 (odd)
 // up to L = M/4.
 constexpr int FirstStageL(int order) { return (order & 1) ? 8 : 4; }
@@ -132,24 +133,6 @@ alignas(64) constexpr auto kRev10 = MakeRev10();
 
 constexpr float kSqrtHalf = 0.70710678118654752f;
 
-// Radix-4 over four consecutive values x0..x3 (bit-reversed) of 4 blocks at once.
-inline void Butterfly4(__m128& r0, __m128& i0, __m128& r1, __m128& i1, __m128& r2, __m128& i2, __m128& r3,
-                       __m128& i3) {
-  // a = x0, c = x1, b = x2, d = x3.
-  const __m128 t0r = _mm_add_ps(r0, r1), t0i = _mm_add_ps(i0, i1);
-  const __m128 t1r = _mm_sub_ps(r0, r1), t1i = _mm_sub_ps(i0, i1);
-  const __m128 t2r = _mm_add_ps(r2, r3), t2i = _mm_add_ps(i2, i3);
-  const __m128 t3r = _mm_sub_ps(r2, r3), t3i = _mm_sub_ps(i2, i3);
-  r0 = _mm_add_ps(t0r, t2r);
-  i0 = _mm_add_ps(t0i, t2i);
-  r2 = _mm_sub_ps(t0r, t2r);
-  i2 = _mm_sub_ps(t0i, t2i);
-  r1 = _mm_add_ps(t1r, t3i);  // t1 - i t3
-  i1 = _mm_sub_ps(t1i, t3r);
-  r3 = _mm_sub_ps(t1r, t3i);  // t1 + i t3
-  i3 = _mm_add_ps(t1i, t3r);
-}
-
 void FirstPass4(float* re, float* im, int m) {
   for (int i = 0; i < m; i += 16) {
     __m128 r0 = _mm_load_ps(re + i), r1 = _mm_load_ps(re + i + 4), r2 = _mm_load_ps(re + i + 8),
@@ -172,58 +155,20 @@ void FirstPass4(float* re, float* im, int m) {
   }
 }
 
-// Radix-8 over blocks of eight (odd orders): a radix-2 pass and the radix-4
-// stage of L = 2, whose factors are 1, -i and (+-1 - i)/sqrt(2).
-void FirstPass8(float* re, float* im, int m) {
-  const __m128 h = _mm_set1_ps(kSqrtHalf);
-  for (int i = 0; i < m; i += 32) {
-    // Group A: values 0..3 of four blocks; group B: values 4..7.
-    __m128 a0 = _mm_load_ps(re + i), a1 = _mm_load_ps(re + i + 8), a2 = _mm_load_ps(re + i + 16),
-           a3 = _mm_load_ps(re + i + 24);
-    __m128 b0 = _mm_load_ps(re + i + 4), b1 = _mm_load_ps(re + i + 12), b2 = _mm_load_ps(re + i + 20),
-           b3 = _mm_load_ps(re + i + 28);
-    __m128 c0 = _mm_load_ps(im + i), c1 = _mm_load_ps(im + i + 8), c2 = _mm_load_ps(im + i + 16),
-           c3 = _mm_load_ps(im + i + 24);
-    __m128 d0 = _mm_load_ps(im + i + 4), d1 = _mm_load_ps(im + i + 12), d2 = _mm_load_ps(im + i + 20),
-           d3 = _mm_load_ps(im + i + 28);
-    _MM_TRANSPOSE4_PS(a0, a1, a2, a3);  // a_k: real part of value k of each block
-    _MM_TRANSPOSE4_PS(b0, b1, b2, b3);  // b_k: real part of value 4 + k
-    _MM_TRANSPOSE4_PS(c0, c1, c2, c3);
-    _MM_TRANSPOSE4_PS(d0, d1, d2, d3);
-    // Radix 2 on (x0,x1), (x2,x3), (x4,x5), (x6,x7): y0..y7.
-    const __m128 y0r = _mm_add_ps(a0, a1), y1r = _mm_sub_ps(a0, a1), y0i = _mm_add_ps(c0, c1), y1i = _mm_sub_ps(c0, c1);
-    const __m128 y2r = _mm_add_ps(a2, a3), y3r = _mm_sub_ps(a2, a3), y2i = _mm_add_ps(c2, c3), y3i = _mm_sub_ps(c2, c3);
-    const __m128 y4r = _mm_add_ps(b0, b1), y5r = _mm_sub_ps(b0, b1), y4i = _mm_add_ps(d0, d1), y5i = _mm_sub_ps(d0, d1);
-    const __m128 y6r = _mm_add_ps(b2, b3), y7r = _mm_sub_ps(b2, b3), y6i = _mm_add_ps(d2, d3), y7i = _mm_sub_ps(d2, d3);
-    // j = 0: a = y0, c = y2, b = y4, d = y6 -> X0, X2, X4, X6.
-    __m128 x0r = y0r, x0i = y0i, x2r = y2r, x2i = y2i, x4r = y4r, x4i = y4i, x6r = y6r, x6i = y6i;
-    Butterfly4(x0r, x0i, x2r, x2i, x4r, x4i, x6r, x6i);
-    // j = 1: a = y1, c = -i y3, b = W8 y5, d = W8^3 y7 -> X1, X3, X5, X7.
-    __m128 x1r = y1r, x1i = y1i;
-    __m128 x3r = y3i, x3i = _mm_sub_ps(_mm_setzero_ps(), y3r);
-    __m128 x5r = _mm_mul_ps(_mm_add_ps(y5r, y5i), h), x5i = _mm_mul_ps(_mm_sub_ps(y5i, y5r), h);
-    __m128 x7r = _mm_mul_ps(_mm_sub_ps(y7i, y7r), h), x7i = _mm_mul_ps(_mm_sub_ps(_mm_setzero_ps(), _mm_add_ps(y7i, y7r)), h);
-    Butterfly4(x1r, x1i, x3r, x3i, x5r, x5i, x7r, x7i);
-    _MM_TRANSPOSE4_PS(x0r, x1r, x2r, x3r);
-    _MM_TRANSPOSE4_PS(x4r, x5r, x6r, x7r);
-    _MM_TRANSPOSE4_PS(x0i, x1i, x2i, x3i);
-    _MM_TRANSPOSE4_PS(x4i, x5i, x6i, x7i);
-    _mm_store_ps(re + i, x0r);
-    _mm_store_ps(re + i + 8, x1r);
-    _mm_store_ps(re + i + 16, x2r);
-    _mm_store_ps(re + i + 24, x3r);
-    _mm_store_ps(re + i + 4, x4r);
-    _mm_store_ps(re + i + 12, x5r);
-    _mm_store_ps(re + i + 20, x6r);
-    _mm_store_ps(re + i + 28, x7r);
-    _mm_store_ps(im + i, x0i);
-    _mm_store_ps(im + i + 8, x1i);
-    _mm_store_ps(im + i + 16, x2i);
-    _mm_store_ps(im + i + 24, x3i);
-    _mm_store_ps(im + i + 4, x4i);
-    _mm_store_ps(im + i + 12, x5i);
-    _mm_store_ps(im + i + 20, x6i);
-    _mm_store_ps(im + i + 28, x7i);
+// Radix-2 stage joining blocks of 4 into blocks of 8 (odd orders, after the
+// first pass): X[j] = S0[j] + W8^j S1[j], X[j+4] = S0[j] - W8^j S1[j].
+void Radix2Stage4(float* re, float* im, int m) {
+  const __m128 wr = _mm_setr_ps(1.0f, kSqrtHalf, 0.0f, -kSqrtHalf);
+  const __m128 wi = _mm_setr_ps(0.0f, -kSqrtHalf, -1.0f, -kSqrtHalf);
+  for (int i = 0; i < m; i += 8) {
+    const __m128 ar = _mm_load_ps(re + i), ai = _mm_load_ps(im + i);
+    const __m128 xr = _mm_load_ps(re + i + 4), xi = _mm_load_ps(im + i + 4);
+    const __m128 br = _mm_sub_ps(_mm_mul_ps(xr, wr), _mm_mul_ps(xi, wi));
+    const __m128 bi = _mm_add_ps(_mm_mul_ps(xr, wi), _mm_mul_ps(xi, wr));
+    _mm_store_ps(re + i, _mm_add_ps(ar, br));
+    _mm_store_ps(im + i, _mm_add_ps(ai, bi));
+    _mm_store_ps(re + i + 4, _mm_sub_ps(ar, br));
+    _mm_store_ps(im + i + 4, _mm_sub_ps(ai, bi));
   }
 }
 
@@ -339,6 +284,20 @@ std::uint32_t BitReverseIndex(std::uint32_t i, int order) {
                                  : ReverseBits(i, order);
 }
 
+namespace {
+
+// The radix-4 stages after the first pass (and, for odd orders, the blocks of 8).
+void RadixStages(const FFTSpec_C_32fc& spec, float* re, float* im) {
+  const int m = 1 << spec.order;
+  const float* tw = spec.twiddles;
+  for (int l = FirstStageL(spec.order); 4 * l <= m; l *= 4) {
+    Radix4Stage(re, im, m, l, tw);
+    tw += 6 * l;
+  }
+}
+
+}  // namespace
+
 void FftSplitBitReversed(const FFTSpec_C_32fc& spec, float* re, float* im) {
   const int order = spec.order;
   const int m = 1 << order;
@@ -346,16 +305,14 @@ void FftSplitBitReversed(const FFTSpec_C_32fc& spec, float* re, float* im) {
     SmallSplit(re, im, order);
     return;
   }
-  if (order & 1) {
-    FirstPass8(re, im, m);
-  } else {
-    FirstPass4(re, im, m);
-  }
-  const float* tw = spec.twiddles;
-  for (int l = FirstStageL(order); 4 * l <= m; l *= 4) {
-    Radix4Stage(re, im, m, l, tw);
-    tw += 6 * l;
-  }
+  FirstPass4(re, im, m);
+  if (order & 1) Radix2Stage4(re, im, m);
+  RadixStages(spec, re, im);
+}
+
+void FftSplitAfterFirstPass(const FFTSpec_C_32fc& spec, float* re, float* im) {
+  if (spec.order & 1) Radix2Stage4(re, im, 1 << spec.order);
+  RadixStages(spec, re, im);
 }
 
 void FftForward(const FFTSpec_C_32fc& spec, const Akl32fc* src, Akl32fc* dst, Akl8u* work) {
@@ -374,18 +331,17 @@ void FftForward(const FFTSpec_C_32fc& spec, const Akl32fc* src, Akl32fc* dst, Ak
         vr[g] = _mm_shuffle_ps(a, b, _MM_SHUFFLE(2, 0, 2, 0));
         vi[g] = _mm_shuffle_ps(a, b, _MM_SHUFFLE(3, 1, 3, 1));
       }
-      const std::uint32_t p = BitReverseIndex(static_cast<std::uint32_t>(i0), order);
-      StoreBitReversed4(re, p, m, vr[0], vr[1], vr[2], vr[3]);
-      StoreBitReversed4(im, p, m, vi[0], vi[1], vi[2], vi[3]);
+      StoreFirstPass4(re, im, BitReverseIndex(static_cast<std::uint32_t>(i0), order), m, vr, vi);
     }
+    FftSplitAfterFirstPass(spec, re, im);
   } else {
     for (int i = 0; i < m; ++i) {
       const std::uint32_t r = BitReverseIndex(static_cast<std::uint32_t>(i), order);
       re[r] = src[i].re;
       im[r] = src[i].im;
     }
+    FftSplitBitReversed(spec, re, im);
   }
-  FftSplitBitReversed(spec, re, im);
   const float f = spec.fwdDivide ? spec.normFactor : 1.0f;
   if (m >= 4) {
     const __m128 vf = _mm_set1_ps(f);

@@ -8,7 +8,7 @@
 //
 // Float kernel: radix-4 decimation in time over binary bit-reversed input
 // on split real/imaginary arrays, four complex values per SSE2 register pair
-// (a radix-4 or radix-8 first pass, then radix-4 stages).  Stage twiddles
+// (a radix-4 first pass, a radix-2 pass for odd orders, then radix-4 stages).  Stage twiddles
 // depend only on the stage, so the stages of every order form a prefix of
 // one of two sequences (L = 4, 16, 64, ... for even orders, 8, 32, 128, ...
 // for odd ones).  The public form permutes interleaved input into split
@@ -85,6 +85,9 @@ std::uint32_t BitReverseIndex(std::uint32_t i, int order);
 // aligned arrays of max(M, 4) floats) given in bit-reversed order, in place,
 // natural order out, unnormalised.  `spec` is the aligned context.
 void FftSplitBitReversed(const FFTSpec_C_32fc& spec, float* re, float* im);
+// The rest of that transform for order >= 4 after StoreFirstPass4 has placed
+// every group of sixteen values.
+void FftSplitAfterFirstPass(const FFTSpec_C_32fc& spec, float* re, float* im);
 // The full float transform (permutation, passes, normalisation); src may
 // equal dst.  `work` holds the context's work size (orders above 10 only).
 void FftForward(const FFTSpec_C_32fc& spec, const Akl32fc* src, Akl32fc* dst, Akl8u* work);
@@ -105,6 +108,44 @@ inline void StoreBitReversed4(float* dst, std::uint32_t p, int m, __m128 v0, __m
   _mm_store_ps(dst + p + m / 2, v2);
   _mm_store_ps(dst + p + m / 4, v1);
   _mm_store_ps(dst + p + 3 * m / 4, v3);
+}
+
+// Radix-4 butterfly over bit-reversed x0..x3 (four transforms at once, one
+// per lane): X0 = t0 + t2, X2 = t0 - t2, X1 = t1 - i t3, X3 = t1 + i t3 with
+// t0 = x0 + x1, t1 = x0 - x1, t2 = x2 + x3, t3 = x2 - x3.
+inline void Butterfly4(__m128& r0, __m128& i0, __m128& r1, __m128& i1, __m128& r2, __m128& i2, __m128& r3,
+                       __m128& i3) {
+  const __m128 t0r = _mm_add_ps(r0, r1), t0i = _mm_add_ps(i0, i1);
+  const __m128 t1r = _mm_sub_ps(r0, r1), t1i = _mm_sub_ps(i0, i1);
+  const __m128 t2r = _mm_add_ps(r2, r3), t2i = _mm_add_ps(i2, i3);
+  const __m128 t3r = _mm_sub_ps(r2, r3), t3i = _mm_sub_ps(i2, i3);
+  r0 = _mm_add_ps(t0r, t2r);
+  i0 = _mm_add_ps(t0i, t2i);
+  r2 = _mm_sub_ps(t0r, t2r);
+  i2 = _mm_sub_ps(t0i, t2i);
+  r1 = _mm_add_ps(t1r, t3i);
+  i1 = _mm_sub_ps(t1i, t3r);
+  r3 = _mm_sub_ps(t1r, t3i);
+  i3 = _mm_add_ps(t1i, t3r);
+}
+
+// The same sixteen values as StoreBitReversed4, already through the first
+// radix-4 pass: the block of four places at rev(i0 + k) holds lane k of
+// V0, V2, V1, V3, so the butterfly runs on those vectors before the transpose.
+inline void StoreFirstPass4(float* re, float* im, std::uint32_t p, int m, const __m128* vr, const __m128* vi) {
+  __m128 r0 = vr[0], r1 = vr[2], r2 = vr[1], r3 = vr[3];
+  __m128 i0 = vi[0], i1 = vi[2], i2 = vi[1], i3 = vi[3];
+  Butterfly4(r0, i0, r1, i1, r2, i2, r3, i3);
+  _MM_TRANSPOSE4_PS(r0, r1, r2, r3);
+  _MM_TRANSPOSE4_PS(i0, i1, i2, i3);
+  _mm_store_ps(re + p, r0);
+  _mm_store_ps(re + p + m / 2, r1);
+  _mm_store_ps(re + p + m / 4, r2);
+  _mm_store_ps(re + p + 3 * m / 4, r3);
+  _mm_store_ps(im + p, i0);
+  _mm_store_ps(im + p + m / 2, i1);
+  _mm_store_ps(im + p + m / 4, i2);
+  _mm_store_ps(im + p + 3 * m / 4, i3);
 }
 
 // Reverses the low `bits` bits of v.

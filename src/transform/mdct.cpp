@@ -342,8 +342,9 @@ void MdctInvRef(const MdctSpec& s, const float* x, float* y, Akl32fc* zbuf) {
 
 // SSE2 forms for powers of two from 64 (Q >= 16).  The pre-twiddle makes
 // four vectors at i0, i0 + Q/4, i0 + Q/2 and i0 + 3Q/4 (i0 < Q/4): their
-// lanes land at bit-reversed positions rev(i0 + k) + 0, 2, 1, 3, so one 4x4
-// transpose turns them into four aligned stores.  The post-twiddles write
+// lanes land at bit-reversed positions rev(i0 + k) + 0, 2, 1, 3, so the FFT's
+// first radix-4 pass runs on them directly and one 4x4 transpose turns the
+// result into four aligned stores.  The post-twiddles write
 // eight outputs at a time: even places ascending from one block of Z, odd
 // places descending from another.
 
@@ -409,11 +410,9 @@ void MdctFwdSse2(const MdctSpec& s, const float* x, float* y, Akl32fc* zbuf) {
       const __m128 b = Neg(_mm_add_ps(OddReversed(x + 5 * n / 4 - 8 - 2 * i), Even(x + n / 4 + 2 * i)));
       Rotate4(t, i, a, b, &vr[g], &vi[g]);
     }
-    const std::uint32_t p = BitReverseIndex(static_cast<std::uint32_t>(i0), s.order);
-    StoreBitReversed4(re, p, q, vr[0], vr[1], vr[2], vr[3]);
-    StoreBitReversed4(im, p, q, vi[0], vi[1], vi[2], vi[3]);
+    StoreFirstPass4(re, im, BitReverseIndex(static_cast<std::uint32_t>(i0), s.order), q, vr, vi);
   }
-  FftSplitBitReversed(*ContextAt<FFTSpec_C_32fc>(s.fft, kTransformContextAlign), re, im);
+  FftSplitAfterFirstPass(*ContextAt<FFTSpec_C_32fc>(s.fft, kTransformContextAlign), re, im);
   // y[2k] = P(k), y[N/2 - 1 - 2k] = -R(k): block b holds P(4b) and
   // -R(Q - 4 - 4b) reversed; the mirrored block uses the same two rotations.
   for (int b = 0; b < q / 8; ++b) {
@@ -437,11 +436,9 @@ void MdctInvSse2(const MdctSpec& s, const float* x, float* y, Akl32fc* zbuf) {
       const int k = i0 + g * (q / 4);
       Rotate4(t, k, Even(x + 2 * k), OddReversed(x + n / 2 - 8 - 2 * k), &vr[g], &vi[g]);
     }
-    const std::uint32_t p = BitReverseIndex(static_cast<std::uint32_t>(i0), s.order);
-    StoreBitReversed4(re, p, q, vr[0], vr[1], vr[2], vr[3]);
-    StoreBitReversed4(im, p, q, vi[0], vi[1], vi[2], vi[3]);
+    StoreFirstPass4(re, im, BitReverseIndex(static_cast<std::uint32_t>(i0), s.order), q, vr, vi);
   }
-  FftSplitBitReversed(*ContextAt<FFTSpec_C_32fc>(s.fft, kTransformContextAlign), re, im);
+  FftSplitAfterFirstPass(*ContextAt<FFTSpec_C_32fc>(s.fft, kTransformContextAlign), re, im);
   // Four quarters of y, each with even places ascending from one half of Z
   // and odd places descending from the other (lo = 4b, hi = H - 4 - 4b):
   //   [0, N/4):     P(H + lo),  -R(hi)
