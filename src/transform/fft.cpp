@@ -70,9 +70,8 @@ constexpr void CosSin(const float* qs, int period, int k, float* c, float* s) {
 
 // The radix-4 stages of an order.  The first pass combines blocks of 4, for
 // odd orders a radix-2 pass joins them into blocks of 8 (both with constant
-// factors); each later stage
-// combines four blocks of L into one of 4L, from L = 4 (even) or L = 8 (odd)
-// up to L = M/4.
+// factors); each later stage combines four blocks of L into one of 4L, from
+// L = 4 (even) or L = 8 (odd) up to L = M/4.
 constexpr int FirstStageL(int order) { return (order & 1) ? 8 : 4; }
 
 // Floats of stage twiddles for an order: 6 per j of every stage.
