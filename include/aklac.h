@@ -204,6 +204,29 @@ AKLAC_API Status aklsUnpackSideInfo_MP3(Akl8u** ppBitStream, AklMP3SideInfo* pDs
  * samplingFreqIndex above 2). */
 AKLAC_API Status aklsBitReservoirInit_MP3(AklMP3BitReservoir* pDstBitResv, const AklMP3FrameHeader* pFrameHeader);
 
+/* Unpacks the scale factors of one granule and channel at the cursor.
+ *   ppBitStream, pOffset  in/out: cursor at the start of this channel's part2_3 data (offset 0..7);
+ *                         advanced past the scale factors.
+ *   pDstScaleFactor       out: at least 39 entries, in stream order.  MPEG-1 long blocks:
+ *                         bands 0..20 and entry 21 = 0; in granule 1 a group whose scfsi flag
+ *                         is set keeps the caller's values.  Short: 36 values, entries 36..38
+ *                         = 0.  Mixed: 35 values, entries 35..37 = 0.  MPEG-2: the four
+ *                         partitions' values then three zeros; on the intensity-stereo right
+ *                         channel a value equal to its partition's limit 2^slen - 1 is negated.
+ *   pSideInfo             in/out: this granule and channel; MPEG-2 writes preflag and reduces
+ *                         mixedBlockFlag of short granules to its lowest bit.
+ *   pScfsi                in: this channel's four scfsi flags (MPEG-1 granule 1 only).
+ *   pFrameHeader          in: id selects MPEG-1 (1) or MPEG-2 (0); modeExtension for MPEG-2.
+ *   granule, channel      in: 0..1.
+ * Statuses: kStsNullPtr; kStsBadArgErr (offset above 7, granule or channel above 1);
+ * kStsMP3FrameHeaderErr (id not 0/1); MPEG-1: kStsMP3SideInfoErr (scalefacCompress above 15);
+ * MPEG-2: kStsMP3SideInfoErr (scalefacCompress above 511), kStsMP3FrameHeaderErr
+ * (modeExtension above 3).  On an error nothing is read or written. */
+AKLAC_API Status aklsUnpackScaleFactors_MP3_1u8s(Akl8u** ppBitStream, Akl32s* pOffset, Akl8s* pDstScaleFactor,
+                                                 AklMP3SideInfo* pSideInfo, const Akl32s* pScfsi,
+                                                 const AklMP3FrameHeader* pFrameHeader, Akl32s granule,
+                                                 Akl32s channel);
+
 /* @mp3-bitstream-end */
 /* @mp3-signal-end */
 
