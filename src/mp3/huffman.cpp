@@ -191,7 +191,8 @@ Status CheckRegions(const AklMP3SideInfo& si, bool window_switching) {
   for (int r = 0; r < regions; ++r)
     if (Above(si.tableSelect[r], 31)) return kStsMP3SideInfoErr;
   if (!window_switching &&
-      (si.region0Count < 0 || si.region1Count < 0 || si.region0Count + si.region1Count >= 21))
+      (si.region0Count < 0 || si.region1Count < 0 ||
+       static_cast<std::int64_t>(si.region0Count) + si.region1Count >= 21))
     return kStsMP3SideInfoErr;
   return kStsOk;
 }

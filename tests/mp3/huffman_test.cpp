@@ -546,3 +546,91 @@ TEST(HuffmanDecode, ArgumentChecksInOrder) {
 }
 
 }  // namespace
+
+namespace {
+
+// Random records, headers and band tables (most values near their valid
+// ranges, some anywhere): every call returns one of its statuses and, with
+// the buffer cut at the reading limit, never reads outside it.
+TEST(BitstreamRobustness, RandomSideInformationNeverCrashes) {
+  std::mt19937 rng(akl::test::TestSeed() + 2);
+  auto field = [&](int valid_max) {
+    switch (rng() % 40) {
+      case 0: return static_cast<Akl32s>(rng());
+      case 1: return -static_cast<Akl32s>(rng() % 4);
+      default: return static_cast<Akl32s>(rng() % static_cast<unsigned>(valid_max + 2));
+    }
+  };
+  int decoded = 0, unpacked = 0;
+  for (int trial = 0; trial < 20000; ++trial) {
+    AklMP3SideInfo si;
+    si.part23Length = field(4095);
+    si.bigValues = field(288);
+    si.globalGain = field(255);
+    si.scalefacCompress = field(511);
+    si.windowSwitchingFlag = field(1);
+    si.blockType = field(3);
+    si.mixedBlockFlag = field(1);
+    for (Akl32s& t : si.tableSelect) t = field(31);
+    for (Akl32s& t : si.subblockGain) t = field(7);
+    si.region0Count = field(15);
+    si.region1Count = field(7);
+    si.preflag = field(1);
+    si.scalefacScale = field(1);
+    si.count1TableSelect = field(1);
+    AklMP3FrameHeader h{};
+    h.id = field(1);
+    h.layer = rng() % 8 ? 1 : field(3);
+    h.samplingFreqIndex = field(2);
+    h.modeExtension = field(3);
+    // hufSize stays below 8000 (or negative) so the buffer stays small.
+    const int hufSize = rng() % 4 ? static_cast<int>(rng() % 3000) : (rng() % 2 ? -static_cast<int>(rng() % 5) : 7999);
+    si.part23Length = rng() % 2 ? hufSize + static_cast<Akl32s>(rng() % 100) : si.part23Length;
+    const Akl32s off0 = rng() % 16 ? static_cast<Akl32s>(rng() % 8) : field(7);
+    const std::size_t start = (rng() % 4) * 8 + static_cast<std::size_t>(off0 & 7);
+    const std::size_t end = start + static_cast<std::size_t>(hufSize > 0 ? hufSize : 0);
+    std::vector<std::uint8_t> buf(((end + 31) / 32 + 1) * 4 + 4);
+    for (auto& b : buf) b = static_cast<std::uint8_t>(rng());
+
+    Akl16s shortb[6 * 14], mbp[6 * 2];
+    for (int r = 0; r < 6; ++r) {
+      for (int b = 0; b < 14; ++b) shortb[r * 14 + b] = akl::mp3::kSfbShort[r][b];
+      mbp[r * 2] = static_cast<Akl16s>(rng() % 4 ? 8 : rng());
+      mbp[r * 2 + 1] = static_cast<Akl16s>(rng() % 4 ? rng() % 12 : rng());
+    }
+    std::array<Akl32s, 576> out;
+    Akl32s bound;
+    for (int form = 0; form < 2; ++form) {
+      Akl8u* p = buf.data() + start / 8;
+      Akl32s off = off0;
+      const Status st = form == 0 ? aklsHuffmanDecodeSfb_MP3_1u32s(&p, &off, out.data(), &bound, &si, &h, hufSize,
+                                                                   &akl::mp3::kSfbLong[0][0])
+                                  : aklsHuffmanDecodeSfbMbp_MP3_1u32s(&p, &off, out.data(), &bound, &si, &h, hufSize,
+                                                                      &akl::mp3::kSfbLong[0][0], shortb, mbp);
+      ASSERT_TRUE(st == kStsOk || st == kStsErr || st == kStsBadArgErr || st == kStsMP3SideInfoErr ||
+                  st == kStsMP3FrameHeaderErr)
+          << st;
+      if (st == kStsOk) {
+        ++decoded;
+        ASSERT_EQ(static_cast<std::size_t>(p - buf.data()) * 8 + static_cast<std::size_t>(off), end);
+        ASSERT_LE(bound, 576);
+        ASSERT_GE(bound, 0);
+      }
+    }
+    // Scale factors read at most 36 values of 5 bits: 24 bytes and a word are enough.
+    std::vector<std::uint8_t> sbuf(4 + 32);
+    Akl8u* p = sbuf.data() + start / 8;
+    Akl32s off = off0;
+    Akl8s sf[40];
+    Akl32s scfsi[4] = {field(1), field(1), field(1), field(1)};
+    const Status st = aklsUnpackScaleFactors_MP3_1u8s(&p, &off, sf, &si, scfsi, &h, field(1), field(1));
+    ASSERT_TRUE(st == kStsOk || st == kStsBadArgErr || st == kStsMP3SideInfoErr || st == kStsMP3FrameHeaderErr) << st;
+    unpacked += st == kStsOk;
+  }
+  // Enough calls get past the checks to exercise the decoders.
+  EXPECT_GT(decoded, 500);
+  EXPECT_GT(unpacked, 500);
+  std::printf("decoded %d, unpacked %d of 20000\n", decoded, unpacked);
+}
+
+}  // namespace
