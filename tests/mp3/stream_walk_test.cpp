@@ -4,6 +4,9 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <cctype>
+#include <cstdio>
+#include <ostream>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -21,6 +24,8 @@ struct StreamRow {
   int min_frames;           // frames expected in the walk
   int max_incomplete;       // frames whose reservoir reaches before the file
 };
+
+void PrintTo(const StreamRow& row, std::ostream* os) { *os << row.file; }
 
 class StreamWalk : public testing::TestWithParam<StreamRow> {};
 
