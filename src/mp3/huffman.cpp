@@ -150,6 +150,25 @@ void DecodeRegion(HotReader& br, int table, Akl32s* out, int begin, int end) {
     DecodePairs<false>(br, t, out, begin, end);
 }
 
+// Decodes quadruples from `line` while the line is below 574 and bits
+// remain; returns the line after the last one.  kBits is the lookup width
+// (code and sign bits of the longest quadruple).
+template <int kBits>
+int DecodeCount1(HotReader& br, const std::uint32_t* lut, Akl32s* out, int line) {
+  while (line < 574 && br.Remaining() >= 1) {
+    br.Refill();
+    const std::uint32_t e = lut[br.Peek(kBits)];
+    br.Skip(static_cast<int>(e >> 24));
+    // Sign-extend the four 2-bit fields.
+    out[line] = static_cast<Akl32s>(e << 30) >> 30;
+    out[line + 1] = static_cast<Akl32s>(e << 28) >> 30;
+    out[line + 2] = static_cast<Akl32s>(e << 26) >> 30;
+    out[line + 3] = static_cast<Akl32s>(e << 24) >> 30;
+    line += 4;
+  }
+  return line;
+}
+
 inline int Min(int a, int b) { return a < b ? a : b; }
 inline int Clamp(int v, int lo, int hi) { return v < lo ? lo : (v > hi ? hi : v); }
 
@@ -176,21 +195,8 @@ Status DecodeGranule(Akl8u** ppBitStream, Akl32s* pOffset, Akl32s* out, Akl32s* 
 
   // count1: quadruples while bits remain; one whose bits cross the end of the
   // data is dropped, and the cursor always ends hufSize bits after the start.
-  int line = big_end;
-  const HuffmanTable& c1 = kCount1Tables[si.count1TableSelect];
-  const std::uint32_t* c1_lut = c1.lut;
-  const int c1_bits = c1.primary_bits;
-  while (line < 574 && br.Remaining() >= 1) {
-    br.Refill();  // a quadruple takes at most 6 + 4 bits
-    const std::uint32_t e = c1_lut[br.Peek(c1_bits)];
-    br.Skip(static_cast<int>(e >> 24));
-    // Sign-extend the four 2-bit fields.
-    out[line] = static_cast<Akl32s>(e << 30) >> 30;
-    out[line + 1] = static_cast<Akl32s>(e << 28) >> 30;
-    out[line + 2] = static_cast<Akl32s>(e << 26) >> 30;
-    out[line + 3] = static_cast<Akl32s>(e << 24) >> 30;
-    line += 4;
-  }
+  int line = si.count1TableSelect == 0 ? DecodeCount1<10>(br, kCount1Tables[0].lut, out, big_end)
+                                       : DecodeCount1<8>(br, kCount1Tables[1].lut, out, big_end);
   if (br.Remaining() < 0) line -= 4;
   std::memset(out + line, 0, static_cast<std::size_t>(kLines - line) * sizeof(Akl32s));
   while (line > 0 && out[line - 1] == 0) --line;
