@@ -28,7 +28,6 @@ class HotReader {
   HotReader(const Akl8u* byte_ptr, int bit_offset, std::int64_t bits_available)
       : base_(byte_ptr - (reinterpret_cast<std::uintptr_t>(byte_ptr) & 3u)) {
     const std::size_t start = (reinterpret_cast<std::uintptr_t>(byte_ptr) & 3u) * 8u + static_cast<unsigned>(bit_offset);
-    start_ = start;
     end_ = start + static_cast<std::size_t>(bits_available);
     limit_ = bits_available > 0 ? (end_ - 1) / 32 + 1 : start / 32;
     next_ = start / 32;
@@ -55,8 +54,8 @@ class HotReader {
     Skip(n);
     return v;
   }
-  // Applies the sign bit that follows a non-zero magnitude.
-  // Branch-free: whether a sign bit follows is data and predicts badly.
+  // Applies the sign bit that follows a non-zero magnitude, without a
+  // branch: whether a sign bit follows is data and predicts badly.
   Akl32s Signed(std::uint32_t magnitude) {
     const std::uint32_t has = magnitude != 0;
     const auto neg = static_cast<std::uint32_t>(acc_ >> 63) & has;
@@ -78,7 +77,7 @@ class HotReader {
   const Akl8u* base_;
   std::uint64_t acc_ = 0;
   int nbits_ = 0;
-  std::size_t start_ = 0, end_ = 0, next_ = 0, limit_ = 0;
+  std::size_t end_ = 0, next_ = 0, limit_ = 0;
 };
 
 void WriteCursor(const Akl8u* base, std::size_t pos, Akl8u** pp, Akl32s* off) {
