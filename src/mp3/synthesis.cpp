@@ -1,0 +1,211 @@
+// Layer III polyphase synthesis filter bank: the fixed-point form that ends
+// the decoding chain with 16-bit PCM, and the floating-point context family.
+//
+// The 64-value vector V of the standard's matrixing is, for every slot, fixed
+// by 32 numbers: A[m] = sum_k S[k] cos(m (2k+1) pi / 64), m = 0..31 (a DCT-II
+// of the subband samples S).  With A[32] = 0 and A[64-m] = -A[m], V[i] =
+// A[16+i] unfolds from them, so each history slot keeps only A: 16 slots of
+// 32 values.  The window table below is arranged in the order the windowed
+// sum visits those slots, with the unfolding signs (and the zero of A[32])
+// folded in.
+//
+// Fixed-point scale.  Subband samples arrive in Q26 (the standard's values
+// times 2^26) and are clamped to +-8 (2^29 - 1 in Q26): a subband sample that
+// large saturates the PCM anyway, and the clamp lets 32 products with Q29
+// cosines sum in 64 bits without overflow, with no precision dropped from
+// the input.  A is rounded once to Q25 and saturated (range +-64, about twice
+// the largest value 32 subbands at full scale can reach); its step 2^-25 is
+// ten bits below the 16-bit PCM step.  The window coefficients are exact:
+// every D[i] is k/65536, so they are stored as the integers k (Q16).  Each
+// PCM sample is one 64-bit sum of 16 Q16 x Q25 products, rounded once to the
+// 16-bit step (2^-15 of full scale) and saturated to -32768..32767.
+#include "mp3/synthesis.hpp"
+
+#include "core/context.hpp"
+#include "core/exports.hpp"
+#include "mp3/mp3_math.hpp"
+#include "mp3/synthesis_window_table.hpp"
+
+namespace akl::mp3 {
+
+namespace {
+
+// cos(m (2k+1) pi / 64) in Q29, rows m, columns k.
+struct DctMatrix {
+  std::int32_t c[32][32];
+};
+constexpr DctMatrix MakeDct() {
+  DctMatrix c{};
+  for (int m = 0; m < 32; ++m)
+    for (int k = 0; k < 32; ++k) c.c[m][k] = ConstQ(ConstCos(kPi / 64.0 * m * (2 * k + 1)), 29);
+  return c;
+}
+inline constexpr DctMatrix kDctQ29 = MakeDct();
+
+// Where output j of the windowed sum reads slot 2i (the V index j) and slot
+// 2i+1 (the V index 32+j), as an index into A with a sign (0 when the value
+// is A[32] = 0).
+struct Tap {
+  int index;
+  int sign;
+};
+constexpr Tap VTap(int v) {  // V[v] = A'[16+v], v = 0..63
+  const int m = 16 + v;
+  if (m < 32) return {m, 1};
+  if (m == 32) return {0, 0};
+  if (m < 64) return {64 - m, -1};
+  return {m - 64, -1};
+}
+
+// Window arranged by output j and term i = 0..15 (even i: slot i, V index j;
+// odd i: slot i, V index 32 + j), with the unfolding sign folded in.
+struct SynthWindow {
+  std::int32_t coef[32][16];
+  std::int8_t index[32][16];
+};
+constexpr SynthWindow MakeWindow() {
+  SynthWindow w{};
+  for (int j = 0; j < 32; ++j) {
+    for (int i = 0; i < 16; ++i) {
+      const int half = i / 2;
+      const int d = (i % 2 == 0) ? 64 * half + j : 64 * half + 32 + j;
+      const Tap tap = VTap((i % 2 == 0) ? j : 32 + j);
+      w.coef[j][i] = kSynthesisWindowQ16[d] * tap.sign;
+      w.index[j][i] = static_cast<std::int8_t>(tap.index);
+    }
+  }
+  return w;
+}
+inline constexpr SynthWindow kWindow = MakeWindow();
+
+}  // namespace
+
+void SynthSlotKernel(const std::int32_t* s, std::int16_t* pcm, int stride, std::int32_t* history,
+                     std::int32_t* offset) {
+  const int slot0 = (*offset + kSynthSlots - 1) % kSynthSlots;
+  *offset = slot0;
+  constexpr std::int32_t kClamp = (1 << 29) - 1;
+  std::int32_t clamped[32];
+  for (int k = 0; k < 32; ++k) clamped[k] = s[k] > kClamp ? kClamp : s[k] < -kClamp ? -kClamp : s[k];
+  std::int32_t* a = history + kSynthSlotValues * slot0;
+  for (int m = 0; m < 32; ++m) {
+    std::int64_t acc = 0;
+    for (int k = 0; k < 32; ++k) acc += static_cast<std::int64_t>(clamped[k]) * kDctQ29.c[m][k];
+    a[m] = SatS32(RoundShr(acc, 30));  // Q55 -> Q25
+  }
+  const std::int32_t* slots[16];
+  for (int i = 0; i < 16; ++i) slots[i] = history + kSynthSlotValues * ((slot0 + i) % kSynthSlots);
+  for (int j = 0; j < 32; ++j) {
+    std::int64_t acc = 0;
+    for (int i = 0; i < 16; ++i) acc += static_cast<std::int64_t>(kWindow.coef[j][i]) * slots[i][kWindow.index[j][i]];
+    pcm[stride * j] = SatS16(RoundShr(acc, 26));  // Q41 -> 2^-15 steps
+  }
+}
+
+namespace {
+
+struct FloatTables {
+  float dct[32][32];
+  float window[32][16];
+};
+constexpr FloatTables MakeFloatTables() {
+  FloatTables t{};
+  for (int m = 0; m < 32; ++m)
+    for (int k = 0; k < 32; ++k) t.dct[m][k] = static_cast<float>(ConstCos(kPi / 64.0 * m * (2 * k + 1)));
+  for (int j = 0; j < 32; ++j)
+    for (int i = 0; i < 16; ++i) t.window[j][i] = static_cast<float>(kWindow.coef[j][i] / 65536.0);
+  return t;
+}
+inline constexpr FloatTables kFloat = MakeFloatTables();
+
+}  // namespace
+
+void SynthSlotFloat(const float* s, float* pcm, float* history, std::int32_t* offset) {
+  const int slot0 = (*offset + kSynthSlots - 1) % kSynthSlots;
+  *offset = slot0;
+  float* a = history + kSynthSlotValues * slot0;
+  for (int m = 0; m < 32; ++m) {
+    float acc = 0.0f;
+    for (int k = 0; k < 32; ++k) acc += s[k] * kFloat.dct[m][k];
+    a[m] = acc;
+  }
+  const float* slots[16];
+  for (int i = 0; i < 16; ++i) slots[i] = history + kSynthSlotValues * ((slot0 + i) % kSynthSlots);
+  for (int j = 0; j < 32; ++j) {
+    float acc = 0.0f;
+    for (int i = 0; i < 16; ++i) acc += kFloat.window[j][i] * slots[i][kWindow.index[j][i]];
+    pcm[j] = acc;
+  }
+}
+
+Status aklsSynthPQMF_MP3_32s16s(const Akl32s* pSrcY, Akl16s* pDstPcm, Akl32s* pVBuffer, int* pVPosition,
+                                int mode) {
+  if (!pSrcY || !pDstPcm || !pVBuffer || !pVPosition) return kStsNullPtr;
+  if ((mode != 1 && mode != 2) || static_cast<unsigned>(*pVPosition) >= 16u) return kStsBadArgErr;
+  SynthSlotKernel(pSrcY, pDstPcm, mode, pVBuffer, pVPosition);
+  return kStsOk;
+}
+
+// ---------------------------------------------------------------------------
+// Floating-point synthesis context (tag 0x434D4167, filter-bank Free form).
+// Layout at the 16-byte boundary: tag, ownedByLibrary, the ring's slot index,
+// one reserved word, then the 16 x 32 history of one channel.  The constant
+// tables are shared read-only data, so the context holds only state.
+
+namespace {
+
+struct PqmfSynthState {
+  ContextTag tag;
+  Akl32s ownedByLibrary;
+  Akl32s offset;
+  Akl32s reserved;
+  float history[kSynthHistoryValues];
+};
+constexpr int kPqmfSynthStateSize = static_cast<int>(sizeof(PqmfSynthState) + kContextAlign);
+
+void BuildPqmfSynth(void* raw, int owned) {
+  PqmfSynthState* st = ContextAt<PqmfSynthState>(raw, kContextAlign);
+  st->tag = kTagSynthesisPqmfMp3;
+  st->ownedByLibrary = owned;
+  st->offset = 0;
+  st->reserved = 0;
+  for (float& v : st->history) v = 0.0f;
+}
+
+}  // namespace
+
+Status aklsSynthesisFilterGetSize_PQMF_MP3_32f(int* pSize) {
+  if (!pSize) return kStsNullPtr;
+  *pSize = kPqmfSynthStateSize;
+  return kStsOk;
+}
+
+Status aklsSynthesisFilterInit_PQMF_MP3_32f(AklsFilterState_PQMF_MP3_32f* pState) {
+  if (!pState) return kStsNullPtr;
+  BuildPqmfSynth(pState, 0);
+  return kStsOk;
+}
+
+Status aklsSynthesisFilterInitAlloc_PQMF_MP3_32f(AklsFilterState_PQMF_MP3_32f** ppState) {
+  if (!ppState) return kStsNullPtr;
+  return InitAllocWith(kPqmfSynthStateSize, ppState, [](AklsFilterState_PQMF_MP3_32f* raw) {
+    BuildPqmfSynth(raw, 1);
+    return kStsOk;
+  });
+}
+
+Status aklsSynthesisFilterFree_PQMF_MP3_32f(AklsFilterState_PQMF_MP3_32f* pState) {
+  return FreeKeepingTag<PqmfSynthState>(pState, kContextAlign, kTagSynthesisPqmfMp3);
+}
+
+Status aklsSynthesisFilter_PQMF_MP3_32f(const Akl32f* pSrc, Akl32f* pDst, AklsFilterState_PQMF_MP3_32f* pState,
+                                        int numSlots) {
+  if (!pSrc || !pDst || !pState) return kStsNullPtr;
+  if (numSlots < 1) return kStsSizeErr;
+  PqmfSynthState* st = TaggedContext<PqmfSynthState>(static_cast<void*>(pState), kContextAlign, kTagSynthesisPqmfMp3);
+  if (!st) return kStsContextMismatch;
+  for (int t = 0; t < numSlots; ++t) SynthSlotFloat(pSrc + 32 * t, pDst + 32 * t, st->history, &st->offset);
+  return kStsOk;
+}
+
+}  // namespace akl::mp3
