@@ -228,6 +228,51 @@ AKLAC_API Status aklsUnpackScaleFactors_MP3_1u8s(Akl8u** ppBitStream, Akl32s* pO
                                                  Akl32s channel);
 
 /* @mp3-bitstream-end */
+/* ---- Layer III signal stages: requantization ----
+ *
+ * Requantizes one granule, both channels, in place: power law, global gain,
+ * scale factors (with scalefac_scale and pre-emphasis), sub-block gains,
+ * mid/side and intensity stereo, and for short blocks the reordering into
+ * three runs of six lines per subband (window w of subband s at lines
+ * 18*s + 6*w .. 18*s + 6*w + 5) that aklsMDCTInv_MP3_32s reads.
+ *   pSrcDstIsXr    in/out  2 x 576 Akl32s, channel 0 then channel 1: the
+ *                          Huffman decoder's quantized values (magnitudes up
+ *                          to 8206) in, Q26 values (saturated) out
+ *   pNonZeroBound  in/out  per channel, last non-zero line + 1 (0..576);
+ *                          recomputed on return (short blocks first rounded
+ *                          up to a whole subband)
+ *   pScaleFactor   in      2 x 39 Akl8s: channel 0's array at entry 0 and
+ *                          channel 1's at entry 39, each in the layout of
+ *                          aklsUnpackScaleFactors_MP3_1u8s (negative values
+ *                          mark illegal MPEG-2 intensity positions)
+ *   pSideInfo      in      the granule's two side-information records,
+ *                          channel 0 then channel 1
+ *   pFrameHeader   in      the frame's header (id, samplingFreqIndex, mode,
+ *                          modeExtension are read)
+ *   pBuffer        work    576 Akl32s
+ *   pSfbTableLong  in      long band boundaries, 23 per row, 6 rows
+ *                          (row = id * 3 + samplingFreqIndex)
+ *   pSfbTableShort in      short band boundaries in lines of one window, 14
+ *                          per row, same rows
+ * Statuses, in check order: kStsNullPtr; kStsMP3FrameHeaderErr (id above 1,
+ * samplingFreqIndex above 2, mode or modeExtension above 3);
+ * kStsMP3SideInfoErr (a stereo tool on and the channels' blockType or
+ * mixedBlockFlag differ; blockType above 3 or mixedBlockFlag above 1);
+ * kStsBadArgErr (a bound above 576); then, while converting (spectrum left
+ * partly converted): kStsMP3SideInfoErr (globalGain above 255,
+ * scalefacScale or preflag above 1), kStsErr (subblockGain above 7 in a
+ * short block, or a quantized magnitude above 8206). */
+AKLAC_API Status aklsReQuantizeSfb_MP3_32s_I(Akl32s* pSrcDstIsXr, int* pNonZeroBound, const Akl8s* pScaleFactor,
+                                             const AklMP3SideInfo* pSideInfo, const AklMP3FrameHeader* pFrameHeader,
+                                             Akl32s* pBuffer, const Akl16s* pSfbTableLong,
+                                             const Akl16s* pSfbTableShort);
+
+/* aklsReQuantizeSfb_MP3_32s_I with the library's scale-factor band tables
+ * (ISO/IEC 11172-3 and 13818-3).  Arguments and statuses as there. */
+AKLAC_API Status aklsReQuantize_MP3_32s_I(Akl32s* pSrcDstIsXr, int* pNonZeroBound, const Akl8s* pScaleFactor,
+                                          const AklMP3SideInfo* pSideInfo, const AklMP3FrameHeader* pFrameHeader,
+                                          Akl32s* pBuffer);
+
 /* ---- Layer III signal stages: inverse MDCT and polyphase synthesis ----
  *
  * Fixed-point formats between the stages: requantized spectra are Q26 (the
