@@ -227,6 +227,51 @@ AKLAC_API Status aklsUnpackScaleFactors_MP3_1u8s(Akl8u** ppBitStream, Akl32s* pO
                                                  const AklMP3FrameHeader* pFrameHeader, Akl32s granule,
                                                  Akl32s channel);
 
+/* Huffman-decodes the spectrum of one granule and channel, with the library's
+ * long scale-factor band table; the same as aklsHuffmanDecodeSfb_MP3_1u32s
+ * otherwise. */
+AKLAC_API Status aklsHuffmanDecode_MP3_1u32s(Akl8u** ppBitStream, Akl32s* pOffset, Akl32s* pDstIs,
+                                             Akl32s* pDstNonZeroBound, const AklMP3SideInfo* pSideInfo,
+                                             const AklMP3FrameHeader* pFrameHeader, Akl32s hufSize);
+
+/* Huffman-decodes the big-values and count1 regions of one granule and channel.
+ *   ppBitStream, pOffset  in/out: cursor after the scale factors (offset 0..7); on success it
+ *                         ends exactly hufSize bits further on.
+ *   pDstIs                out: 576 quantized values with sign, in stream order.
+ *   pDstNonZeroBound      out: index of the last non-zero value plus one (0 if none).
+ *   pSideInfo             in: this granule and channel.
+ *   pFrameHeader          in: id, layer, samplingFreqIndex.
+ *   hufSize               in: Huffman bits, part23Length minus the scale-factor bits, 0..part23Length.
+ *   pSfbTableLong         in: 6 rows (row id * 3 + samplingFreqIndex) of 23 long band boundaries.
+ * Window-switched granules: region 0 is 36 lines (MPEG-1 or block type 2) or 54, region 1 the rest.
+ * Statuses: kStsNullPtr; kStsBadArgErr (offset above 7, hufSize outside 0..part23Length);
+ * kStsMP3SideInfoErr (bigValues * 2 above 576, blockType above 3, windowSwitchingFlag above 1,
+ * count1TableSelect above 1); kStsMP3FrameHeaderErr (id above 1, layer not 1, samplingFreqIndex
+ * above 2); kStsMP3SideInfoErr (window switching with block type 0; a table number above 31;
+ * region counts negative or summing to 21 or more); kStsErr (the big values ran past hufSize:
+ * output partly written, the cursor where the big values ended). */
+AKLAC_API Status aklsHuffmanDecodeSfb_MP3_1u32s(Akl8u** ppBitStream, Akl32s* pOffset, Akl32s* pDstIs,
+                                                Akl32s* pDstNonZeroBound, const AklMP3SideInfo* pSideInfo,
+                                                const AklMP3FrameHeader* pFrameHeader, Akl32s hufSize,
+                                                const Akl16s* pSfbTableLong);
+
+/* As aklsHuffmanDecodeSfb_MP3_1u32s, with region 0 of window-switched granules
+ * computed from the caller's tables: block types 1 and 3 end it at long band 8,
+ * short blocks at 3 x short band 3, mixed blocks from the partition row.
+ *   pSfbTableLong   in: 6 rows of 23 long band boundaries.
+ *   pSfbTableShort  in: 6 rows of 14 short band boundaries (lines of one window).
+ *   pMbpTable       in: 6 rows of 2: long bands of a mixed block, short-band widths to add.
+ * Statuses, in this order: kStsNullPtr; kStsBadArgErr (offset above 7); kStsMP3FrameHeaderErr
+ * (id above 1); kStsMP3SideInfoErr (bigValues * 2 above 576, blockType above 3,
+ * windowSwitchingFlag above 1; window switching with block type 0); kStsMP3FrameHeaderErr
+ * (layer not 1, samplingFreqIndex above 2); kStsMP3SideInfoErr (count1TableSelect above 1,
+ * hufSize outside 0..part23Length; a table number above 31; bad region counts); kStsErr. */
+AKLAC_API Status aklsHuffmanDecodeSfbMbp_MP3_1u32s(Akl8u** ppBitStream, Akl32s* pOffset, Akl32s* pDstIs,
+                                                   Akl32s* pDstNonZeroBound, const AklMP3SideInfo* pSideInfo,
+                                                   const AklMP3FrameHeader* pFrameHeader, Akl32s hufSize,
+                                                   const Akl16s* pSfbTableLong, const Akl16s* pSfbTableShort,
+                                                   const Akl16s* pMbpTable);
+
 /* @mp3-bitstream-end */
 /* ---- Layer III signal stages: requantization ----
  *
