@@ -6,10 +6,12 @@
 // floating-point decoder would hold, times 2^26.  A full-scale subband signal
 // is about 1.0, so Q26 leaves 5 bits of headroom above full scale and puts
 // the rounding step 2^-26 eleven bits below the last bit of 16-bit PCM
-// (2^-15).  The window is folded into the transform matrices, held in Q28:
-// each output is one 64-bit sum of 18 (long) or 6 (short) Q26 x Q28 products,
-// rounded once to Q26.  Row sums of |coefficient| stay below 12, so with
-// inputs saturated at 2^31 a sum stays below 2^63.  Overlap-add saturates.
+// (2^-15).  Transform coefficients are held in Q28: each sum is one 64-bit
+// sum of 18 (long) or 6 (short) Q26 x Q28 products, rounded once to Q26.
+// Short blocks have the window folded into their matrix; long blocks are
+// windowed after the rounding, in Q30 (see kLongCos).  Row sums of
+// |coefficient| stay below 12, so with inputs saturated at 2^31 a sum stays
+// below 2^63.  Overlap-add saturates.
 //
 // Alias-reduction butterflies use Q31 cs/ca coefficients with the 64-bit
 // product shifted right by 31 (the doubled-operand, upper-half multiply).
@@ -66,21 +68,38 @@ constexpr double LongWindow(int bt, int i) {
   return sin36;
 }
 
-// Long transform matrices with the window folded in, Q28, rows = time sample
-// 0..35, columns = line 0..17; index 0 normal, 1 start, 2 stop.
-struct LongMatrices {
-  std::int32_t m[3][36][18];
+// Long transform.  The 36 unwindowed outputs x[i] of the 18-point inverse
+// MDCT come from 18 distinct sums: x[17-i] = -x[i] (i < 9) and
+// x[53-i] = x[i] (18 <= i < 27).  kLongCos holds the rows i = 0..8 and
+// 18..26 (as rows 0..17) in Q28: 18 products of inputs up to 2^31 and
+// |cos| with row sums below 12 stay below 2^63.  The sums are rounded to Q26
+// (saturated), then windowed with Q30 coefficients (one more rounding of
+// 2^-27, a 4096th of a 16-bit step).
+struct LongCos {
+  std::int32_t c[18][18];
 };
-constexpr LongMatrices MakeLong() {
-  LongMatrices m{};
-  const int types[3] = {0, 1, 3};
-  for (int t = 0; t < 3; ++t)
-    for (int i = 0; i < 36; ++i)
-      for (int k = 0; k < 18; ++k)
-        m.m[t][i][k] = ConstQ(LongWindow(types[t], i) * ConstCos(kPi / 72.0 * (2 * i + 1 + 18) * (2 * k + 1)), 28);
+constexpr LongCos MakeLongCos() {
+  LongCos m{};
+  for (int r = 0; r < 18; ++r) {
+    const int i = r < 9 ? r : r + 9;
+    for (int k = 0; k < 18; ++k) m.c[r][k] = ConstQ(ConstCos(kPi / 72.0 * (2 * i + 1 + 18) * (2 * k + 1)), 28);
+  }
   return m;
 }
-inline constexpr LongMatrices kLongQ28 = MakeLong();
+inline constexpr LongCos kLongCos = MakeLongCos();
+
+// Windows of block types 0 (normal), 1 (start), 3 (stop) in Q30, as rows 0..2.
+struct LongWindows {
+  std::int32_t w[3][36];
+};
+constexpr LongWindows MakeLongWindows() {
+  LongWindows m{};
+  const int types[3] = {0, 1, 3};
+  for (int t = 0; t < 3; ++t)
+    for (int i = 0; i < 36; ++i) m.w[t][i] = ConstQ(LongWindow(types[t], i), 30);
+  return m;
+}
+inline constexpr LongWindows kLongWindowQ30 = MakeLongWindows();
 
 // Short transform with its window, Q28: rows = sample 0..11 of one window.
 struct ShortMatrix {
@@ -127,12 +146,21 @@ void AliasReduce(std::int32_t* spec, int n, int block_type, int mixed) {
 }
 
 void ImdctLong(const std::int32_t* lines, int block_type, std::int32_t* out36) {
-  const auto& m = kLongQ28.m[block_type == 1 ? 1 : block_type == 3 ? 2 : 0];
-  for (int i = 0; i < 36; ++i) {
+  const std::int32_t* w = kLongWindowQ30.w[block_type == 1 ? 1 : block_type == 3 ? 2 : 0];
+  std::int32_t x[36];
+  for (int r = 0; r < 18; ++r) {
     std::int64_t acc = 0;
-    for (int k = 0; k < 18; ++k) acc += static_cast<std::int64_t>(lines[k]) * m[i][k];
-    out36[i] = RoundQ54ToQ26(acc);
+    for (int k = 0; k < 18; ++k) acc += static_cast<std::int64_t>(lines[k]) * kLongCos.c[r][k];
+    const std::int32_t v = RoundQ54ToQ26(acc);
+    if (r < 9) {
+      x[r] = v;
+      x[17 - r] = SatS32(-static_cast<std::int64_t>(v));
+    } else {
+      x[r + 9] = v;
+      x[53 - (r + 9)] = v;
+    }
   }
+  for (int i = 0; i < 36; ++i) out36[i] = SatS32(RoundShr(static_cast<std::int64_t>(x[i]) * w[i], 30));
 }
 
 void ImdctShort(const std::int32_t* lines, std::int32_t* out36) {

@@ -11,9 +11,8 @@
 //
 // Fixed-point scale.  Subband samples arrive in Q26 (the standard's values
 // times 2^26) and are clamped to +-8 (2^29 - 1 in Q26): a subband sample that
-// large saturates the PCM anyway, and the clamp lets 32 products with Q29
-// cosines sum in 64 bits without overflow, with no precision dropped from
-// the input.  A is rounded once to Q25 and saturated (range +-64, about twice
+// large saturates the PCM anyway, and the clamp bounds the transform's
+// 64-bit sums (see Dct32), with no precision dropped from the input.  A is rounded once to Q25 and saturated (range +-64, about twice
 // the largest value 32 subbands at full scale can reach); its step 2^-25 is
 // ten bits below the 16-bit PCM step.  The window coefficients are exact:
 // every D[i] is k/65536, so they are stored as the integers k (Q16).  Each
@@ -30,17 +29,58 @@ namespace akl::mp3 {
 
 namespace {
 
-// cos(m (2k+1) pi / 64) in Q29, rows m, columns k.
-struct DctMatrix {
-  std::int32_t c[32][32];
+// The 32-point DCT-II, split twice into even and odd halves: with
+// u[k] = S[k] + S[31-k] and d[k] = S[k] - S[31-k] (k < 16), the odd outputs
+// A[2p+1] are a 16 x 16 product on d; with u2[k] = u[k] + u[15-k] and
+// d2[k] = u[k] - u[15-k] (k < 8), A[4r+2] is an 8 x 8 product on d2 and
+// A[4r] an 8-point DCT-II of u2.  384 multiplies instead of 1024.
+// Operands reach 2^30 (d), 2^31 (u2, d2); the odd matrices are in Q29 (row
+// sums of |cos| stay below 10.2 and 5.2, so 64-bit sums stay below 2^62.4),
+// the DCT-8 in Q28 (its first row sums to 8).
+struct DctTables {
+  std::int32_t odd16[16][16];  // cos((2p+1)(2k+1) pi/64), Q29
+  std::int32_t odd8[8][8];     // cos((2r+1)(2k+1) pi/32), Q29
+  std::int32_t dct8[8][8];     // cos(r (2k+1) pi/16), Q28
 };
-constexpr DctMatrix MakeDct() {
-  DctMatrix c{};
-  for (int m = 0; m < 32; ++m)
-    for (int k = 0; k < 32; ++k) c.c[m][k] = ConstQ(ConstCos(kPi / 64.0 * m * (2 * k + 1)), 29);
-  return c;
+constexpr DctTables MakeDct() {
+  DctTables t{};
+  for (int p = 0; p < 16; ++p)
+    for (int k = 0; k < 16; ++k) t.odd16[p][k] = ConstQ(ConstCos(kPi / 64.0 * (2 * p + 1) * (2 * k + 1)), 29);
+  for (int r = 0; r < 8; ++r)
+    for (int k = 0; k < 8; ++k) {
+      t.odd8[r][k] = ConstQ(ConstCos(kPi / 32.0 * (2 * r + 1) * (2 * k + 1)), 29);
+      t.dct8[r][k] = ConstQ(ConstCos(kPi / 16.0 * r * (2 * k + 1)), 28);
+    }
+  return t;
 }
-inline constexpr DctMatrix kDctQ29 = MakeDct();
+inline constexpr DctTables kDct = MakeDct();
+
+// A[m] = sum_k s[k] cos(m (2k+1) pi/64) for Q26 inputs |s| < 2^29, to Q25.
+void Dct32(const std::int32_t* s, std::int32_t* a) {
+  std::int64_t u[16], d[16], u2[8], d2[8];
+  for (int k = 0; k < 16; ++k) {
+    u[k] = static_cast<std::int64_t>(s[k]) + s[31 - k];
+    d[k] = static_cast<std::int64_t>(s[k]) - s[31 - k];
+  }
+  for (int k = 0; k < 8; ++k) {
+    u2[k] = u[k] + u[15 - k];
+    d2[k] = u[k] - u[15 - k];
+  }
+  for (int p = 0; p < 16; ++p) {
+    std::int64_t acc = 0;
+    for (int k = 0; k < 16; ++k) acc += d[k] * kDct.odd16[p][k];
+    a[2 * p + 1] = SatS32(RoundShr(acc, 30));  // Q55 -> Q25
+  }
+  for (int r = 0; r < 8; ++r) {
+    std::int64_t acc_odd = 0, acc_even = 0;
+    for (int k = 0; k < 8; ++k) {
+      acc_odd += d2[k] * kDct.odd8[r][k];
+      acc_even += u2[k] * kDct.dct8[r][k];
+    }
+    a[4 * r + 2] = SatS32(RoundShr(acc_odd, 30));  // Q55 -> Q25
+    a[4 * r] = SatS32(RoundShr(acc_even, 29));     // Q54 -> Q25
+  }
+}
 
 // Where output j of the windowed sum reads slot 2i (the V index j) and slot
 // 2i+1 (the V index 32+j), as an index into A with a sign (0 when the value
@@ -87,12 +127,7 @@ void SynthSlotKernel(const std::int32_t* s, std::int16_t* pcm, int stride, std::
   constexpr std::int32_t kClamp = (1 << 29) - 1;
   std::int32_t clamped[32];
   for (int k = 0; k < 32; ++k) clamped[k] = s[k] > kClamp ? kClamp : s[k] < -kClamp ? -kClamp : s[k];
-  std::int32_t* a = history + kSynthSlotValues * slot0;
-  for (int m = 0; m < 32; ++m) {
-    std::int64_t acc = 0;
-    for (int k = 0; k < 32; ++k) acc += static_cast<std::int64_t>(clamped[k]) * kDctQ29.c[m][k];
-    a[m] = SatS32(RoundShr(acc, 30));  // Q55 -> Q25
-  }
+  Dct32(clamped, history + kSynthSlotValues * slot0);
   const std::int32_t* slots[16];
   for (int i = 0; i < 16; ++i) slots[i] = history + kSynthSlotValues * ((slot0 + i) % kSynthSlots);
   for (int j = 0; j < 32; ++j) {

@@ -125,8 +125,12 @@ TEST(MdctInv, SaturatedInputDoesNotWrap) {
   for (int i = 0; i < 576; ++i) {
     // Saturation inside alias reduction changes the exact values, but a sum
     // far beyond the range must stay far out on the same side.
-    if (expect[i] > 40) EXPECT_GT(out[i], 1 << 30) << i;
-    if (expect[i] < -40) EXPECT_LT(out[i], -(1 << 30)) << i;
+    if (expect[i] > 40) {
+      EXPECT_GT(out[i], 1 << 30) << i;
+    }
+    if (expect[i] < -40) {
+      EXPECT_LT(out[i], -(1 << 30)) << i;
+    }
     checked += std::fabs(expect[i]) > 40;
   }
   EXPECT_GE(checked, 32);
