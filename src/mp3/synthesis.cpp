@@ -118,6 +118,35 @@ constexpr SynthWindow MakeWindow() {
 }
 inline constexpr SynthWindow kWindow = MakeWindow();
 
+// The same window for the fixed-point sum, arranged so that the slots are
+// read contiguously: with V unfolded from A, output j (0..15) reads
+// A[16+j] of the even slots and A[16-j] of the odd ones, output 32-j
+// (j = 1..15) reads the same two values, and output 16 reads A[0] of the odd
+// slots only.  Rows h = 0..7 pair slot 2h (even) with slot 2h+1 (odd).
+struct PairedWindow {
+  std::int32_t even_lo[8][16];  // D[64h + j]          x A_even[16+j] -> out[j]
+  std::int32_t odd_lo[8][16];   // -D[64h + 32 + j]    x A_odd[16-j]  -> out[j]
+  std::int32_t even_hi[8][16];  // -D[64h + 32 - j]    x A_even[16+j] -> out[32-j]
+  std::int32_t odd_hi[8][16];   // -D[64h + 64 - j]    x A_odd[16-j]  -> out[32-j]
+  std::int32_t odd_mid[8];      // -D[64h + 48]        x A_odd[0]     -> out[16]
+};
+constexpr PairedWindow MakePairedWindow() {
+  PairedWindow w{};
+  for (int h = 0; h < 8; ++h) {
+    for (int j = 0; j < 16; ++j) {
+      w.even_lo[h][j] = kSynthesisWindowQ16[64 * h + j];
+      w.odd_lo[h][j] = -kSynthesisWindowQ16[64 * h + 32 + j];
+      if (j > 0) {
+        w.even_hi[h][j] = -kSynthesisWindowQ16[64 * h + 32 - j];
+        w.odd_hi[h][j] = -kSynthesisWindowQ16[64 * h + 64 - j];
+      }
+    }
+    w.odd_mid[h] = -kSynthesisWindowQ16[64 * h + 48];
+  }
+  return w;
+}
+inline constexpr PairedWindow kPaired = MakePairedWindow();
+
 }  // namespace
 
 void SynthSlotKernel(const std::int32_t* s, std::int16_t* pcm, int stride, std::int32_t* history,
@@ -128,13 +157,22 @@ void SynthSlotKernel(const std::int32_t* s, std::int16_t* pcm, int stride, std::
   std::int32_t clamped[32];
   for (int k = 0; k < 32; ++k) clamped[k] = s[k] > kClamp ? kClamp : s[k] < -kClamp ? -kClamp : s[k];
   Dct32(clamped, history + kSynthSlotValues * slot0);
-  const std::int32_t* slots[16];
-  for (int i = 0; i < 16; ++i) slots[i] = history + kSynthSlotValues * ((slot0 + i) % kSynthSlots);
-  for (int j = 0; j < 32; ++j) {
-    std::int64_t acc = 0;
-    for (int i = 0; i < 16; ++i) acc += static_cast<std::int64_t>(kWindow.coef[j][i]) * slots[i][kWindow.index[j][i]];
-    pcm[stride * j] = SatS16(RoundShr(acc, 26));  // Q41 -> 2^-15 steps
+  std::int64_t lo[16] = {}, hi[16] = {}, mid = 0;
+  for (int h = 0; h < 8; ++h) {
+    const std::int32_t* ae = history + kSynthSlotValues * ((slot0 + 2 * h) % kSynthSlots);
+    const std::int32_t* ao = history + kSynthSlotValues * ((slot0 + 2 * h + 1) % kSynthSlots);
+    for (int j = 0; j < 16; ++j)
+      lo[j] += static_cast<std::int64_t>(kPaired.even_lo[h][j]) * ae[16 + j] +
+               static_cast<std::int64_t>(kPaired.odd_lo[h][j]) * ao[16 - j];
+    for (int j = 1; j < 16; ++j)
+      hi[j] += static_cast<std::int64_t>(kPaired.even_hi[h][j]) * ae[16 + j] +
+               static_cast<std::int64_t>(kPaired.odd_hi[h][j]) * ao[16 - j];
+    mid += static_cast<std::int64_t>(kPaired.odd_mid[h]) * ao[0];
   }
+  // Q41 sums to the 16-bit step (2^-15 of full scale), rounded and saturated.
+  for (int j = 0; j < 16; ++j) pcm[stride * j] = SatS16(RoundShr(lo[j], 26));
+  pcm[stride * 16] = SatS16(RoundShr(mid, 26));
+  for (int j = 1; j < 16; ++j) pcm[stride * (32 - j)] = SatS16(RoundShr(hi[j], 26));
 }
 
 namespace {
