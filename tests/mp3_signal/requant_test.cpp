@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <cstring>
 #include <random>
 #include <vector>
 
@@ -298,6 +299,49 @@ TEST(ReQuantize, LargeGainSaturates) {
   EXPECT_EQ(g.xr[0], 2147483647);
   EXPECT_EQ(g.xr[1], -2147483647);
   EXPECT_NEAR(g.xr[2], Requant(20, 15) * kQ26, 1 + Requant(20, 15) * kQ26 * 1e-7);
+}
+
+}  // namespace
+
+namespace {
+
+// The Sfb form reads the caller's rows: the library's own tables give the
+// plain form's result at every rate, and a table whose row for this rate
+// differs changes the result.
+TEST(ReQuantize, SfbFormReadsTheCallersRow) {
+  for (int id = 0; id < 2; ++id)
+    for (int sfi = 0; sfi < 3; ++sfi) {
+      SCOPED_TRACE(testing::Message() << id << " " << sfi);
+      Granule a(id, 3, 0), b(id, 3, 0);
+      for (Granule* g : {&a, &b}) {
+        g->hdr.samplingFreqIndex = sfi;
+        g->si[0].globalGain = 180;
+        for (int i = 0; i < 22; ++i) g->sf[i] = static_cast<Akl8s>(i % 5);
+        for (int i = 0; i < 400; ++i) g->xr[i] = (i * 7) % 11 - 5;
+        g->bound[0] = 400;
+      }
+      ASSERT_EQ(a.Run(), kStsOk);
+      ASSERT_EQ(aklsReQuantizeSfb_MP3_32s_I(b.xr.data(), b.bound, b.sf.data(), b.si, &b.hdr, b.work.data(),
+                                            &akl::mp3::kSfbLong[0][0], &akl::mp3::kSfbShort[0][0]),
+                kStsOk);
+      EXPECT_EQ(a.xr, b.xr);
+      // Row of another rate in this rate's place: band edges move.
+      Akl16s lon[6][23];
+      std::memcpy(lon, akl::mp3::kSfbLong, sizeof lon);
+      const int row = id * 3 + sfi, other = id * 3 + (sfi + 1) % 3;
+      if (std::memcmp(lon[row], lon[other], sizeof lon[row]) == 0) continue;
+      std::memcpy(lon[row], akl::mp3::kSfbLong[other], sizeof lon[row]);
+      Granule c(id, 3, 0);
+      c.hdr.samplingFreqIndex = sfi;
+      c.si[0].globalGain = 180;
+      for (int i = 0; i < 22; ++i) c.sf[i] = static_cast<Akl8s>(i % 5);
+      for (int i = 0; i < 400; ++i) c.xr[i] = (i * 7) % 11 - 5;
+      c.bound[0] = 400;
+      ASSERT_EQ(aklsReQuantizeSfb_MP3_32s_I(c.xr.data(), c.bound, c.sf.data(), c.si, &c.hdr, c.work.data(), &lon[0][0],
+                                            &akl::mp3::kSfbShort[0][0]),
+                kStsOk);
+      EXPECT_NE(a.xr, c.xr);
+    }
 }
 
 }  // namespace
