@@ -249,7 +249,9 @@ AKLAC_API Status aklsHuffmanDecode_MP3_1u32s(Akl8u** ppBitStream, Akl32s* pOffse
  * count1TableSelect above 1); kStsMP3FrameHeaderErr (id above 1, layer not 1, samplingFreqIndex
  * above 2); kStsMP3SideInfoErr (window switching with block type 0; a table number above 31;
  * region counts negative or summing to 21 or more); kStsErr (the big values ran past hufSize:
- * output partly written, the cursor where the big values ended). */
+ * output partly written, the cursor where the big values ended).
+ * The reader touches the aligned words from the one holding the first bit through the one after
+ * the word holding bit hufSize - 1, never more: big values running beyond read zero bits there. */
 AKLAC_API Status aklsHuffmanDecodeSfb_MP3_1u32s(Akl8u** ppBitStream, Akl32s* pOffset, Akl32s* pDstIs,
                                                 Akl32s* pDstNonZeroBound, const AklMP3SideInfo* pSideInfo,
                                                 const AklMP3FrameHeader* pFrameHeader, Akl32s hufSize,

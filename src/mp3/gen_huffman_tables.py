@@ -5,16 +5,12 @@ walks.
 
 Usage: gen_huffman_tables.py <mp3_huffman.txt> > huffman_tables.cpp
 
-Lookup entry layout (16 bits), see huffman_tables.hpp:
-  leaf:      bit 15 = 0, bits 8..12 = code bits still to consume at this
-             level, bits 4..7 = x, bits 0..3 = y (count1: bits 0..3 = v w x y)
-  sub-table: bit 15 = 1, bits 11..14 = width of the next level, bits 0..10 =
-             index of the next level's first entry within the same array
+Lookup entry layout (32 bits): see huffman_tables.hpp.
 """
 import sys
 
-PRIMARY_CAP = 8   # first-level width of the big-value books
-LEVEL_CAP = 6     # width cap of every further level
+PRIMARY_CAP = 9   # first-level width of the big-value books
+LEVEL_CAP = 8     # width cap of every further level
 
 
 def parse(path):
@@ -43,7 +39,30 @@ def parse(path):
     return books, quads
 
 
-def build_lut(codes, primary_cap, level_cap):
+def nonzero(value, quad):
+    if quad:
+        return [(value >> (3 - k)) & 1 for k in range(4)]
+    return [value >> 4, value & 15]
+
+
+def leaf(value, consumed, signs, quad, slow):
+    """Entry for a code (with its sign bits folded in when `signs` is given)."""
+    vals = nonzero(value, quad)
+    if signs is not None:
+        it = iter(signs)
+        vals = [-v if v and next(it) else v for v in vals]
+    if quad:
+        packed = 0
+        for k, v in enumerate(vals):
+            packed |= (v & 3) << (2 * k)
+    else:
+        packed = (vals[0] & 0xFF) | ((vals[1] & 0xFF) << 8)
+    return (consumed << 24) | (slow << 23) | packed
+
+
+def build_lut(codes, primary_cap, level_cap, quad=False, linbits=0):
+    """Multi-level lookup; sign bits are folded into an entry when the code
+    and its sign bits fit the level and no linbits escape comes between."""
     out = []
 
     def level(group, width):
@@ -51,22 +70,37 @@ def build_lut(codes, primary_cap, level_cap):
         out.extend([None] * (1 << width))
         subs = {}
         for bits, value in group:
-            if len(bits) <= width:
+            if len(bits) > width:
+                subs.setdefault(bits[:width], []).append((bits[width:], value))
+                continue
+            vals = nonzero(value, quad)
+            nz = sum(1 for v in vals if v)
+            escape = linbits and any(v == 15 for v in vals)
+            if len(bits) + nz <= width and not escape:
+                for s in range(1 << nz):
+                    signs = [(s >> (nz - 1 - k)) & 1 for k in range(nz)]
+                    prefix = bits + ''.join(str(t) for t in signs)
+                    pad = width - len(prefix)
+                    first = int(prefix, 2) << pad
+                    e = leaf(value, len(prefix), signs, quad, 0)
+                    for k in range(1 << pad):
+                        out[base + first + k] = e
+            else:
+                assert not quad
                 pad = width - len(bits)
                 first = int(bits, 2) << pad
+                e = leaf(value, len(bits), None, quad, 1)
                 for k in range(1 << pad):
-                    out[base + first + k] = (len(bits) << 8) | value
-            else:
-                subs.setdefault(bits[:width], []).append((bits[width:], value))
+                    out[base + first + k] = e
         for prefix, sub in sorted(subs.items()):
-            w = min(max(len(b) for b, _ in sub), level_cap)
+            w = min(max(len(b) for b, _ in sub) + 2, level_cap)
             off = level(sub, w)
-            assert off < 2048 and w < 16
-            out[base + int(prefix, 2)] = 0x8000 | (w << 11) | off
+            assert off < 65536 and w < 16
+            out[base + int(prefix, 2)] = 0x80000000 | (w << 16) | off
         return base
 
     maxlen = max(len(c) for _, c in codes)
-    primary = min(maxlen, primary_cap)
+    primary = min(maxlen + (4 if quad else 2), primary_cap)
     level([(c, v) for v, c in codes], primary)
     assert all(e is not None for e in out), 'incomplete code'
     return primary, out
@@ -94,20 +128,22 @@ def main():
         print(f'// Table {n}: (x << 4 | y, length, code word).')
         print(emit_array(f'kCodes{n}', 'HuffmanCode',
                          [f'{{0x{v:02X}, {len(c)}, 0x{int(c, 2):X}}}' for v, c in codes], 4))
-        primary, lut = build_lut(codes, PRIMARY_CAP, LEVEL_CAP)
+        # Tables 16 and 24 are shared with their linbits variants, all of
+        # which escape at 15.
+        primary, lut = build_lut(codes, PRIMARY_CAP, LEVEL_CAP, linbits=books[n]['linbits'])
         books[n]['primary'] = primary
         print(f'// Table {n}: lookup, first level {primary} bits, {len(lut)} entries.')
-        print(emit_array(f'kLut{n}', 'std::uint16_t', [f'0x{e:04X}' for e in lut]))
+        print(emit_array(f'kLut{n}', 'std::uint32_t', [f'0x{e:08X}' for e in lut], 8))
         print()
     for q in ('A', 'B'):
         codes = quads[q]
         print(f'// Count1 table {q}: (v << 3 | w << 2 | x << 1 | y, length, code word).')
         print(emit_array(f'kCodes{q}', 'HuffmanCode',
                          [f'{{0x{v:X}, {len(c)}, 0x{int(c, 2):X}}}' for v, c in codes], 4))
-        primary, lut = build_lut(codes, 6, 6)
-        assert primary == (6 if q == 'A' else 4) and len(lut) == (1 << primary)
-        print(f'// Count1 table {q}: single-level lookup on {primary} bits.')
-        print(emit_array(f'kLut{q}', 'std::uint16_t', [f'0x{e:04X}' for e in lut]))
+        primary, lut = build_lut(codes, 10, 10, quad=True)
+        assert primary == (10 if q == 'A' else 8) and len(lut) == (1 << primary)
+        print(f'// Count1 table {q}: single-level lookup on {primary} bits, signs included.')
+        print(emit_array(f'kLut{q}', 'std::uint32_t', [f'0x{e:08X}' for e in lut], 8))
         print()
     print('}  // namespace\n')
     print('// By table_select 0..31; tables 0, 4 and 14 read nothing.')
@@ -122,8 +158,8 @@ def main():
             print(f'    {{kLut{src}, kCodes{src}, {len(sb["codes"])}, {sb["primary"]}, {b["linbits"]}, {b["xmax"]}}},')
     print('};\n')
     print('const HuffmanTable kCount1Tables[2] = {')
-    print('    {kLutA, kCodesA, 16, 6, 0, 1},')
-    print('    {kLutB, kCodesB, 16, 4, 0, 1},')
+    print('    {kLutA, kCodesA, 16, 10, 0, 1},')
+    print('    {kLutB, kCodesB, 16, 8, 0, 1},')
     print('};\n')
     print('}  // namespace akl::mp3')
 

@@ -56,10 +56,12 @@ class HotReader {
     return v;
   }
   // Applies the sign bit that follows a non-zero magnitude.
+  // Branch-free: whether a sign bit follows is data and predicts badly.
   Akl32s Signed(std::uint32_t magnitude) {
-    if (magnitude == 0) return 0;
-    const auto neg = static_cast<std::uint32_t>(acc_ >> 63);
-    Skip(1);
+    const std::uint32_t has = magnitude != 0;
+    const auto neg = static_cast<std::uint32_t>(acc_ >> 63) & has;
+    acc_ <<= has;
+    nbits_ -= static_cast<int>(has);
     return static_cast<Akl32s>((magnitude ^ (0u - neg)) + neg);
   }
 
@@ -84,29 +86,39 @@ void WriteCursor(const Akl8u* base, std::size_t pos, Akl8u** pp, Akl32s* off) {
   *off = static_cast<Akl32s>(pos & 7u);
 }
 
-// Walks the multi-level lookup; returns the leaf's value byte.
-inline std::uint32_t DecodeCode(HotReader& br, const std::uint16_t* lut, int primary) {
+// Walks the multi-level lookup, consumes the code (and any sign bits folded
+// into its entry) and returns the leaf entry.
+inline std::uint32_t DecodeCode(HotReader& br, const std::uint32_t* lut, int primary) {
   int width = primary;
   std::uint32_t e = lut[br.Peek(width)];
   while (e & kLutSubTable) {
     br.Skip(width);
-    width = static_cast<int>((e >> 11) & 15u);
-    e = lut[(e & 0x7FFu) + br.Peek(width)];
+    width = static_cast<int>((e >> 16) & 15u);
+    e = lut[(e & 0xFFFFu) + br.Peek(width)];
   }
-  br.Skip(static_cast<int>((e >> 8) & 31u));
-  return e & 0xFFu;
+  br.Skip(static_cast<int>((e >> 24) & 31u));
+  return e;
 }
 
-// Decodes pairs into out[begin, end) with one table.
+inline Akl32s LowByteSigned(std::uint32_t v) { return static_cast<Akl32s>(static_cast<std::int8_t>(v & 0xFFu)); }
+
+// Decodes pairs into out[begin, end) with one table.  Most entries carry the
+// signed pair; the others (long codes, linbits escapes) carry magnitudes and
+// the escapes and signs are read here.
 template <bool kLinbits>
 void DecodePairs(HotReader& br, const HuffmanTable& t, Akl32s* out, int begin, int end) {
-  const std::uint16_t* lut = t.lut;
+  const std::uint32_t* lut = t.lut;
   const int primary = t.primary_bits;
   const int linbits = t.linbits;
   for (int i = begin; i < end; i += 2) {
     br.Refill();  // >= 32 bits: a code of up to 19 bits and two sign bits
-    const std::uint32_t v = DecodeCode(br, lut, primary);
-    std::uint32_t x = v >> 4, y = v & 15u;
+    const std::uint32_t e = DecodeCode(br, lut, primary);
+    if (!(e & kLutSlow)) {
+      out[i] = LowByteSigned(e);
+      out[i + 1] = LowByteSigned(e >> 8);
+      continue;
+    }
+    std::uint32_t x = e & 0xFFu, y = (e >> 8) & 0xFFu;
     if constexpr (kLinbits) {
       if (x == 15) {
         br.Refill();
@@ -166,15 +178,17 @@ Status DecodeGranule(Akl8u** ppBitStream, Akl32s* pOffset, Akl32s* out, Akl32s* 
   // data is dropped, and the cursor always ends hufSize bits after the start.
   int line = big_end;
   const HuffmanTable& c1 = kCount1Tables[si.count1TableSelect];
+  const std::uint32_t* c1_lut = c1.lut;
   const int c1_bits = c1.primary_bits;
   while (line < 574 && br.Remaining() >= 1) {
-    br.Refill();
-    const std::uint32_t e = c1.lut[br.Peek(c1_bits)];
-    br.Skip(static_cast<int>((e >> 8) & 31u));
-    out[line] = br.Signed((e >> 3) & 1u);
-    out[line + 1] = br.Signed((e >> 2) & 1u);
-    out[line + 2] = br.Signed((e >> 1) & 1u);
-    out[line + 3] = br.Signed(e & 1u);
+    br.Refill();  // a quadruple takes at most 6 + 4 bits
+    const std::uint32_t e = c1_lut[br.Peek(c1_bits)];
+    br.Skip(static_cast<int>(e >> 24));
+    // Sign-extend the four 2-bit fields.
+    out[line] = static_cast<Akl32s>(e << 30) >> 30;
+    out[line + 1] = static_cast<Akl32s>(e << 28) >> 30;
+    out[line + 2] = static_cast<Akl32s>(e << 26) >> 30;
+    out[line + 3] = static_cast<Akl32s>(e << 24) >> 30;
     line += 4;
   }
   if (br.Remaining() < 0) line -= 4;
@@ -191,7 +205,8 @@ Status CheckRegions(const AklMP3SideInfo& si, bool window_switching) {
   for (int r = 0; r < regions; ++r)
     if (Above(si.tableSelect[r], 31)) return kStsMP3SideInfoErr;
   if (!window_switching &&
-      (si.region0Count < 0 || si.region1Count < 0 || si.region0Count + si.region1Count >= 21))
+      (si.region0Count < 0 || si.region1Count < 0 ||
+       static_cast<std::int64_t>(si.region0Count) + si.region1Count >= 21))
     return kStsMP3SideInfoErr;
   return kStsOk;
 }

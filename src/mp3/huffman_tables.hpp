@@ -14,14 +14,19 @@ struct HuffmanCode {
   std::uint32_t code;
 };
 
-// A decodable table.  `lut` is a multi-level lookup of 16-bit entries:
-//   leaf:      bit 15 = 0; bits 8..12 = code bits left to consume at this
-//              level; bits 0..7 = the value as in HuffmanCode.
-//   sub-table: bit 15 = 1; bits 11..14 = width of the next level; bits
-//              0..10 = index of its first entry in the same array.
-// The first level is indexed by the next `primary_bits` bits of the stream.
+// A decodable table.  `lut` is a multi-level lookup of 32-bit entries; the
+// first level is indexed by the next `primary_bits` bits of the stream.
+//   sub-table: bit 31 = 1; bits 16..19 = width of the next level; bits 0..15
+//              = index of its first entry in the same array.
+//   pair leaf: bit 31 = 0; bits 24..28 = bits to consume at this level;
+//              bit 23 = 0: the sign bits are folded in and bits 0..7 / 8..15
+//              hold x / y as signed 8-bit values; bit 23 = 1: only the code
+//              is consumed, bits 0..7 / 8..15 hold the magnitudes of x / y
+//              and linbits escapes and sign bits follow in the stream.
+//   count1 leaf: bits 24..28 = code and sign bits; v, w, x, y as 2-bit
+//              two's-complement values in bits 0..1, 2..3, 4..5, 6..7.
 struct HuffmanTable {
-  const std::uint16_t* lut;  // null for tables 0, 4 and 14
+  const std::uint32_t* lut;  // null for tables 0, 4 and 14
   const HuffmanCode* codes;  // the code book (shared by tables 16-23 and 24-31)
   int count;
   int primary_bits;
@@ -29,7 +34,8 @@ struct HuffmanTable {
   int xmax;
 };
 
-inline constexpr std::uint16_t kLutSubTable = 0x8000;
+inline constexpr std::uint32_t kLutSubTable = 0x80000000u;
+inline constexpr std::uint32_t kLutSlow = 0x00800000u;
 
 extern const HuffmanTable kHuffmanTables[32];
 extern const HuffmanTable kCount1Tables[2];  // A, B

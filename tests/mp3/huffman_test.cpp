@@ -51,41 +51,78 @@ TEST(HuffmanTables, CodeBooksArePrefixFreeAndComplete) {
   for (int q = 0; q < 2; ++q) CheckBook(akl::mp3::kCount1Tables[q].codes, 16, 16);
 }
 
-// Walks a lookup table the way the decoder does, from a left-aligned 32-bit window.
-std::pair<int, int> Walk(const akl::mp3::HuffmanTable& t, std::uint32_t window) {
+// Walks a lookup table the way the decoder does, from a left-aligned 32-bit
+// window; returns the leaf entry and the bits it consumes.
+std::pair<std::uint32_t, int> Walk(const akl::mp3::HuffmanTable& t, std::uint32_t window) {
   int used = 0, width = t.primary_bits;
   std::uint32_t e = t.lut[window >> (32 - width)];
   while (e & akl::mp3::kLutSubTable) {
     used += width;
     window <<= width;
-    width = static_cast<int>((e >> 11) & 15u);
-    e = t.lut[(e & 0x7FFu) + (window >> (32 - width))];
+    width = static_cast<int>((e >> 16) & 15u);
+    e = t.lut[(e & 0xFFFFu) + (window >> (32 - width))];
   }
-  return {static_cast<int>(e & 0xFFu), used + static_cast<int>((e >> 8) & 31u)};
+  return {e, used + static_cast<int>((e >> 24) & 31u)};
 }
 
+// Every code word of the text tables, followed by random bits, comes out of
+// the lookup with its value, its length and, where the entry folds them in,
+// the sign bits that follow it (x's first).
 TEST(HuffmanTables, LookupDecodesEveryCodeWordOfTheTextTables) {
   std::mt19937 rng(akl::test::TestSeed());
   const RefTables& ref = RefTables::Get();
+  int folded = 0, slow = 0;
   for (std::size_t n = 0; n < 32; ++n) {
     if (!ref.present[n]) continue;
     for (std::size_t v = 0; v < 256; ++v) {
       const auto& c = ref.pair_codes[n][v];
       if (c.len == 0) continue;
-      const std::uint32_t window = (c.code << (32 - c.len)) | (rng() >> c.len);
-      const auto [value, len] = Walk(akl::mp3::kHuffmanTables[n], window);
-      ASSERT_EQ(value, static_cast<int>(v)) << "table " << n;
-      ASSERT_EQ(len, c.len) << "table " << n;
+      for (int rep = 0; rep < 4; ++rep) {
+        const std::uint32_t tail = static_cast<std::uint32_t>(rng()) >> c.len;
+        const std::uint32_t window = (c.code << (32 - c.len)) | tail;
+        const auto [e, len] = Walk(akl::mp3::kHuffmanTables[n], window);
+        const int x = static_cast<int>(v >> 4), y = static_cast<int>(v & 15);
+        SCOPED_TRACE(testing::Message() << "table " << n << " x " << x << " y " << y);
+        if (e & akl::mp3::kLutSlow) {
+          ++slow;
+          ASSERT_EQ(static_cast<int>(e & 0xFF), x);
+          ASSERT_EQ(static_cast<int>((e >> 8) & 0xFF), y);
+          ASSERT_EQ(len, c.len);
+        } else {
+          ++folded;
+          ASSERT_TRUE(ref.linbits[n] == 0 || (x != 15 && y != 15)) << "sign folded across a linbits escape";
+          // Signs follow the code: x's (if non-zero), then y's.
+          std::uint32_t bits = window << c.len;
+          int want_len = c.len, sx = x, sy = y;
+          if (x) sx = (bits >> 31) ? -x : x, bits <<= 1, ++want_len;
+          if (y) sy = (bits >> 31) ? -y : y, ++want_len;
+          ASSERT_EQ(static_cast<int>(static_cast<std::int8_t>(e & 0xFF)), sx);
+          ASSERT_EQ(static_cast<int>(static_cast<std::int8_t>((e >> 8) & 0xFF)), sy);
+          ASSERT_EQ(len, want_len);
+        }
+      }
     }
   }
+  EXPECT_GT(folded, slow);  // the fast path covers most codes
   for (std::size_t q = 0; q < 2; ++q)
-    for (std::size_t v = 0; v < 16; ++v) {
-      const auto& c = ref.quad_codes[q][v];
-      const std::uint32_t window = (c.code << (32 - c.len)) | (rng() >> c.len);
-      const auto [value, len] = Walk(akl::mp3::kCount1Tables[q], window);
-      EXPECT_EQ(value, static_cast<int>(v));
-      EXPECT_EQ(len, c.len);
-    }
+    for (std::size_t v = 0; v < 16; ++v)
+      for (int rep = 0; rep < 8; ++rep) {
+        const auto& c = ref.quad_codes[q][v];
+        const std::uint32_t window = (c.code << (32 - c.len)) | (static_cast<std::uint32_t>(rng()) >> c.len);
+        const auto [e, len] = Walk(akl::mp3::kCount1Tables[q], window);
+        std::uint32_t bits = window << c.len;
+        int want_len = c.len;
+        for (int k = 0; k < 4; ++k) {
+          int val = static_cast<int>((v >> (3 - k)) & 1);
+          if (val) {
+            if (bits >> 31) val = -val;
+            bits <<= 1;
+            ++want_len;
+          }
+          EXPECT_EQ(static_cast<int>(e << (30 - 2 * k)) >> 30, val) << q << " " << v << " " << k;
+        }
+        EXPECT_EQ(len, want_len);
+      }
 }
 
 TEST(HuffmanTables, BandRowsEndAt576And192) {
@@ -172,6 +209,15 @@ int Bound(const Akl32s* v) {
   return 0;
 }
 
+// Reallocates buf to end with the aligned word after the one holding bit
+// end - 1 (buf.data() is at least 4-byte aligned): the farthest a reader may
+// look, so AddressSanitizer reports any read beyond it.
+void CutAtReadingLimit(std::vector<std::uint8_t>& buf, std::size_t end) {
+  const std::size_t n = end == 0 ? 4 : ((end - 1) / 32 + 2) * 4;
+  std::vector<std::uint8_t> exact(buf.begin(), buf.begin() + static_cast<std::ptrdiff_t>(n));
+  buf.swap(exact);
+}
+
 // A random value that table `tab` can code.
 Akl32s RandomValue(std::mt19937& rng, int tab) {
   const RefTables& t = RefTables::Get();
@@ -238,7 +284,7 @@ Granule RandomGranule(std::mt19937& rng, std::array<Akl32s, 576>& want, int* reg
   g.hufSize = static_cast<int>(bits);
   si.part23Length = g.hufSize + static_cast<Akl32s>(rng() % 50);
   const std::size_t end = g.start + static_cast<std::size_t>(bits);
-  g.buf.resize(end == 0 ? 4 : ((end - 1) / 32 + 2) * 4);
+  CutAtReadingLimit(g.buf, end);
   return g;
 }
 
@@ -272,7 +318,8 @@ TEST(HuffmanDecode, RandomBitsMatchReference) {
     g.hufSize = static_cast<int>(rng() % 2000);
     g.si.part23Length = g.hufSize;
     const std::size_t end = g.start + static_cast<std::size_t>(g.hufSize);
-    g.buf.resize(end == 0 ? 4 : ((end - 1) / 32 + 2) * 4);
+    g.buf.resize(8000);
+    CutAtReadingLimit(g.buf, end);
     for (auto& b : g.buf) b = static_cast<std::uint8_t>(rng() & (rng() & 1 ? 0xFF : 0x11));
     const auto [region1, region2] = akl::test::SfbRegions(g.si, g.h, &akl::mp3::kSfbLong[0][0]);
     const akl::test::RefResult ref = akl::test::RefDecode(g.buf, g.start, g.si, g.hufSize, region1, region2);
@@ -543,6 +590,94 @@ TEST(HuffmanDecode, ArgumentChecksInOrder) {
                                               &akl::mp3::kSfbLong[0][0], mt.shortb, nullptr),
             kStsNullPtr);
   EXPECT_EQ(aklsHuffmanDecode_MP3_1u32s(&p, &off, out.data(), nullptr, &g.si, &g.h, g.hufSize), kStsNullPtr);
+}
+
+}  // namespace
+
+namespace {
+
+// Random records, headers and band tables (most values near their valid
+// ranges, some anywhere): every call returns one of its statuses and, with
+// the buffer cut at the reading limit, never reads outside it.
+TEST(BitstreamRobustness, RandomSideInformationNeverCrashes) {
+  std::mt19937 rng(akl::test::TestSeed() + 2);
+  auto field = [&](int valid_max) {
+    switch (rng() % 40) {
+      case 0: return static_cast<Akl32s>(rng());
+      case 1: return -static_cast<Akl32s>(rng() % 4);
+      default: return static_cast<Akl32s>(rng() % static_cast<unsigned>(valid_max + 2));
+    }
+  };
+  int decoded = 0, unpacked = 0;
+  for (int trial = 0; trial < 20000; ++trial) {
+    AklMP3SideInfo si;
+    si.part23Length = field(4095);
+    si.bigValues = field(288);
+    si.globalGain = field(255);
+    si.scalefacCompress = field(511);
+    si.windowSwitchingFlag = field(1);
+    si.blockType = field(3);
+    si.mixedBlockFlag = field(1);
+    for (Akl32s& t : si.tableSelect) t = field(31);
+    for (Akl32s& t : si.subblockGain) t = field(7);
+    si.region0Count = field(15);
+    si.region1Count = field(7);
+    si.preflag = field(1);
+    si.scalefacScale = field(1);
+    si.count1TableSelect = field(1);
+    AklMP3FrameHeader h{};
+    h.id = field(1);
+    h.layer = rng() % 8 ? 1 : field(3);
+    h.samplingFreqIndex = field(2);
+    h.modeExtension = field(3);
+    // hufSize stays below 8000 (or negative) so the buffer stays small.
+    const int hufSize = rng() % 4 ? static_cast<int>(rng() % 3000) : (rng() % 2 ? -static_cast<int>(rng() % 5) : 7999);
+    si.part23Length = rng() % 2 ? hufSize + static_cast<Akl32s>(rng() % 100) : si.part23Length;
+    const Akl32s off0 = rng() % 16 ? static_cast<Akl32s>(rng() % 8) : field(7);
+    const std::size_t start = (rng() % 4) * 8 + static_cast<std::size_t>(off0 & 7);
+    const std::size_t end = start + static_cast<std::size_t>(hufSize > 0 ? hufSize : 0);
+    std::vector<std::uint8_t> buf(((end + 31) / 32 + 1) * 4 + 4);
+    for (auto& b : buf) b = static_cast<std::uint8_t>(rng());
+
+    Akl16s shortb[6 * 14], mbp[6 * 2];
+    for (int r = 0; r < 6; ++r) {
+      for (int b = 0; b < 14; ++b) shortb[r * 14 + b] = akl::mp3::kSfbShort[r][b];
+      mbp[r * 2] = static_cast<Akl16s>(rng() % 4 ? 8 : rng());
+      mbp[r * 2 + 1] = static_cast<Akl16s>(rng() % 4 ? rng() % 12 : rng());
+    }
+    std::array<Akl32s, 576> out;
+    Akl32s bound;
+    for (int form = 0; form < 2; ++form) {
+      Akl8u* p = buf.data() + start / 8;
+      Akl32s off = off0;
+      const Status st = form == 0 ? aklsHuffmanDecodeSfb_MP3_1u32s(&p, &off, out.data(), &bound, &si, &h, hufSize,
+                                                                   &akl::mp3::kSfbLong[0][0])
+                                  : aklsHuffmanDecodeSfbMbp_MP3_1u32s(&p, &off, out.data(), &bound, &si, &h, hufSize,
+                                                                      &akl::mp3::kSfbLong[0][0], shortb, mbp);
+      ASSERT_TRUE(st == kStsOk || st == kStsErr || st == kStsBadArgErr || st == kStsMP3SideInfoErr ||
+                  st == kStsMP3FrameHeaderErr)
+          << st;
+      if (st == kStsOk) {
+        ++decoded;
+        ASSERT_EQ(static_cast<std::size_t>(p - buf.data()) * 8 + static_cast<std::size_t>(off), end);
+        ASSERT_LE(bound, 576);
+        ASSERT_GE(bound, 0);
+      }
+    }
+    // Scale factors read at most 36 values of 5 bits: 24 bytes and a word are enough.
+    std::vector<std::uint8_t> sbuf(4 + 32);
+    Akl8u* p = sbuf.data() + start / 8;
+    Akl32s off = off0;
+    Akl8s sf[40];
+    Akl32s scfsi[4] = {field(1), field(1), field(1), field(1)};
+    const Status st = aklsUnpackScaleFactors_MP3_1u8s(&p, &off, sf, &si, scfsi, &h, field(1), field(1));
+    ASSERT_TRUE(st == kStsOk || st == kStsBadArgErr || st == kStsMP3SideInfoErr || st == kStsMP3FrameHeaderErr) << st;
+    unpacked += st == kStsOk;
+  }
+  // Enough calls get past the checks to exercise the decoders.
+  EXPECT_GT(decoded, 500);
+  EXPECT_GT(unpacked, 500);
+  std::printf("decoded %d, unpacked %d of 20000\n", decoded, unpacked);
 }
 
 }  // namespace
