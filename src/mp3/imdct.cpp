@@ -6,12 +6,12 @@
 // floating-point decoder would hold, times 2^26.  A full-scale subband signal
 // is about 1.0, so Q26 leaves 5 bits of headroom above full scale and puts
 // the rounding step 2^-26 eleven bits below the last bit of 16-bit PCM
-// (2^-15).  Transform coefficients are held in Q28: each sum is one 64-bit
-// sum of 18 (long) or 6 (short) Q26 x Q28 products, rounded once to Q26.
-// Short blocks have the window folded into their matrix; long blocks are
-// windowed after the rounding, in Q30 (see kLongCos).  Row sums of
-// |coefficient| stay below 12, so with inputs saturated at 2^31 a sum stays
-// below 2^63.  Overlap-add saturates.
+// (2^-15).  Short blocks: each output is one 64-bit sum of 6 Q26 x Q28
+// products (window folded into the matrix), rounded once to Q26.  Long
+// blocks: a factorised DCT-IV (see Dct4x18) in 64-bit Q26 with a rounding
+// after each of its three multiply stages, then the window in Q30.  Every
+// bound is worked out for inputs saturated at 2^31, so no 64-bit sum can
+// overflow.  Overlap-add saturates.
 //
 // Alias-reduction butterflies use Q31 cs/ca coefficients with the 64-bit
 // product shifted right by 31 (the doubled-operand, upper-half multiply).
@@ -68,25 +68,83 @@ constexpr double LongWindow(int bt, int i) {
   return sin36;
 }
 
-// Long transform.  The 36 unwindowed outputs x[i] of the 18-point inverse
-// MDCT come from 18 distinct sums: x[17-i] = -x[i] (i < 9) and
-// x[53-i] = x[i] (18 <= i < 27).  kLongCos holds the rows i = 0..8 and
-// 18..26 (as rows 0..17) in Q28: 18 products of inputs up to 2^31 and
-// |cos| with row sums below 12 stay below 2^63.  The sums are rounded to Q26
-// (saturated), then windowed with Q30 coefficients (one more rounding of
-// 2^-27, a 4096th of a 16-bit step).
-struct LongCos {
-  std::int32_t c[18][18];
+// Long transform.  The 36 unwindowed outputs are, up to sign, the 18
+// values of a DCT-IV, y(n) = sum_k X_k cos(pi/72 (2n+1)(2k+1)):
+// x[i] = y(i+9) for i < 9, -y(26-i) for 9 <= i < 27, -y(i-27) above.  The
+// DCT-IV runs as a 9-point complex DFT between two twiddles: v_k =
+// (X[2k] + i X[17-2k]) e^(-i pi (4k+1)/72), V = DFT9(v) (as 3 x 3 with
+// four inner twiddles), W_m = V_m e^(-i pi m/18), y(2m) = Re W_m and
+// y(17-2m) = -Im W_m.  Values stay in Q26 in 64-bit integers; constants are
+// Q30 before the DFT (|X| <= 2^31 keeps products below 2^62), Q28 inside
+// it (values up to 2^35) and Q27 after it, each product rounded back to
+// Q26 (about 2^-27 each, far below the 16-bit step).
+struct C64 {
+  std::int64_t re, im;
 };
-constexpr LongCos MakeLongCos() {
-  LongCos m{};
-  for (int r = 0; r < 18; ++r) {
-    const int i = r < 9 ? r : r + 9;
-    for (int k = 0; k < 18; ++k) m.c[r][k] = ConstQ(ConstCos(kPi / 72.0 * (2 * i + 1 + 18) * (2 * k + 1)), 28);
+struct LongDct4 {
+  std::int32_t pre_c[9], pre_s[9];    // cos, sin of pi (4k+1)/72, Q30
+  std::int32_t post_c[9], post_s[9];  // cos, sin of pi m/18, Q27
+  std::int32_t w9_c[5], w9_s[5];      // cos, sin of 2 pi j/9, j = 0..4, Q28
+  std::int32_t sqrt3_2;               // sqrt(3)/2, Q28
+};
+constexpr LongDct4 MakeLongDct4() {
+  LongDct4 t{};
+  for (int k = 0; k < 9; ++k) {
+    t.pre_c[k] = ConstQ(ConstCos(kPi * (4 * k + 1) / 72.0), 30);
+    t.pre_s[k] = ConstQ(ConstSin(kPi * (4 * k + 1) / 72.0), 30);
+    t.post_c[k] = ConstQ(ConstCos(kPi * k / 18.0), 27);
+    t.post_s[k] = ConstQ(ConstSin(kPi * k / 18.0), 27);
   }
-  return m;
+  for (int j = 0; j < 5; ++j) {
+    t.w9_c[j] = ConstQ(ConstCos(2.0 * kPi * j / 9.0), 28);
+    t.w9_s[j] = ConstQ(ConstSin(2.0 * kPi * j / 9.0), 28);
+  }
+  t.sqrt3_2 = ConstQ(ConstSqrt(3.0) / 2.0, 28);
+  return t;
 }
-inline constexpr LongCos kLongCos = MakeLongCos();
+inline constexpr LongDct4 kDct4 = MakeLongDct4();
+
+// 3-point DFT with e^(-2 pi i/3): (a, b, c) -> (a + t, a - t/2 - i s3 d, a - t/2 + i s3 d)
+// with t = b + c, d = b - c.
+inline void Dft3(C64 a, C64 b, C64 c, C64* o0, C64* o1, C64* o2) {
+  const C64 t{b.re + c.re, b.im + c.im};
+  const C64 d{b.re - c.re, b.im - c.im};
+  const C64 m{a.re - RoundShr(t.re, 1), a.im - RoundShr(t.im, 1)};
+  const std::int64_t dr = RoundShr(d.re * kDct4.sqrt3_2, 28), di = RoundShr(d.im * kDct4.sqrt3_2, 28);
+  *o0 = {a.re + t.re, a.im + t.im};
+  *o1 = {m.re + di, m.im - dr};  // m - i s3 d
+  *o2 = {m.re - di, m.im + dr};  // m + i s3 d
+}
+
+// y(0..17) of the DCT-IV above, rounded to Q26 with saturation.
+void Dct4x18(const std::int32_t* x, std::int32_t* y) {
+  C64 v[9];
+  for (int k = 0; k < 9; ++k) {
+    const std::int64_t re = x[2 * k], im = x[17 - 2 * k];
+    v[k] = {RoundShr(re * kDct4.pre_c[k] + im * kDct4.pre_s[k], 30),
+            RoundShr(im * kDct4.pre_c[k] - re * kDct4.pre_s[k], 30)};
+  }
+  // DFT9: k = 3a + b, m = c + 3d.  Inner DFT3 over a for each b, twiddle
+  // by e^(-2 pi i b c/9), outer DFT3 over b for each c.
+  C64 inner[3][3];  // [b][c]
+  for (int b = 0; b < 3; ++b) Dft3(v[b], v[3 + b], v[6 + b], &inner[b][0], &inner[b][1], &inner[b][2]);
+  for (int b = 1; b < 3; ++b)
+    for (int c = 1; c < 3; ++c) {
+      const int j = b * c;  // 1, 2 or 4
+      const C64 z = inner[b][c];
+      inner[b][c] = {RoundShr(z.re * kDct4.w9_c[j] + z.im * kDct4.w9_s[j], 28),
+                     RoundShr(z.im * kDct4.w9_c[j] - z.re * kDct4.w9_s[j], 28)};
+    }
+  C64 big[9];
+  for (int c = 0; c < 3; ++c) Dft3(inner[0][c], inner[1][c], inner[2][c], &big[c], &big[c + 3], &big[c + 6]);
+  for (int m = 0; m < 9; ++m) {
+    const C64 z = big[m];
+    const std::int64_t re = RoundShr(z.re * kDct4.post_c[m] + z.im * kDct4.post_s[m], 27);
+    const std::int64_t im = RoundShr(z.im * kDct4.post_c[m] - z.re * kDct4.post_s[m], 27);
+    y[2 * m] = SatS32(re);
+    y[17 - 2 * m] = SatS32(-im);
+  }
+}
 
 // Windows of block types 0 (normal), 1 (start), 3 (stop) in Q30, as rows 0..2.
 struct LongWindows {
@@ -147,19 +205,12 @@ void AliasReduce(std::int32_t* spec, int n, int block_type, int mixed) {
 
 void ImdctLong(const std::int32_t* lines, int block_type, std::int32_t* out36) {
   const std::int32_t* w = kLongWindowQ30.w[block_type == 1 ? 1 : block_type == 3 ? 2 : 0];
+  std::int32_t y[18];
+  Dct4x18(lines, y);
   std::int32_t x[36];
-  for (int r = 0; r < 18; ++r) {
-    std::int64_t acc = 0;
-    for (int k = 0; k < 18; ++k) acc += static_cast<std::int64_t>(lines[k]) * kLongCos.c[r][k];
-    const std::int32_t v = RoundQ54ToQ26(acc);
-    if (r < 9) {
-      x[r] = v;
-      x[17 - r] = SatS32(-static_cast<std::int64_t>(v));
-    } else {
-      x[r + 9] = v;
-      x[53 - (r + 9)] = v;
-    }
-  }
+  for (int i = 0; i < 9; ++i) x[i] = y[i + 9];
+  for (int i = 9; i < 27; ++i) x[i] = SatS32(-static_cast<std::int64_t>(y[26 - i]));
+  for (int i = 27; i < 36; ++i) x[i] = SatS32(-static_cast<std::int64_t>(y[i - 27]));
   for (int i = 0; i < 36; ++i) out36[i] = SatS32(RoundShr(static_cast<std::int64_t>(x[i]) * w[i], 30));
 }
 
