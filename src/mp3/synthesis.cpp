@@ -7,14 +7,16 @@
 // A[16+i] unfolds from them, so each history slot keeps only A: 16 slots of
 // 32 values.  The window table below is arranged in the order the windowed
 // sum visits those slots, with the unfolding signs (and the zero of A[32])
-// folded in.
+// folded in, so that each slot is read contiguously.
 //
 // Fixed-point scale.  Subband samples arrive in Q26 (the standard's values
 // times 2^26) and are clamped to +-8 (2^29 - 1 in Q26): a subband sample that
 // large saturates the PCM anyway, and the clamp bounds the transform's
-// 64-bit sums (see Dct32), with no precision dropped from the input.  A is rounded once to Q25 and saturated (range +-64, about twice
-// the largest value 32 subbands at full scale can reach); its step 2^-25 is
-// ten bits below the 16-bit PCM step.  The window coefficients are exact:
+// 64-bit sums (see Dct32), with no precision dropped from the input.  A
+// ends in Q25, saturated (range +-64, about twice the largest value 32
+// subbands at full scale can reach); its step 2^-25 is ten bits below the
+// 16-bit PCM step, and the few intermediate roundings of the factorised
+// transform (in Q26) add errors of the same order.  The window coefficients are exact:
 // every D[i] is k/65536, so they are stored as the integers k (Q16).  Each
 // PCM sample is one 64-bit sum of 16 Q16 x Q25 products, rounded once to the
 // 16-bit step (2^-15 of full scale) and saturated to -32768..32767.
@@ -31,29 +33,83 @@ namespace {
 
 // The 32-point DCT-II, split twice into even and odd halves: with
 // u[k] = S[k] + S[31-k] and d[k] = S[k] - S[31-k] (k < 16), the odd outputs
-// A[2p+1] are a 16 x 16 product on d; with u2[k] = u[k] + u[15-k] and
+// A[2p+1] are the 16-point DCT-IV of d; with u2[k] = u[k] + u[15-k] and
 // d2[k] = u[k] - u[15-k] (k < 8), A[4r+2] is an 8 x 8 product on d2 and
-// A[4r] an 8-point DCT-II of u2.  384 multiplies instead of 1024.
-// Operands reach 2^30 (d), 2^31 (u2, d2); the odd matrices are in Q29 (row
-// sums of |cos| stay below 10.2 and 5.2, so 64-bit sums stay below 2^62.4),
-// the DCT-8 in Q28 (its first row sums to 8).
+// A[4r] an 8-point DCT-II of u2.  The DCT-IV runs as an 8-point complex FFT
+// between two twiddles (see Dct4x16).  Operands reach 2^30 (d), 2^31 (u2,
+// d2); the 8 x 8 odd matrix is in Q29 (row sums of |cos| below 5.2, so
+// 64-bit sums stay below 2^62.4), the DCT-8 in Q28 (its first row sums to 8).
 struct DctTables {
-  std::int32_t odd16[16][16];  // cos((2p+1)(2k+1) pi/64), Q29
-  std::int32_t odd8[8][8];     // cos((2r+1)(2k+1) pi/32), Q29
-  std::int32_t dct8[8][8];     // cos(r (2k+1) pi/16), Q28
+  std::int32_t odd8[8][8];      // cos((2r+1)(2k+1) pi/32), Q29
+  std::int32_t dct8[8][8];      // cos(r (2k+1) pi/16), Q28
+  std::int32_t pre_c[8], pre_s[8];    // cos, sin of pi (4k+1)/64, Q30
+  std::int32_t post_c[8], post_s[8];  // cos, sin of pi m/16, Q28
+  std::int32_t sqrt_half;             // 1/sqrt(2), Q30
 };
 constexpr DctTables MakeDct() {
   DctTables t{};
-  for (int p = 0; p < 16; ++p)
-    for (int k = 0; k < 16; ++k) t.odd16[p][k] = ConstQ(ConstCos(kPi / 64.0 * (2 * p + 1) * (2 * k + 1)), 29);
   for (int r = 0; r < 8; ++r)
     for (int k = 0; k < 8; ++k) {
       t.odd8[r][k] = ConstQ(ConstCos(kPi / 32.0 * (2 * r + 1) * (2 * k + 1)), 29);
       t.dct8[r][k] = ConstQ(ConstCos(kPi / 16.0 * r * (2 * k + 1)), 28);
     }
+  for (int k = 0; k < 8; ++k) {
+    t.pre_c[k] = ConstQ(ConstCos(kPi * (4 * k + 1) / 64.0), 30);
+    t.pre_s[k] = ConstQ(ConstSin(kPi * (4 * k + 1) / 64.0), 30);
+    t.post_c[k] = ConstQ(ConstCos(kPi * k / 16.0), 28);
+    t.post_s[k] = ConstQ(ConstSin(kPi * k / 16.0), 28);
+  }
+  t.sqrt_half = ConstQ(ConstSqrt(0.5), 30);
   return t;
 }
 inline constexpr DctTables kDct = MakeDct();
+
+struct C64 {
+  std::int64_t re, im;
+};
+
+// y[n] = sum_k d[k] cos(pi/64 (2n+1)(2k+1)), n < 16, for |d| <= 2^30 in Q26,
+// written to a[2n+1] in Q25: v_k = (d[2k] + i d[15-2k]) e^(-i pi (4k+1)/64),
+// V = FFT8(v), W_m = V_m e^(-i pi m/16), y[2m] = Re W_m, y[15-2m] = -Im W_m.
+// Magnitudes: |v| <= 2^30.5, |V| <= 2^33.5; the Q30 and Q28 products stay
+// below 2^62.
+void Dct4x16(const std::int64_t* d, std::int32_t* a) {
+  C64 v[8];
+  for (int k = 0; k < 8; ++k) {
+    const std::int64_t re = d[2 * k], im = d[15 - 2 * k];
+    v[k] = {RoundShr(re * kDct.pre_c[k] + im * kDct.pre_s[k], 30), RoundShr(im * kDct.pre_c[k] - re * kDct.pre_s[k], 30)};
+  }
+  // Radix-2: two 4-point DFTs (even and odd inputs), then the butterflies
+  // with e^(-2 pi i m/8).
+  C64 e[4], o[4];
+  for (int h = 0; h < 2; ++h) {
+    const C64 p0 = v[h], p1 = v[h + 2], p2 = v[h + 4], p3 = v[h + 6];
+    const C64 s02{p0.re + p2.re, p0.im + p2.im}, d02{p0.re - p2.re, p0.im - p2.im};
+    const C64 s13{p1.re + p3.re, p1.im + p3.im}, d13{p1.re - p3.re, p1.im - p3.im};
+    C64* out = h == 0 ? e : o;
+    out[0] = {s02.re + s13.re, s02.im + s13.im};
+    out[1] = {d02.re + d13.im, d02.im - d13.re};  // d02 - i d13
+    out[2] = {s02.re - s13.re, s02.im - s13.im};
+    out[3] = {d02.re - d13.im, d02.im + d13.re};  // d02 + i d13
+  }
+  C64 t[4];
+  t[0] = o[0];
+  t[1] = {RoundShr((o[1].re + o[1].im) * kDct.sqrt_half, 30), RoundShr((o[1].im - o[1].re) * kDct.sqrt_half, 30)};
+  t[2] = {o[2].im, -o[2].re};  // times -i
+  t[3] = {RoundShr((o[3].im - o[3].re) * kDct.sqrt_half, 30), RoundShr(-(o[3].re + o[3].im) * kDct.sqrt_half, 30)};
+  C64 big[8];
+  for (int m = 0; m < 4; ++m) {
+    big[m] = {e[m].re + t[m].re, e[m].im + t[m].im};
+    big[m + 4] = {e[m].re - t[m].re, e[m].im - t[m].im};
+  }
+  for (int m = 0; m < 8; ++m) {
+    const C64 z = big[m];
+    const std::int64_t re = z.re * kDct.post_c[m] + z.im * kDct.post_s[m];
+    const std::int64_t im = z.im * kDct.post_c[m] - z.re * kDct.post_s[m];
+    a[2 * (2 * m) + 1] = SatS32(RoundShr(re, 29));        // Q54 -> Q25
+    a[2 * (15 - 2 * m) + 1] = SatS32(RoundShr(-im, 29));
+  }
+}
 
 // A[m] = sum_k s[k] cos(m (2k+1) pi/64) for Q26 inputs |s| < 2^29, to Q25.
 void Dct32(const std::int32_t* s, std::int32_t* a) {
@@ -66,11 +122,7 @@ void Dct32(const std::int32_t* s, std::int32_t* a) {
     u2[k] = u[k] + u[15 - k];
     d2[k] = u[k] - u[15 - k];
   }
-  for (int p = 0; p < 16; ++p) {
-    std::int64_t acc = 0;
-    for (int k = 0; k < 16; ++k) acc += d[k] * kDct.odd16[p][k];
-    a[2 * p + 1] = SatS32(RoundShr(acc, 30));  // Q55 -> Q25
-  }
+  Dct4x16(d, a);
   for (int r = 0; r < 8; ++r) {
     std::int64_t acc_odd = 0, acc_even = 0;
     for (int k = 0; k < 8; ++k) {
