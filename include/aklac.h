@@ -262,7 +262,8 @@ AKLAC_API Status aklsHuffmanDecodeSfb_MP3_1u32s(Akl8u** ppBitStream, Akl32s* pOf
  * short blocks at 3 x short band 3, mixed blocks from the partition row.
  *   pSfbTableLong   in: 6 rows of 23 long band boundaries.
  *   pSfbTableShort  in: 6 rows of 14 short band boundaries (lines of one window).
- *   pMbpTable       in: 6 rows of 2: long bands of a mixed block, short-band widths to add.
+ *   pMbpTable       in: 6 rows of 2: long bands of a mixed block (0..22; clamped), short-band
+ *                   widths to add (region 0 then ends at most at short band 13).
  * Statuses, in this order: kStsNullPtr; kStsBadArgErr (offset above 7); kStsMP3FrameHeaderErr
  * (id above 1); kStsMP3SideInfoErr (bigValues * 2 above 576, blockType above 3,
  * windowSwitchingFlag above 1; window switching with block type 0); kStsMP3FrameHeaderErr

@@ -28,7 +28,6 @@ class HotReader {
   HotReader(const Akl8u* byte_ptr, int bit_offset, std::int64_t bits_available)
       : base_(byte_ptr - (reinterpret_cast<std::uintptr_t>(byte_ptr) & 3u)) {
     const std::size_t start = (reinterpret_cast<std::uintptr_t>(byte_ptr) & 3u) * 8u + static_cast<unsigned>(bit_offset);
-    start_ = start;
     end_ = start + static_cast<std::size_t>(bits_available);
     limit_ = bits_available > 0 ? (end_ - 1) / 32 + 1 : start / 32;
     next_ = start / 32;
@@ -55,8 +54,8 @@ class HotReader {
     Skip(n);
     return v;
   }
-  // Applies the sign bit that follows a non-zero magnitude.
-  // Branch-free: whether a sign bit follows is data and predicts badly.
+  // Applies the sign bit that follows a non-zero magnitude, without a
+  // branch: whether a sign bit follows is data and predicts badly.
   Akl32s Signed(std::uint32_t magnitude) {
     const std::uint32_t has = magnitude != 0;
     const auto neg = static_cast<std::uint32_t>(acc_ >> 63) & has;
@@ -78,7 +77,7 @@ class HotReader {
   const Akl8u* base_;
   std::uint64_t acc_ = 0;
   int nbits_ = 0;
-  std::size_t start_ = 0, end_ = 0, next_ = 0, limit_ = 0;
+  std::size_t end_ = 0, next_ = 0, limit_ = 0;
 };
 
 void WriteCursor(const Akl8u* base, std::size_t pos, Akl8u** pp, Akl32s* off) {
@@ -150,6 +149,25 @@ void DecodeRegion(HotReader& br, int table, Akl32s* out, int begin, int end) {
     DecodePairs<false>(br, t, out, begin, end);
 }
 
+// Decodes quadruples from `line` while the line is below 574 and bits
+// remain; returns the line after the last one.  kBits is the lookup width
+// (code and sign bits of the longest quadruple).
+template <int kBits>
+int DecodeCount1(HotReader& br, const std::uint32_t* lut, Akl32s* out, int line) {
+  while (line < 574 && br.Remaining() >= 1) {
+    br.Refill();
+    const std::uint32_t e = lut[br.Peek(kBits)];
+    br.Skip(static_cast<int>(e >> 24));
+    // Sign-extend the four 2-bit fields.
+    out[line] = static_cast<Akl32s>(e << 30) >> 30;
+    out[line + 1] = static_cast<Akl32s>(e << 28) >> 30;
+    out[line + 2] = static_cast<Akl32s>(e << 26) >> 30;
+    out[line + 3] = static_cast<Akl32s>(e << 24) >> 30;
+    line += 4;
+  }
+  return line;
+}
+
 inline int Min(int a, int b) { return a < b ? a : b; }
 inline int Clamp(int v, int lo, int hi) { return v < lo ? lo : (v > hi ? hi : v); }
 
@@ -176,21 +194,8 @@ Status DecodeGranule(Akl8u** ppBitStream, Akl32s* pOffset, Akl32s* out, Akl32s* 
 
   // count1: quadruples while bits remain; one whose bits cross the end of the
   // data is dropped, and the cursor always ends hufSize bits after the start.
-  int line = big_end;
-  const HuffmanTable& c1 = kCount1Tables[si.count1TableSelect];
-  const std::uint32_t* c1_lut = c1.lut;
-  const int c1_bits = c1.primary_bits;
-  while (line < 574 && br.Remaining() >= 1) {
-    br.Refill();  // a quadruple takes at most 6 + 4 bits
-    const std::uint32_t e = c1_lut[br.Peek(c1_bits)];
-    br.Skip(static_cast<int>(e >> 24));
-    // Sign-extend the four 2-bit fields.
-    out[line] = static_cast<Akl32s>(e << 30) >> 30;
-    out[line + 1] = static_cast<Akl32s>(e << 28) >> 30;
-    out[line + 2] = static_cast<Akl32s>(e << 26) >> 30;
-    out[line + 3] = static_cast<Akl32s>(e << 24) >> 30;
-    line += 4;
-  }
+  int line = si.count1TableSelect == 0 ? DecodeCount1<10>(br, kCount1Tables[0].lut, out, big_end)
+                                       : DecodeCount1<8>(br, kCount1Tables[1].lut, out, big_end);
   if (br.Remaining() < 0) line -= 4;
   std::memset(out + line, 0, static_cast<std::size_t>(kLines - line) * sizeof(Akl32s));
   while (line > 0 && out[line - 1] == 0) --line;
