@@ -426,7 +426,8 @@ typedef struct {
  * Statuses, in check order: kStsNullPtr (including *ppBitStream and pIcsInfo);
  * kStsAacBitOffsetErr; kStsAacCommonWinErr; kStsAacSmpRateIdxErr; kStsAacPredSfbErr
  * (predSfbMax not 0); then from the data: kStsAacMaxSfbErr (maxSfb above numSwb),
- * kStsAacWinGrpErr (a handed-in grouping of more than 8 windows), kStsAacSectDataErr,
+ * kStsAacWinGrpErr (a handed-in grouping of more than 8 windows), kStsAacSectDataErr
+ * (section lengths not adding up to maxSfb, an empty section, more than 120 sections),
  * kStsAacCodebookErr (12 or 13), kStsAacSfValErr, kStsAacPulseErr, kStsAacTnsOrderErr,
  * kStsAacGainCtrlErr, kStsAacCoefValErr (escape above 8191); kStsOk. */
 AKLAC_API Status aklsNoiselessDecoder_LC_AAC(Akl8u** ppBitStream, Akl32s* pBitOffset, Akl32s commonWindow,
