@@ -52,6 +52,8 @@ struct WalkStats {
   long tns = 0;
   long ms_mask = 0;
   long ltp = 0;
+  long tns_filters = 0;
+  int max_tns_order = 0;
 };
 
 // Where one individual channel stream starts, for replaying it alone.
@@ -166,6 +168,14 @@ class RawBlockWalker {
       (ch.ics.windowSequence == 2 ? stats.short_windows : stats.long_windows)++;
       stats.pulse += ch.info.pulseDataPresent;
       stats.tns += ch.info.tnsDataPresent;
+      if (ch.info.tnsDataPresent) {
+        int filters = 0;
+        for (int w = 0; w < (ch.ics.windowSequence == 2 ? 8 : 1); ++w) filters += ch.info.nFilt[w];
+        stats.tns_filters += filters;
+        for (int f = 0; f < filters; ++f) {
+          if (ch.info.order[f] > stats.max_tns_order) stats.max_tns_order = ch.info.order[f];
+        }
+      }
     }
     return st;
   }
