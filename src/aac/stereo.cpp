@@ -33,7 +33,9 @@ void MidSide(std::int32_t* l, std::int32_t* r, int n) {
 // arithmetic shift by 31 + floor(pos / 4) (truncating; left for negative
 // positions, saturating).
 void Intensity(const std::int32_t* l, std::int32_t* r, int n, int pos, bool invert) {
-  const std::int32_t factor = kFracQ31[pos & 3];
+  // 1.0 is exactly 2^31 here (the Q31 table stops at 2^31 - 1), so that whole
+  // quarter steps are exact shifts.
+  const std::int64_t factor = (pos & 3) == 0 ? (std::int64_t{1} << 31) : kFracQ31[pos & 3];
   const int shift = 31 + (pos >> 2);
   for (int i = 0; i < n; ++i) {
     const std::int64_t prod = static_cast<std::int64_t>(l[i]) * factor;
