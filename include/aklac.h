@@ -624,6 +624,142 @@ AKLAC_API Status aklsEncodeTNS_AAC_32s_I(Akl32s* pSrcDst, const Akl32s* pNumFilt
 /* ========================================================================
  * Transforms: general MDCT, block FIR
  * ====================================================================== */
+/* Opaque transform contexts.  Each is built at the first 64-byte boundary of
+ * the memory that holds it; callers pass the raw pointer to every operation. */
+typedef struct MDCTFwdSpec_32f MDCTFwdSpec_32f; /* forward MDCT, float (tag 55) */
+typedef struct MDCTInvSpec_32f MDCTInvSpec_32f; /* inverse MDCT, float (tag 56) */
+typedef struct MDCTFwdSpec_16s MDCTFwdSpec_16s; /* forward MDCT, 16-bit (tag 57) */
+typedef struct FIRBlockState_32f FIRBlockState_32f; /* block FIR history (tag 58) */
+
+/* MDCT of length N: the forward transform reads N samples and writes N/2
+ * coefficients y[k] = 2 * sum_n x[n] cos(2pi/N (n + 1/2 + N/4)(k + 1/2));
+ * the inverse reads N/2 coefficients and writes N time-aliased samples
+ * y[n] = 2/N * sum_k X[k] cos(2pi/N (n + 1/2 + N/4)(k + 1/2)).  No window,
+ * no overlap.  Float lengths: 12, 36 and every power of two >= 32. */
+
+/* Sizes for a forward float MDCT context (same rule as the inverse).
+ *   len              in: 12, 36 or a power of two >= 32
+ *   pSpecSize        out: bytes for aklsMDCTFwdInit_32f's pMemSpec
+ *   pSpecBufferSize  out: bytes for its pMemInit scratch (0 for 12 and 36)
+ *   pBufferSize      out: bytes for the work buffer of one transform
+ * Statuses: kStsNullPtr (any pointer null, checked before the length),
+ * kStsSizeErr (len not accepted), kStsOk. */
+AKLAC_API Status aklsMDCTFwdGetSize_32f(int len, int* pSpecSize, int* pSpecBufferSize, int* pBufferSize);
+
+/* Sizes for an inverse float MDCT context; identical to aklsMDCTFwdGetSize_32f. */
+AKLAC_API Status aklsMDCTInvGetSize_32f(int len, int* pSpecSize, int* pSpecBufferSize, int* pBufferSize);
+
+/* Sizes for a forward 16-bit MDCT context.
+ *   len              in: a power of two >= 32 (12 and 36 are refused)
+ *   pSpecSize, pSpecBufferSize, pBufferSize: out, as aklsMDCTFwdGetSize_32f
+ * Statuses: kStsNullPtr, kStsSizeErr, kStsOk. */
+AKLAC_API Status aklsMDCTFwdGetSize_16s(int len, int* pSpecSize, int* pSpecBufferSize, int* pBufferSize);
+
+/* Builds a forward float MDCT context in caller memory.
+ *   ppSpec    out: the context's address (inside pMemSpec)
+ *   len       in: 12, 36 or a power of two >= 32
+ *   pMemSpec  in: at least the GetSize spec size, any alignment
+ *   pMemInit  in: scratch of the GetSize spec-buffer size; may be null for 12 and 36
+ * Statuses: kStsSizeErr (the length is checked first), kStsNullPtr, kStsOk. */
+AKLAC_API Status aklsMDCTFwdInit_32f(MDCTFwdSpec_32f** ppSpec, int len, Akl8u* pMemSpec, Akl8u* pMemInit);
+
+/* Builds an inverse float MDCT context in caller memory; as aklsMDCTFwdInit_32f. */
+AKLAC_API Status aklsMDCTInvInit_32f(MDCTInvSpec_32f** ppSpec, int len, Akl8u* pMemSpec, Akl8u* pMemInit);
+
+/* Builds a forward 16-bit MDCT context in caller memory.
+ *   ppSpec, pMemSpec, pMemInit: as aklsMDCTFwdInit_32f, all required
+ *   len       in: a power of two >= 32
+ * Statuses: kStsNullPtr (pointers are checked first), kStsSizeErr, kStsOk. */
+AKLAC_API Status aklsMDCTFwdInit_16s(MDCTFwdSpec_16s** ppSpec, int len, Akl8u* pMemSpec, Akl8u* pMemInit);
+
+/* Allocates and builds a forward float MDCT context; release it with aklsMDCTFwdFree_32f.
+ *   ppSpec  out: the new context
+ *   len     in: 12, 36 or a power of two >= 32
+ * Statuses: kStsNullPtr, kStsSizeErr, kStsMemAllocErr, kStsOk. */
+AKLAC_API Status aklsMDCTFwdInitAlloc_32f(MDCTFwdSpec_32f** ppSpec, int len);
+
+/* Allocates and builds an inverse float MDCT context; as aklsMDCTFwdInitAlloc_32f. */
+AKLAC_API Status aklsMDCTInvInitAlloc_32f(MDCTInvSpec_32f** ppSpec, int len);
+
+/* Allocates and builds a forward 16-bit MDCT context (len a power of two >= 32). */
+AKLAC_API Status aklsMDCTFwdInitAlloc_16s(MDCTFwdSpec_16s** ppSpec, int len);
+
+/* Invalidates a forward float MDCT context (tag set to 0) and releases what
+ * InitAlloc allocated; memory given to Init stays the caller's.
+ * Statuses: kStsNullPtr, kStsContextMismatch, kStsOk. */
+AKLAC_API Status aklsMDCTFwdFree_32f(MDCTFwdSpec_32f* pSpec);
+
+/* Invalidates and releases an inverse float MDCT context; as aklsMDCTFwdFree_32f. */
+AKLAC_API Status aklsMDCTInvFree_32f(MDCTInvSpec_32f* pSpec);
+
+/* Invalidates and releases a forward 16-bit MDCT context; as aklsMDCTFwdFree_32f. */
+AKLAC_API Status aklsMDCTFwdFree_16s(MDCTFwdSpec_16s* pSpec);
+
+/* Work-buffer size in bytes that a transform with this context allocates when
+ * given no buffer.
+ *   pSpec in: the context; pSize out: the size
+ * Statuses: kStsNullPtr, kStsContextMismatch, kStsOk. */
+AKLAC_API Status aklsMDCTFwdGetBufSize_32f(const MDCTFwdSpec_32f* pSpec, int* pSize);
+
+/* Work-buffer size of an inverse float MDCT context; as aklsMDCTFwdGetBufSize_32f. */
+AKLAC_API Status aklsMDCTInvGetBufSize_32f(const MDCTInvSpec_32f* pSpec, int* pSize);
+
+/* Work-buffer size of a forward 16-bit MDCT context; as aklsMDCTFwdGetBufSize_32f. */
+AKLAC_API Status aklsMDCTFwdGetBufSize_16s(const MDCTFwdSpec_16s* pSpec, int* pSize);
+
+/* Forward float MDCT.
+ *   pSrc     in: N samples
+ *   pDst     out: N/2 coefficients (may equal pSrc)
+ *   pSpec    in: forward float context
+ *   pBuffer  in/out: work buffer of the GetSize buffer size, used from its
+ *            first 64-byte boundary; null makes the call allocate and release one
+ * Statuses: kStsNullPtr (pSpec), kStsContextMismatch, kStsNullPtr (pSrc, pDst),
+ * kStsMemAllocErr, kStsOk. */
+AKLAC_API Status aklsMDCTFwd_32f(const Akl32f* pSrc, Akl32f* pDst, const MDCTFwdSpec_32f* pSpec, Akl8u* pBuffer);
+
+/* Inverse float MDCT: N/2 coefficients in pSrc, N samples out in pDst (may
+ * equal pSrc when it holds N floats); arguments and statuses as aklsMDCTFwd_32f. */
+AKLAC_API Status aklsMDCTInv_32f(const Akl32f* pSrc, Akl32f* pDst, const MDCTInvSpec_32f* pSpec, Akl8u* pBuffer);
+
+/* In-place forward float MDCT: the N/2 coefficients replace the first half of pSrcDst. */
+AKLAC_API Status aklsMDCTFwd_32f_I(Akl32f* pSrcDst, const MDCTFwdSpec_32f* pSpec, Akl8u* pBuffer);
+
+/* In-place inverse float MDCT: N/2 coefficients in, N samples out (pSrcDst holds N floats). */
+AKLAC_API Status aklsMDCTInv_32f_I(Akl32f* pSrcDst, const MDCTInvSpec_32f* pSpec, Akl8u* pBuffer);
+
+/* Forward 16-bit MDCT with block normalisation.
+ *   pSrc         in: N samples
+ *   pDst         out: N/2 coefficients, about 2 * X[k] * 2^-scaleFactor, rounded
+ *                half to even and saturated to int16
+ *   pSpec        in: forward 16-bit context
+ *   scaleFactor  in: output scale exponent
+ *   pBuffer      in/out: work buffer as aklsMDCTFwd_32f, or null
+ * Statuses: kStsNullPtr (pSpec), kStsContextMismatch, kStsNullPtr (pSrc, pDst),
+ * kStsMemAllocErr, kStsOk. */
+AKLAC_API Status aklsMDCTFwd_16s_Sfs(const Akl16s* pSrc, Akl16s* pDst, const MDCTFwdSpec_16s* pSpec, int scaleFactor,
+                                     Akl8u* pBuffer);
+
+/* Creates a block FIR filter: pDst = sum_m pTaps[m] * (block passed m calls
+ * ago), element by element, blocks before the first call being zeros.
+ *   ppState  out: the new state
+ *   order    in: number of taps, 1..32767 (only the low 16 bits are kept)
+ *   len      in: block length in floats, 1..32767 (low 16 bits kept)
+ * Statuses: kStsNullPtr, kStsFIRLenErr (order or len <= 0), kStsMemAllocErr, kStsOk. */
+AKLAC_API Status aklsFIRBlockInitAlloc_32f(FIRBlockState_32f** ppState, int order, int len);
+
+/* Filters one block.
+ *   pSrc    in: len floats, the newest block
+ *   pDst    out: len floats
+ *   pState  in/out: the filter state
+ *   pTaps   in: order weights, pTaps[0] for the newest block
+ * Statuses: kStsNullPtr, kStsContextMismatch, kStsFIRLenErr (inconsistent
+ * state), then kStsMisalignedWarn (+2) if pSrc, pDst or pTaps is not 16-byte
+ * aligned (the output is complete), else kStsOk. */
+AKLAC_API Status aklsFIRBlockOne_32f(const Akl32f* pSrc, Akl32f* pDst, FIRBlockState_32f* pState, const Akl32f* pTaps);
+
+/* Releases a block FIR state.  Statuses: kStsNullPtr, kStsContextMismatch, kStsOk. */
+AKLAC_API Status aklsFIRBlockFree_32f(FIRBlockState_32f* pState);
+
 /* @transform-end */
 
 /* ========================================================================

@@ -1,0 +1,615 @@
+// The internal complex FFT: float and 16-bit kernels, their contexts and sizes.
+#include "transform/fft.hpp"
+
+#include <emmintrin.h>
+
+#include <array>
+#include <cmath>
+#include <cstring>
+
+namespace akl::transform {
+
+namespace {
+
+constexpr int kFlagNoDivide = 8;
+constexpr int kFlagSqrtBoth = 4;
+constexpr int kFlagDivFwd = 1;
+constexpr int kFlagDivInv = 2;
+
+constexpr bool ValidFlag(int flag) {
+  return flag == kFlagNoDivide || flag == kFlagSqrtBoth || flag == kFlagDivFwd || flag == kFlagDivInv;
+}
+
+constexpr int RoundUp(int v, int a) { return (v + a - 1) / a * a; }
+
+// ---------------------------------------------------------------------------
+// Twiddle tables.
+
+constexpr double kPi = 3.14159265358979323846;
+
+// Taylor series of sin on [0, pi/2]; the 15 terms leave an error far below
+// double rounding, so the float table below is correctly rounded.
+constexpr double SinTaylor(double x) {
+  double term = x;
+  double sum = x;
+  for (int n = 1; n < 15; ++n) {
+    term *= -x * x / static_cast<double>((2 * n) * (2 * n + 1));
+    sum += term;
+  }
+  return sum;
+}
+
+// sin(2 pi k / 1024) for k = 0 .. 256: the quarter wave from which every
+// twiddle of orders 0..10 derives.
+constexpr int kSinPeriod = 1024;
+constexpr std::array<float, kSinPeriod / 4 + 1> MakeSin1024() {
+  std::array<float, kSinPeriod / 4 + 1> t{};
+  for (int k = 0; k <= kSinPeriod / 4; ++k) t[static_cast<std::size_t>(k)] = static_cast<float>(SinTaylor(2.0 * kPi * k / kSinPeriod));
+  return t;
+}
+alignas(64) constexpr std::array<float, kSinPeriod / 4 + 1> kSin1024 = MakeSin1024();
+
+// cos and sin of 2 pi k / period from a quarter-wave sine table qs[0 .. period/4].
+constexpr void CosSin(const float* qs, int period, int k, float* c, float* s) {
+  const int q = period / 4;
+  k &= period - 1;
+  if (k <= q) {
+    *s = qs[k];
+    *c = qs[q - k];
+  } else if (k <= 2 * q) {
+    *s = qs[2 * q - k];
+    *c = -qs[k - q];
+  } else if (k <= 3 * q) {
+    *s = -qs[k - 2 * q];
+    *c = -qs[3 * q - k];
+  } else {
+    *s = -qs[4 * q - k];
+    *c = qs[k - 3 * q];
+  }
+}
+
+// The radix-4 stages of an order: the first combines blocks of L = 2 (odd
+// orders, after the radix-2 pass) or L = 4 (even orders, after the radix-4
+// pass of L = 1), each further stage multiplies L by 4, the last has L = M/4.
+constexpr int FirstStageL(int order) { return (order & 1) ? 2 : 4; }
+
+// Floats of stage twiddles for an order: 6 per j of every stage.
+constexpr int StageTwiddleFloats(int order) {
+  int n = 0;
+  for (int l = FirstStageL(order); 4 * l <= (1 << order); l *= 4) n += 6 * l;
+  return n;
+}
+
+// Stage of size 4L, for j = 0, 2, 4, .. L-2: twelve floats, the complex pairs
+// (W^2j, W^2(j+1)), (W^j, W^(j+1)), (W^3j, W^3(j+1)) with W = e^(-2 pi i/4L):
+// the factors of the blocks at j+L, j+2L and j+3L (binary bit reversal puts
+// the residue-2 subsequence before the residue-1 one).
+constexpr void FillStages(float* out, int order, const float* qs, int period) {
+  for (int l = FirstStageL(order); 4 * l <= (1 << order); l *= 4) {
+    const int step = period / (4 * l);
+    for (int j = 0; j < l; j += 2) {
+      const int mult[3] = {2, 1, 3};
+      for (int t = 0; t < 3; ++t) {
+        for (int h = 0; h < 2; ++h) {
+          float c = 0, s = 0;
+          CosSin(qs, period, mult[t] * (j + h) * step, &c, &s);
+          out[4 * t + 2 * h] = c;
+          out[4 * t + 2 * h + 1] = -s;
+        }
+      }
+      out += 12;
+    }
+  }
+}
+
+constexpr int kTableMaxOrder = 10;
+template <int Parity>
+constexpr std::array<float, static_cast<std::size_t>(StageTwiddleFloats(kTableMaxOrder - 1 + Parity))> MakeStageTable() {
+  std::array<float, static_cast<std::size_t>(StageTwiddleFloats(kTableMaxOrder - 1 + Parity))> t{};
+  FillStages(t.data(), kTableMaxOrder - 1 + Parity, kSin1024.data(), kSinPeriod);
+  return t;
+}
+// Stage twiddles of order 9 (odd orders) and 10 (even orders); a smaller
+// order of the same parity uses a prefix.
+alignas(64) constexpr auto kStagesOdd = MakeStageTable<0>();
+alignas(64) constexpr auto kStagesEven = MakeStageTable<1>();
+
+const float* ConstantStages(int order) { return (order & 1) ? kStagesOdd.data() : kStagesEven.data(); }
+
+// ---------------------------------------------------------------------------
+// Float passes.  Complex values are interleaved (re, im); one SSE2 register
+// holds two.  Data pointers may be 8-byte aligned only, so data moves with
+// unaligned loads; the tables are 64-byte aligned.
+
+inline __m128 SignMask(bool l0, bool l1, bool l2, bool l3) {
+  return _mm_castsi128_ps(_mm_setr_epi32(l0 ? INT32_MIN : 0, l1 ? INT32_MIN : 0, l2 ? INT32_MIN : 0, l3 ? INT32_MIN : 0));
+}
+
+// a * w for two complex values each.
+inline __m128 CMul(__m128 a, __m128 w, __m128 neg_even) {
+  const __m128 wr = _mm_shuffle_ps(w, w, _MM_SHUFFLE(2, 2, 0, 0));
+  const __m128 wi = _mm_shuffle_ps(w, w, _MM_SHUFFLE(3, 3, 1, 1));
+  const __m128 as = _mm_shuffle_ps(a, a, _MM_SHUFFLE(2, 3, 0, 1));
+  return _mm_add_ps(_mm_mul_ps(a, wr), _mm_xor_ps(_mm_mul_ps(as, wi), neg_even));
+}
+
+// -i * t for two complex values: (re, im) -> (im, -re).
+inline __m128 MulNegI(__m128 t, __m128 neg_odd) {
+  return _mm_xor_ps(_mm_shuffle_ps(t, t, _MM_SHUFFLE(2, 3, 0, 1)), neg_odd);
+}
+
+// Radix-2 pass over pairs (odd orders).
+void Radix2Pass(float* d, int m) {
+  const __m128 neg_hi = SignMask(false, false, true, true);
+  for (int i = 0; i < 2 * m; i += 4) {
+    const __m128 v = _mm_loadu_ps(d + i);
+    const __m128 lo = _mm_movelh_ps(v, v);
+    const __m128 hi = _mm_xor_ps(_mm_movehl_ps(v, v), neg_hi);
+    _mm_storeu_ps(d + i, _mm_add_ps(lo, hi));
+  }
+}
+
+// Radix-4 pass over blocks of four (even orders), no twiddles.
+void Radix4FirstPass(float* d, int m) {
+  const __m128 neg3 = SignMask(false, false, false, true);
+  for (int i = 0; i < 2 * m; i += 8) {
+    const __m128 v01 = _mm_loadu_ps(d + i);
+    const __m128 v23 = _mm_loadu_ps(d + i + 4);
+    const __m128 u = _mm_movelh_ps(v01, v23);  // x0 x2
+    const __m128 w = _mm_movehl_ps(v23, v01);  // x1 x3
+    const __m128 p = _mm_add_ps(u, w);         // t0 t2
+    const __m128 q = _mm_sub_ps(u, w);         // t1 t3
+    const __m128 lo = _mm_movelh_ps(p, q);     // t0 t1
+    __m128 hi = _mm_movehl_ps(q, p);           // t2 t3
+    hi = _mm_xor_ps(_mm_shuffle_ps(hi, hi, _MM_SHUFFLE(2, 3, 1, 0)), neg3);  // t2, -i t3
+    _mm_storeu_ps(d + i, _mm_add_ps(lo, hi));
+    _mm_storeu_ps(d + i + 4, _mm_sub_ps(lo, hi));
+  }
+}
+
+// One radix-4 stage of size 4L (L >= 2).
+void Radix4Stage(float* d, int m, int l, const float* tw) {
+  const __m128 neg_even = SignMask(true, false, true, false);
+  const __m128 neg_odd = SignMask(false, true, false, true);
+  for (int base = 0; base < m; base += 4 * l) {
+    float* p0 = d + 2 * base;
+    float* p1 = p0 + 2 * l;
+    float* p2 = p1 + 2 * l;
+    float* p3 = p2 + 2 * l;
+    const float* w = tw;
+    for (int j = 0; j < 2 * l; j += 4, w += 12) {
+      const __m128 a = _mm_loadu_ps(p0 + j);
+      const __m128 c = CMul(_mm_loadu_ps(p1 + j), _mm_load_ps(w), neg_even);
+      const __m128 b = CMul(_mm_loadu_ps(p2 + j), _mm_load_ps(w + 4), neg_even);
+      const __m128 e = CMul(_mm_loadu_ps(p3 + j), _mm_load_ps(w + 8), neg_even);
+      const __m128 t0 = _mm_add_ps(a, c);
+      const __m128 t1 = _mm_sub_ps(a, c);
+      const __m128 t2 = _mm_add_ps(b, e);
+      const __m128 t3 = MulNegI(_mm_sub_ps(b, e), neg_odd);
+      _mm_storeu_ps(p0 + j, _mm_add_ps(t0, t2));
+      _mm_storeu_ps(p2 + j, _mm_sub_ps(t0, t2));
+      _mm_storeu_ps(p1 + j, _mm_add_ps(t1, t3));
+      _mm_storeu_ps(p3 + j, _mm_sub_ps(t1, t3));
+    }
+  }
+}
+
+void BitReverseCopy(const Akl32fc* src, Akl32fc* dst, int order) {
+  const int m = 1 << order;
+  for (int i = 0; i < m; ++i) dst[ReverseBits(static_cast<std::uint32_t>(i), order)] = src[i];
+}
+
+void BitReverseInPlace(Akl32fc* d, int order) {
+  const int m = 1 << order;
+  for (int i = 0; i < m; ++i) {
+    const int r = static_cast<int>(ReverseBits(static_cast<std::uint32_t>(i), order));
+    if (i < r) {
+      const Akl32fc t = d[i];
+      d[i] = d[r];
+      d[r] = t;
+    }
+  }
+}
+
+void Scale(Akl32fc* d, int m, float f) {
+  float* p = &d[0].re;
+  for (int i = 0; i < 2 * m; ++i) p[i] *= f;
+}
+
+// ---------------------------------------------------------------------------
+// 16-bit kernel helpers.
+
+constexpr std::int64_t kQ30One = std::int64_t{1} << 30;
+constexpr std::int64_t kHalfSqrt2Q30 = 759250125;  // round(2^30 / sqrt(2))
+
+inline Akl32s MulQ30(std::int64_t a, std::int64_t w) {
+  return static_cast<Akl32s>((a * w + (kQ30One >> 1)) >> 30);
+}
+
+// Radix-2 twiddles, stage of half size h at pair offset h - 1.
+void FillQ30Twiddles(Akl32s* tw, int order) {
+  for (int h = 1; h < (1 << order); h *= 2) {
+    for (int j = 0; j < h; ++j) {
+      const double a = kPi * j / h;
+      tw[2 * (h - 1 + j)] = static_cast<Akl32s>(std::llround(std::cos(a) * static_cast<double>(kQ30One)));
+      tw[2 * (h - 1 + j) + 1] = static_cast<Akl32s>(std::llround(-std::sin(a) * static_cast<double>(kQ30One)));
+    }
+  }
+}
+
+Akl16s SatRoundFloat(double v) {
+  if (!(v == v)) return 0;
+  const double r = std::nearbyint(v);
+  if (r >= 32767.0) return 32767;
+  if (r <= -32768.0) return -32768;
+  return static_cast<Akl16s>(r);
+}
+
+int SpecSize32fc(int order) {
+  const int m = 1 << order;
+  if (order <= 5) return 208;
+  if (order <= kTableMaxOrder) return RoundUp(8 * m + 8, 64) + RoundUp(m + 4, 64) + 256;
+  return 8 * m + 256;  // planner: the stage twiddles take less than 8M bytes
+}
+int InitSize32fc(int order) {
+  // Large orders compute a quarter-wave sine of their own period first.
+  return order <= kTableMaxOrder ? 0 : RoundUp((1 << order) + 4, 64) + 64;
+}
+
+}  // namespace
+
+// ---------------------------------------------------------------------------
+// Float kernel.
+
+void FftBitReversedInPlace(const FFTSpec_C_32fc& spec, Akl32fc* data) {
+  const int order = spec.order;
+  const int m = 1 << order;
+  float* d = &data[0].re;
+  if (order == 0) return;
+  if (order & 1) {
+    Radix2Pass(d, m);
+  } else {
+    Radix4FirstPass(d, m);
+  }
+  const float* tw = spec.twiddles;
+  for (int l = FirstStageL(order); 4 * l <= m; l *= 4) {
+    Radix4Stage(d, m, l, tw);
+    tw += 6 * l;
+  }
+}
+
+void FftForward(const FFTSpec_C_32fc& spec, const Akl32fc* src, Akl32fc* dst) {
+  if (src == dst) {
+    BitReverseInPlace(dst, spec.order);
+  } else {
+    BitReverseCopy(src, dst, spec.order);
+  }
+  FftBitReversedInPlace(spec, dst);
+  if (spec.fwdDivide) Scale(dst, 1 << spec.order, spec.normFactor);
+}
+
+void FftRef(const Akl32fc* src, Akl32fc* dst, int order) {
+  const int m = 1 << order;
+  Akl32fc* tmp = dst;
+  if (src == dst) {
+    BitReverseInPlace(tmp, order);
+  } else {
+    BitReverseCopy(src, tmp, order);
+  }
+  for (int h = 1; h < m; h *= 2) {
+    for (int base = 0; base < m; base += 2 * h) {
+      for (int j = 0; j < h; ++j) {
+        const double a = kPi * j / h;
+        const float wr = static_cast<float>(std::cos(a));
+        const float wi = static_cast<float>(-std::sin(a));
+        Akl32fc& x = tmp[base + j];
+        Akl32fc& y = tmp[base + j + h];
+        const float tr = y.re * wr - y.im * wi;
+        const float ti = y.re * wi + y.im * wr;
+        y.re = x.re - tr;
+        y.im = x.im - ti;
+        x.re += tr;
+        x.im += ti;
+      }
+    }
+  }
+}
+
+Status fftGetSize_C_32fc(int order, int flag, int hint, int* pSpecSize, int* pInitBufSize, int* pWorkSize) {
+  (void)hint;
+  if (order > kFftMaxOrder32fc || order < 0) return kStsFftOrderErr;
+  if (!pSpecSize || !pInitBufSize || !pWorkSize) return kStsNullPtr;
+  if (!ValidFlag(flag)) return kStsFftFlagErr;
+  *pSpecSize = SpecSize32fc(order);
+  *pInitBufSize = InitSize32fc(order);
+  *pWorkSize = 0;
+  return kStsOk;
+}
+
+Status fftInit_C_32fc(FFTSpec_C_32fc** ppSpec, int order, int flag, int hint, Akl8u* pMemSpec, Akl8u* pMemInit) {
+  if (!ppSpec || !pMemSpec) return kStsNullPtr;
+  if (order > kFftMaxOrder32fc || order < 0) return kStsFftOrderErr;
+  FFTSpec_C_32fc* s = ContextAt<FFTSpec_C_32fc>(pMemSpec, kTransformContextAlign);
+  if (!ValidFlag(flag)) {
+    s->tag = 0;
+    return kStsFftFlagErr;
+  }
+  if (order > kTableMaxOrder && !pMemInit) return kStsNullPtr;
+
+  std::memset(s, 0, sizeof(*s));
+  const int m = 1 << order;
+  s->order = order;
+  s->hint = hint;
+  s->workSize = 0;
+  s->normFactor = 1.0f;
+  if (flag == kFlagSqrtBoth) {
+    s->fwdDivide = s->invDivide = 1;
+    s->normFactor = static_cast<float>(1.0 / std::sqrt(static_cast<double>(m)));
+  } else if (flag == kFlagDivFwd) {
+    s->fwdDivide = 1;
+    s->normFactor = static_cast<float>(1.0 / m);
+  } else if (flag == kFlagDivInv) {
+    s->invDivide = 1;
+    s->normFactor = static_cast<float>(1.0 / m);
+  }
+  float* tables = AlignUp(reinterpret_cast<float*>(reinterpret_cast<Akl8u*>(s) + sizeof(*s)), 64);
+  if (order <= 5) {
+    s->twiddles = ConstantStages(order);
+  } else if (order <= kTableMaxOrder) {
+    std::memcpy(tables, ConstantStages(order), sizeof(float) * static_cast<std::size_t>(StageTwiddleFloats(order)));
+    s->twiddles = tables;
+  } else {
+    float* qs = AlignUp(reinterpret_cast<float*>(pMemInit), 64);
+    for (int k = 0; k <= m / 4; ++k) qs[k] = static_cast<float>(std::sin(2.0 * kPi * k / m));
+    FillStages(tables, order, qs, m);
+    s->twiddles = tables;
+  }
+  s->tag = kTagFft32fc;
+  *ppSpec = s;
+  return kStsOk;
+}
+
+Status fftInitAlloc_C_32fc(FFTSpec_C_32fc** ppSpec, int order, int flag, int hint) {
+  if (!ppSpec) return kStsNullPtr;
+  int spec_size = 0, init_size = 0, work_size = 0;
+  const Status st = fftGetSize_C_32fc(order, flag, hint, &spec_size, &init_size, &work_size);
+  if (st != kStsOk) return st;
+  Akl8u* mem = static_cast<Akl8u*>(AllocBytes(spec_size));
+  if (!mem) return kStsMemAllocErr;
+  Akl8u* init = nullptr;
+  if (init_size > 0) {
+    init = static_cast<Akl8u*>(AllocBytes(init_size));
+    if (!init) {
+      Release(mem);
+      return kStsMemAllocErr;
+    }
+  }
+  FFTSpec_C_32fc* s = nullptr;
+  fftInit_C_32fc(&s, order, flag, hint, mem, init);
+  Release(init);
+  *ppSpec = reinterpret_cast<FFTSpec_C_32fc*>(mem);
+  return kStsOk;
+}
+
+// Releases a context that fftInitAlloc_C_32fc allocated.
+Status fftFree_C_32fc(FFTSpec_C_32fc* pSpec) {
+  if (!pSpec) return kStsNullPtr;
+  if (ContextAt<FFTSpec_C_32fc>(pSpec, kTransformContextAlign)->tag != kTagFft32fc) return kStsContextMismatch;
+  Release(pSpec);
+  return kStsOk;
+}
+
+Status fftGetBufSize_C_32fc(const FFTSpec_C_32fc* pSpec, int* pSize) {
+  if (!pSpec || !pSize) return kStsNullPtr;
+  const FFTSpec_C_32fc* s = TaggedContext<FFTSpec_C_32fc>(pSpec, kTransformContextAlign, kTagFft32fc);
+  if (!s) return kStsContextMismatch;
+  *pSize = s->workSize > 0 ? s->workSize + 64 : 0;
+  return kStsOk;
+}
+
+Status fftFwd_CToC_32fc(const Akl32fc* pSrc, Akl32fc* pDst, const FFTSpec_C_32fc* pSpec, Akl8u* pBuffer) {
+  (void)pBuffer;  // every order runs in the destination
+  if (!pSpec) return kStsNullPtr;
+  const FFTSpec_C_32fc* s = TaggedContext<FFTSpec_C_32fc>(pSpec, kTransformContextAlign, kTagFft32fc);
+  if (!s) return kStsContextMismatch;
+  if (!pSrc || !pDst) return kStsNullPtr;
+  FftForward(*s, pSrc, pDst);
+  return kStsOk;
+}
+
+// ---------------------------------------------------------------------------
+// 16-bit kernel.
+
+namespace {
+
+bool IntegerKernel(int order, int hint) { return (hint == 0 || hint == 1) && order < kFftIntegerOrderLimit; }
+
+}  // namespace
+
+Status fftGetSize_C_16sc(int order, int flag, int hint, int* pSpecSize, int* pInitBufSize, int* pWorkSize) {
+  if (order > kFftMaxOrder16sc || order < 0) return kStsFftOrderErr;
+  if (!pSpecSize || !pInitBufSize || !pWorkSize) return kStsNullPtr;
+  if (!ValidFlag(flag)) return kStsFftFlagErr;
+  const int m = 1 << order;
+  if (order == 0) {
+    *pSpecSize = 136;
+    *pInitBufSize = 0;
+    *pWorkSize = 0;
+  } else if (IntegerKernel(order, hint)) {
+    *pSpecSize = RoundUp(8 * m, 64) + RoundUp(m + 4, 64) + 192;
+    *pInitBufSize = RoundUp(m / 2 + 2, 64) + 64;
+    *pWorkSize = 8 * m + 64;
+  } else {
+    int fs = 0, fi = 0, fw = 0;
+    const Status st = fftGetSize_C_32fc(order, flag, hint, &fs, &fi, &fw);
+    if (st != kStsOk) return st;
+    // The float data (M complex floats) and 64 bytes to align it.
+    *pSpecSize = fs + 192;
+    *pInitBufSize = fi;
+    *pWorkSize = fw + 8 * m + 64;
+  }
+  return kStsOk;
+}
+
+Status fftInit_C_16sc(FFTSpec_C_16sc** ppSpec, int order, int flag, int hint, Akl8u* pMemSpec, Akl8u* pMemInit) {
+  if (!ppSpec || !pMemSpec) return kStsNullPtr;
+  if (order > kFftMaxOrder16sc || order < 0) return kStsFftOrderErr;
+  FFTSpec_C_16sc* s = ContextAt<FFTSpec_C_16sc>(pMemSpec, kTransformContextAlign);
+  if (!ValidFlag(flag)) {
+    s->tag = 0;
+    return kStsFftFlagErr;
+  }
+  int spec_size = 0, init_size = 0, work_size = 0;
+  const Status st = fftGetSize_C_16sc(order, flag, hint, &spec_size, &init_size, &work_size);
+  if (st != kStsOk) return st;
+  if (init_size > 0 && !pMemInit && !IntegerKernel(order, hint)) return kStsNullPtr;
+
+  std::memset(s, 0, sizeof(*s));
+  s->order = order;
+  s->hint = hint;
+  s->workSize = work_size;
+  if (flag == kFlagSqrtBoth) {
+    s->fwdShift = s->invShift = order >> 1;
+    s->halfSqrt2 = order & 1;
+  } else if (flag == kFlagDivFwd) {
+    s->fwdShift = order;
+  } else if (flag == kFlagDivInv) {
+    s->invShift = order;
+  }
+  Akl8u* after_header = AlignUp(reinterpret_cast<Akl8u*>(s) + sizeof(*s), 64);
+  if (order > 0 && IntegerKernel(order, hint)) {
+    Akl32s* tw = reinterpret_cast<Akl32s*>(after_header);
+    FillQ30Twiddles(tw, order);
+    s->twiddles = tw;
+  } else if (order > 0) {
+    FFTSpec_C_32fc* fs = nullptr;
+    const Status fst = fftInit_C_32fc(&fs, order, flag, hint, after_header, pMemInit);
+    if (fst != kStsOk) return fst;
+    s->floatKernel = 1;
+    s->floatSpec = fs;
+  }
+  s->tag = kTagFft16sc;
+  *ppSpec = s;
+  return kStsOk;
+}
+
+Status fftInitAlloc_C_16sc(FFTSpec_C_16sc** ppSpec, int order, int flag, int hint) {
+  if (!ppSpec) return kStsNullPtr;
+  int spec_size = 0, init_size = 0, work_size = 0;
+  const Status st = fftGetSize_C_16sc(order, flag, hint, &spec_size, &init_size, &work_size);
+  if (st != kStsOk) return st;
+  Akl8u* mem = static_cast<Akl8u*>(AllocBytes(spec_size));
+  if (!mem) return kStsMemAllocErr;
+  Akl8u* init = nullptr;
+  if (init_size > 0) {
+    init = static_cast<Akl8u*>(AllocBytes(init_size));
+    if (!init) {
+      Release(mem);
+      return kStsMemAllocErr;
+    }
+  }
+  FFTSpec_C_16sc* s = nullptr;
+  const Status ist = fftInit_C_16sc(&s, order, flag, hint, mem, init);
+  Release(init);
+  if (ist != kStsOk) {
+    Release(mem);
+    return ist;
+  }
+  s->ownedByLibrary = 1;
+  *ppSpec = reinterpret_cast<FFTSpec_C_16sc*>(mem);
+  return kStsOk;
+}
+
+Status fftFree_C_16sc(FFTSpec_C_16sc* pSpec) {
+  return FreeKeepingTag<FFTSpec_C_16sc>(pSpec, kTransformContextAlign, kTagFft16sc);
+}
+
+Status fftGetBufSize_C_16sc(const FFTSpec_C_16sc* pSpec, int* pSize) {
+  if (!pSpec || !pSize) return kStsNullPtr;
+  const FFTSpec_C_16sc* s = TaggedContext<FFTSpec_C_16sc>(pSpec, kTransformContextAlign, kTagFft16sc);
+  if (!s) return kStsContextMismatch;
+  *pSize = s->workSize;
+  return kStsOk;
+}
+
+void Fft16Forward(const FFTSpec_C_16sc& spec, const Akl16sc* src, Akl16sc* dst, int scale_factor, Akl8u* work) {
+  const int order = spec.order;
+  const int m = 1 << order;
+  if (order == 0) {
+    const Akl16sc v = src[0];
+    dst[0].re = ShiftToS16(v.re, scale_factor);
+    dst[0].im = ShiftToS16(v.im, scale_factor);
+    return;
+  }
+  if (spec.floatKernel) {
+    Akl32fc* f = AlignUp(reinterpret_cast<Akl32fc*>(work), 64);
+    for (int i = 0; i < m; ++i) {
+      f[i].re = static_cast<float>(src[i].re);
+      f[i].im = static_cast<float>(src[i].im);
+    }
+    const FFTSpec_C_32fc* fs = ContextAt<FFTSpec_C_32fc>(spec.floatSpec, kTransformContextAlign);
+    FftForward(*fs, f, f);
+    const double scale = std::ldexp(1.0, -scale_factor);
+    for (int i = 0; i < m; ++i) {
+      dst[i].re = SatRoundFloat(static_cast<double>(f[i].re) * scale);
+      dst[i].im = SatRoundFloat(static_cast<double>(f[i].im) * scale);
+    }
+    return;
+  }
+  // Integer kernel: inputs widened by 15 - order bits, so that the growth of
+  // at most M through the passes stays below 2^31.
+  Akl32s* w = AlignUp(reinterpret_cast<Akl32s*>(work), 64);
+  const int up = 15 - order;
+  for (int i = 0; i < m; ++i) {
+    const std::uint32_t r = ReverseBits(static_cast<std::uint32_t>(i), order);
+    Akl32s re = src[i].re * (1 << up);
+    Akl32s im = src[i].im * (1 << up);
+    if (spec.halfSqrt2) {
+      re = MulQ30(re, kHalfSqrt2Q30);
+      im = MulQ30(im, kHalfSqrt2Q30);
+    }
+    w[2 * r] = re;
+    w[2 * r + 1] = im;
+  }
+  const Akl32s* tw_all = spec.twiddles;
+  for (int h = 1; h < m; h *= 2) {
+    const Akl32s* tw = tw_all + 2 * (h - 1);
+    for (int base = 0; base < m; base += 2 * h) {
+      for (int j = 0; j < h; ++j) {
+        Akl32s* x = w + 2 * (base + j);
+        Akl32s* y = x + 2 * h;
+        const std::int64_t wr = tw[2 * j], wi = tw[2 * j + 1];
+        const std::int64_t yr = y[0], yi = y[1];
+        const std::int64_t tr = (yr * wr - yi * wi + (kQ30One >> 1)) >> 30;
+        const std::int64_t ti = (yr * wi + yi * wr + (kQ30One >> 1)) >> 30;
+        y[0] = static_cast<Akl32s>(x[0] - tr);
+        y[1] = static_cast<Akl32s>(x[1] - ti);
+        x[0] = static_cast<Akl32s>(x[0] + tr);
+        x[1] = static_cast<Akl32s>(x[1] + ti);
+      }
+    }
+  }
+  const int down = up + spec.fwdShift + scale_factor;
+  for (int i = 0; i < m; ++i) {
+    dst[i].re = ShiftToS16(w[2 * i], down);
+    dst[i].im = ShiftToS16(w[2 * i + 1], down);
+  }
+}
+
+Status fftFwd_CToC_16sc_Sfs(const Akl16sc* pSrc, Akl16sc* pDst, const FFTSpec_C_16sc* pSpec, int scaleFactor,
+                            Akl8u* pBuffer) {
+  if (!pSpec) return kStsNullPtr;
+  const FFTSpec_C_16sc* s = TaggedContext<FFTSpec_C_16sc>(pSpec, kTransformContextAlign, kTagFft16sc);
+  if (!s) return kStsContextMismatch;
+  if (!pSrc || !pDst) return kStsNullPtr;
+  Akl8u* work = pBuffer;
+  if (!work && s->workSize > 0) {
+    work = static_cast<Akl8u*>(AllocBytes(s->workSize));
+    if (!work) return kStsMemAllocErr;
+  }
+  Fft16Forward(*s, pSrc, pDst, scaleFactor, work);
+  if (work != pBuffer) Release(work);
+  return kStsOk;
+}
+
+}  // namespace akl::transform
