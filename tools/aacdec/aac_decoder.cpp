@@ -306,7 +306,7 @@ void LayoutFromPce(const AklAACPrgCfgElt& pce, Layout* l) {
       }
     }
   }
-  for (int e = 0; e < pce.numLfeElt; ++e) AddElement(*l, kLfe, pce.lfeElementTagSel[e], e == 0 ? kLFE : 0);
+  for (int e = 0; e < pce.numLfeElt; ++e) AddElement(*l, kLfe, pce.lfeElementTagSel[e], e == 0 ? std::uint32_t{kLFE} : 0u);
 }
 
 // ---- the decoder ----
@@ -363,6 +363,7 @@ class Decoder {
   std::vector<ChannelState> states_;
   ChannelState cce_states_[16];
   Akl32s noise_seed_ = 0x2545F491;
+  AklAACLtpInfo ltp_info_{};  // filled by the readers; LTP itself is not decoded
   // Per block.
   std::vector<std::unique_ptr<Element>> elements_;
   int num_elements_ = 0;
@@ -419,9 +420,12 @@ Status Decoder::DecodeIcs(Cursor& c, ChannelStream& ch, int common_window, AklAA
   ch.info.predSfbMax = 0;
   ch.info.pIcsInfo = common_window ? pair_ics : &ch.own_ics;
   for (Akl32s& v : ch.ltp_long_used) v = 0;
-  const Status st = aklsNoiselessDecoder_LC_AAC(&c.p, &c.off, common_window, &ch.info, ch.sf, ch.spec, ch.cb,
-                                                ch.tns_coef);
-  return st;
+  // The general decoder reads noise-substitution bands (codebook 13), which
+  // the low-complexity one refuses; object type 2 makes it read the LC syntax.
+  const AklAACIcsInfo& shared = common_window ? *pair_ics : ch.own_ics;
+  return aklsNoiselessDecode_AAC(&c.p, &c.off, &ltp_info_, ch.sf, ch.spec, ch.cb, ch.tns_coef, &ch.info,
+                                 common_window ? shared.windowSequence : 0, common_window ? shared.maxSfb : 0,
+                                 common_window, 0, 2);
 }
 
 Status Decoder::DecodeCce(Cursor& c) {
@@ -505,7 +509,9 @@ Status Decoder::DecodeRawBlock(Cursor& c, const Akl8u* end) {
         ++audio_index;
         if (id == kCpe) {
           AklAACChanPairElt cpe;
-          if (const Status st = aklsDecodeChanPairElt_AAC(&c.p, &c.off, &e.pair_ics, &cpe, 0); st != kStsOk) return st;
+          if (const Status st = aklsDecodeChanPairElt_MP4_AAC(&c.p, &c.off, &e.pair_ics, &cpe, &ltp_info_, 0, 2);
+              st != kStsOk)
+            return st;
           e.common_window = cpe.commonWindow;
           if (e.common_window) {
             e.ms_mask_present = cpe.msMaskPresent == 3 ? 0 : cpe.msMaskPresent;
@@ -653,7 +659,7 @@ void Decoder::ApplyDependentCoupling(int type, int tag, int domain, Element& e) 
     int list = 0;
     for (int t = 0; t < cce.num_targets; ++t) {
       const CceTarget& tg = cce.targets[t];
-      const bool match = tg.tag == tag && ((tg.is_cpe && type == kCpe) || (!tg.is_cpe && type != kCpe));
+      const bool match = tg.tag == tag && ((tg.is_cpe && type == kCpe) || (!tg.is_cpe && type == kSce));
       int lists_used = (tg.is_cpe && tg.ch_select == 3) ? 2 : 1;
       if (!match) {
         list += lists_used;
@@ -834,7 +840,7 @@ bool Decoder::EmitBlock(bool damaged) {
         for (int t = 0; t < cce.num_targets; ++t) {
           const CceTarget& tg = cce.targets[t];
           const int used = (tg.is_cpe && tg.ch_select == 3) ? 2 : 1;
-          const bool match = tg.tag == e.tag && ((tg.is_cpe != 0) == (e.type == kCpe));
+          const bool match = tg.tag == e.tag && (tg.is_cpe ? e.type == kCpe : e.type == kSce);
           if (match) {
             for (int c = 0; c < nch; ++c) {
               if (e.type == kCpe && ((c == 0 && tg.ch_select == 1) || (c == 1 && tg.ch_select == 2))) continue;
