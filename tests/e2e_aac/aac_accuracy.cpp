@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <cmath>
 #include <complex>
+#include <cstdlib>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -211,6 +212,9 @@ Result Measure(const Case& c, const std::string& stream_path, const std::string&
       worst_level = std::max(worst_level, std::fabs(10 * std::log10(tx / ty)));
       for (int b = 0; b < 16; ++b) {
         // Bands 50 dB below the channel's total carry no meaningful level.
+        if (std::getenv("AAC_ACC_DEBUG"))
+          std::fprintf(stderr, "ch %d band %d ours %.2f ref %.2f dB\n", a, b, 10 * std::log10(bx[static_cast<std::size_t>(b)] + 1e-9),
+                       10 * std::log10(by[static_cast<std::size_t>(b)] + 1e-9));
         if (by[static_cast<std::size_t>(b)] < ty * 1e-5) continue;
         worst_band = std::max(worst_band,
                               std::fabs(10 * std::log10(bx[static_cast<std::size_t>(b)] / by[static_cast<std::size_t>(b)])));

@@ -334,6 +334,7 @@ class Decoder {
   Status DecodeRawBlock(Cursor& c, const Akl8u* end);
   Status DecodeIcs(Cursor& c, ChannelStream& ch, int common_window, AklAACIcsInfo* pair_ics);
   Status DecodeCce(Cursor& c);
+  void SeparateNoiseEnergies(ChannelStream& ch);
   Status SpectralSingle(ChannelStream& ch);
   Status SpectralPair(Element& e);
   Status Finish(ChannelStream& ch);  // deinterleave; TNS runs separately
@@ -423,9 +424,42 @@ Status Decoder::DecodeIcs(Cursor& c, ChannelStream& ch, int common_window, AklAA
   // The general decoder reads noise-substitution bands (codebook 13), which
   // the low-complexity one refuses; object type 2 makes it read the LC syntax.
   const AklAACIcsInfo& shared = common_window ? *pair_ics : ch.own_ics;
-  return aklsNoiselessDecode_AAC(&c.p, &c.off, &ltp_info_, ch.sf, ch.spec, ch.cb, ch.tns_coef, &ch.info,
-                                 common_window ? shared.windowSequence : 0, common_window ? shared.maxSfb : 0,
-                                 common_window, 0, 2);
+  const Status st =
+      aklsNoiselessDecode_AAC(&c.p, &c.off, &ltp_info_, ch.sf, ch.spec, ch.cb, ch.tns_coef, &ch.info,
+                              common_window ? shared.windowSequence : 0, common_window ? shared.maxSfb : 0,
+                              common_window, 0, 2);
+  if (st == kStsOk) SeparateNoiseEnergies(ch);
+  return st;
+}
+
+// The library's noiseless decoder runs scale factors and noise energies
+// through one accumulator (the first noise energy replaces the running value,
+// every later band adds its difference to whatever came last), whereas a
+// stream codes them as two chains: scale factors from global_gain, noise
+// energies from the first noise energy.  In a channel that mixes noise and
+// ordinary bands, the differences are recovered from the decoder's values and
+// summed again chain by chain.
+void Decoder::SeparateNoiseEnergies(ChannelStream& ch) {
+  const AklAACIcsInfo& ics = ch.ics();
+  const int slots = ics.numWindowGroups * ics.maxSfb;
+  int running = ch.info.globalGain;  // the decoder's shared value
+  int scale = ch.info.globalGain;    // the scale-factor chain
+  int noise = 0;                     // the noise-energy chain
+  bool first_noise = true;
+  for (int i = 0; i < slots; ++i) {
+    const int book = ch.cb[i];
+    if (book == 0 || book == 14 || book == 15) continue;  // zero bands; intensity has its own chain
+    const int value = ch.sf[i];
+    if (book == 13) {
+      noise = first_noise ? value : noise + (value - running);
+      first_noise = false;
+      ch.sf[i] = static_cast<Akl16s>(noise);
+    } else {
+      scale += value - running;
+      ch.sf[i] = static_cast<Akl16s>(scale);
+    }
+    running = value;
+  }
 }
 
 Status Decoder::DecodeCce(Cursor& c) {
