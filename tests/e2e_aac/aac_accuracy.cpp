@@ -9,6 +9,7 @@
 //   --full DIR   measure the complete streams under DIR (conformance/aac and
 //                testvectors) instead
 //   --check      exit 1 if any stream exceeds its bounds
+// AAC_ACC_DEBUG=1 in the environment prints the band levels of the energy cases.
 // Prints one table row per stream.
 #include <algorithm>
 #include <cmath>
