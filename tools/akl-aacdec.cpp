@@ -3,7 +3,9 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <ctime>
 #include <cstdio>
+#include <cerrno>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -25,8 +27,9 @@ const char kUsage[] =
     "The output holds every decoded frame, the encoder's priming included.  Multichannel\n"
     "output is in WAV channel order with the matching channel mask.  HE-AAC streams are\n"
     "decoded as their AAC-LC core (with a warning); Main, SSR and LTP streams are refused.\n"
-    "Damaged frames are concealed and counted.  Exit status: 0 success, 1 decoding\n"
-    "failure, 2 usage or file error.\n";
+    "Damaged frames are concealed (the overlap of the last good frame fades into\n"
+    "silence) and counted; decoding resumes at the next good frame.  Exit status: 0\n"
+    "success, 1 failure (unreadable input, unsupported stream, write error), 2 usage.\n";
 
 void PutLe(std::vector<unsigned char>& b, std::uint32_t v, int bytes) {
   for (int i = 0; i < bytes; ++i) b.push_back(static_cast<unsigned char>(v >> (8 * i)));
@@ -129,8 +132,6 @@ bool ReadAll(std::FILE* f, std::vector<std::uint8_t>* out) {
   return !std::ferror(f);
 }
 
-const char* ObjectName(int ot) { return ot == 2 ? "AAC-LC" : "AAC"; }
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -159,25 +160,30 @@ int main(int argc, char** argv) {
   }
   std::FILE* in = files[0] == "-" ? stdin : std::fopen(files[0].c_str(), "rb");
   if (!in) {
-    std::fprintf(stderr, "akl-aacdec: cannot open '%s': %s\n", files[0].c_str(), std::strerror(errno));
-    return 2;
+    std::fprintf(stderr, "akl-aacdec: cannot open %s: %s\n", files[0].c_str(), std::strerror(errno));
+    return 1;
   }
   std::vector<std::uint8_t> data;
   const bool read_ok = ReadAll(in, &data);
   if (in != stdin) std::fclose(in);
   if (!read_ok) {
-    std::fprintf(stderr, "akl-aacdec: cannot read '%s'\n", files[0].c_str());
-    return 2;
+    std::fprintf(stderr, "akl-aacdec: cannot read %s\n", files[0].c_str());
+    return 1;
   }
   std::FILE* out = files[1] == "-" ? stdout : std::fopen(files[1].c_str(), "wb");
   if (!out) {
-    std::fprintf(stderr, "akl-aacdec: cannot create '%s': %s\n", files[1].c_str(), std::strerror(errno));
-    return 2;
+    std::fprintf(stderr, "akl-aacdec: cannot create %s: %s\n", files[1].c_str(), std::strerror(errno));
+    return 1;
   }
-  FileSink sink(out, raw, quiet, isatty(fileno(stderr)) != 0);
+  // Progress only on a terminal, and only for inputs that take a while.
+  FileSink sink(out, raw, quiet, isatty(STDERR_FILENO) != 0 && data.size() > (1u << 20));
   aacdec::DecodeStats stats;
   std::string message;
+  const std::clock_t cpu0 = std::clock();
+  const auto wall0 = std::chrono::steady_clock::now();
   const aacdec::DecodeResult r = aacdec::DecodeAacBuffer(data.data(), data.size(), &sink, &stats, &message);
+  const double cpu = static_cast<double>(std::clock() - cpu0) / CLOCKS_PER_SEC;
+  const double wall = std::chrono::duration<double>(std::chrono::steady_clock::now() - wall0).count();
   sink.Close();
   const bool write_ok = std::fflush(out) == 0 && !std::ferror(out);
   if (out != stdout) std::fclose(out);
@@ -186,16 +192,17 @@ int main(int argc, char** argv) {
     return 1;
   }
   if (r == aacdec::DecodeResult::kSinkStopped || !write_ok) {
-    std::fprintf(stderr, "akl-aacdec: cannot write '%s'\n", files[1].c_str());
-    return 2;
+    std::fprintf(stderr, "akl-aacdec: error writing %s\n", files[1].c_str());
+    return 1;
   }
   if (!quiet) {
     const auto& f = sink.format();
-    std::fprintf(stderr, "akl-aacdec: %s: %s %s, %d Hz, %d channel%s, %ld frames (%.2f s), %ld damaged frame%s concealed\n",
-                 files[0].c_str(), f.adif ? "ADIF" : "ADTS", ObjectName(f.object_type), f.sample_rate, f.channels,
-                 f.channels == 1 ? "" : "s", stats.frames,
-                 f.sample_rate ? static_cast<double>(stats.samples) / f.sample_rate : 0.0, stats.damaged,
-                 stats.damaged == 1 ? "" : "s");
+    const double seconds = f.sample_rate ? static_cast<double>(stats.samples) / f.sample_rate : 0.0;
+    const double t = cpu > 0 ? cpu : wall;
+    const std::string layout =
+        f.channels == 1 ? "mono" : (f.channels == 2 ? "stereo" : std::to_string(f.channels) + " channels");
+    std::fprintf(stderr, "akl-aacdec: %ld frames, %.2f s, %d Hz %s, %ld damaged, %.0fx real time\n", stats.frames,
+                 seconds, f.sample_rate, layout.c_str(), stats.damaged, t > 0 ? seconds / t : 0.0);
   }
   return 0;
 }
