@@ -2,6 +2,7 @@
 // 16-bit PCM, using only the aklac library's public interface.
 #include <unistd.h>
 
+#include <bit>
 #include <chrono>
 #include <ctime>
 #include <cstdio>
@@ -31,6 +32,10 @@ const char kUsage[] =
     "silence) and counted; decoding resumes at the next good frame.  Exit status: 0\n"
     "success, 1 failure (unreadable input, unsupported stream, write error), 2 usage.\n";
 
+void PutTag(std::vector<unsigned char>& b, const char* tag) {
+  for (const char* c = tag; *c; ++c) b.push_back(static_cast<unsigned char>(*c));
+}
+
 void PutLe(std::vector<unsigned char>& b, std::uint32_t v, int bytes) {
   for (int i = 0; i < bytes; ++i) b.push_back(static_cast<unsigned char>(v >> (8 * i)));
 }
@@ -49,13 +54,14 @@ class FileSink : public aacdec::PcmSink {
 
   bool Frame(const std::int16_t* pcm, int frames) override {
     const std::size_t n = static_cast<std::size_t>(frames) * static_cast<std::size_t>(format_.channels);
+    data_bytes_ += 2 * n;
+    if constexpr (std::endian::native == std::endian::little) return std::fwrite(pcm, 2, n, f_) == n;
     buf_.resize(2 * n);
     for (std::size_t i = 0; i < n; ++i) {
       const auto v = static_cast<std::uint16_t>(pcm[i]);
       buf_[2 * i] = static_cast<unsigned char>(v & 0xFF);
       buf_[2 * i + 1] = static_cast<unsigned char>(v >> 8);
     }
-    data_bytes_ += buf_.size();
     return std::fwrite(buf_.data(), 1, buf_.size(), f_) == buf_.size();
   }
 
@@ -91,9 +97,9 @@ class FileSink : public aacdec::PcmSink {
     const std::uint32_t fmt_size = extensible ? 40 : 16;
     const auto block = static_cast<std::uint32_t>(2 * format_.channels);
     std::vector<unsigned char> b;
-    b.insert(b.end(), {'R', 'I', 'F', 'F'});
+    PutTag(b, "RIFF");
     PutLe(b, 4 + (8 + fmt_size) + 8 + data_bytes, 4);
-    b.insert(b.end(), {'W', 'A', 'V', 'E', 'f', 'm', 't', ' '});
+    PutTag(b, "WAVEfmt ");
     PutLe(b, fmt_size, 4);
     PutLe(b, extensible ? 0xFFFE : 1, 2);
     PutLe(b, static_cast<std::uint32_t>(format_.channels), 2);
@@ -108,9 +114,9 @@ class FileSink : public aacdec::PcmSink {
       // KSDATAFORMAT_SUBTYPE_PCM
       const unsigned char guid[16] = {0x01, 0x00, 0x00, 0x00, 0x00, 0x00, 0x10, 0x00,
                                       0x80, 0x00, 0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71};
-      b.insert(b.end(), guid, guid + 16);
+      for (unsigned char g : guid) b.push_back(g);
     }
-    b.insert(b.end(), {'d', 'a', 't', 'a'});
+    PutTag(b, "data");
     PutLe(b, data_bytes, 4);
     return b;
   }

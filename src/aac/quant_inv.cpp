@@ -88,12 +88,26 @@ std::int32_t DequantMagnitude(std::int32_t m, int s) {
 int DequantBand(std::int32_t* x, int n, int sf) {
   int e = 0, k = 0;
   SplitScale(sf - 100, &e, &k);
+  // Most lines are 0 or small: their table row and shifts are fixed per band.
+  const std::int32_t* row = kPow43Small[k];
+  const int shift_q28 = Clamp31(25 - e);
+  const int shift_q25 = Clamp31(22 - e);
   for (int i = 0; i < n; ++i) {
     const std::int32_t v = x[i];
     if (v == 0) continue;
     const std::uint32_t m = v < 0 ? 0u - static_cast<std::uint32_t>(v) : static_cast<std::uint32_t>(v);
-    if (m > 8191) return i;
-    const std::uint32_t r = Magnitude(static_cast<std::int32_t>(m), e, k);
+    std::uint32_t r;
+    if (m < 4) {
+      r = static_cast<std::uint32_t>(row[m] >> shift_q28);
+    } else if (m < 16) {
+      r = static_cast<std::uint32_t>(row[m] >> shift_q25);
+    } else if (m <= 128) {
+      r = MediumMagnitude(static_cast<std::int32_t>(m), e, k);
+    } else if (m <= 8191) {
+      r = LargeMagnitude(static_cast<std::int32_t>(m), e, k);
+    } else {
+      return i;
+    }
     x[i] = static_cast<std::int32_t>(v < 0 ? 0u - r : r);
   }
   return n;

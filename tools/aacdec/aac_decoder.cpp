@@ -823,7 +823,7 @@ bool Decoder::EmitBlock(bool damaged) {
   if (!have_layout_) return true;
   if (!output_started_ && !StartOutput()) return false;
   const int channels = static_cast<int>(states_.size());
-  out_.assign(static_cast<std::size_t>(channels) * kFrame, 0.0f);
+  out_.resize(static_cast<std::size_t>(channels) * kFrame);
   std::vector<bool> written(static_cast<std::size_t>(channels), false);
 
   // Spectral stage of everything first, so that a failure leaves the
@@ -905,10 +905,12 @@ bool Decoder::EmitBlock(bool damaged) {
   for (int c = 0; c < channels; ++c) {
     const float* src = out_.data() + static_cast<std::size_t>(c) * kFrame;
     const int slot = wav_order_[static_cast<std::size_t>(c)];
+    std::int16_t* dst = pcm_.data() + slot;
     for (int n = 0; n < kFrame; ++n) {
-      const long v = std::lrint(src[n]);
-      pcm_[static_cast<std::size_t>(n * channels + slot)] =
-          static_cast<std::int16_t>(v > 32767 ? 32767 : (v < -32768 ? -32768 : v));
+      // Round half away from zero after clipping: a plain truncating
+      // conversion, much cheaper than the library's rounding call.
+      const float x = std::min(32767.0f, std::max(-32768.0f, src[n]));
+      dst[n * channels] = static_cast<std::int16_t>(x + (x >= 0.0f ? 0.5f : -0.5f));
     }
   }
   stats_->samples += kFrame;
