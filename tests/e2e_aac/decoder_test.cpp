@@ -65,18 +65,31 @@ class BitWriter {
   int bit_ = 0;
 };
 
-// A silent mono raw data block: an SCE with max_sfb 0, optionally a fill
-// element with extension payload `ext`, then END.
-void SilentBlock(BitWriter& w, int ext) {
-  w.Put(0, 3);    // SCE
-  w.Put(0, 4);    // tag
+// A silent individual channel stream: long window, max_sfb 0 (no sections,
+// scale factors or spectrum), no pulse, TNS or gain control.
+void SilentIcs(BitWriter& w) {
   w.Put(100, 8);  // global gain
   w.Put(0, 1);    // reserved
   w.Put(0, 2);    // only long
   w.Put(0, 1);    // sine
-  w.Put(0, 6);    // max_sfb 0: no sections, scale factors or spectrum
+  w.Put(0, 6);    // max_sfb
   w.Put(0, 1);    // no predictor data
-  w.Put(0, 3);    // no pulse, TNS or gain control
+  w.Put(0, 3);
+}
+
+// id 0 SCE, 1 CPE (without a common window), 3 LFE.
+void SilentElement(BitWriter& w, int id, int tag) {
+  w.Put(static_cast<std::uint32_t>(id), 3);
+  w.Put(static_cast<std::uint32_t>(tag), 4);
+  if (id == 1) w.Put(0, 1);
+  SilentIcs(w);
+  if (id == 1) SilentIcs(w);
+}
+
+// A silent mono raw data block, optionally with a fill element carrying
+// extension payload `ext`.
+void SilentBlock(BitWriter& w, int ext) {
+  SilentElement(w, 0, 0);
   if (ext >= 0) {
     w.Put(6, 3);  // FIL
     w.Put(2, 4);  // two bytes
@@ -87,10 +100,7 @@ void SilentBlock(BitWriter& w, int ext) {
   w.Align();
 }
 
-std::vector<std::uint8_t> AdtsFrame(int profile, int blocks, int ext) {
-  BitWriter payload;
-  for (int b = 0; b < blocks; ++b) SilentBlock(payload, ext);
-  const auto& p = payload.bytes();
+std::vector<std::uint8_t> Adts(int profile, int config, int blocks, const std::vector<std::uint8_t>& p) {
   const int len = 7 + static_cast<int>(p.size());
   BitWriter h;
   h.Put(0xFFF, 12);
@@ -100,7 +110,7 @@ std::vector<std::uint8_t> AdtsFrame(int profile, int blocks, int ext) {
   h.Put(static_cast<std::uint32_t>(profile), 2);
   h.Put(4, 4);  // 44100 Hz
   h.Put(0, 1);
-  h.Put(1, 3);  // mono
+  h.Put(static_cast<std::uint32_t>(config), 3);
   h.Put(0, 4);
   h.Put(static_cast<std::uint32_t>(len), 13);
   h.Put(0x7FF, 11);
@@ -108,6 +118,57 @@ std::vector<std::uint8_t> AdtsFrame(int profile, int blocks, int ext) {
   auto out = h.bytes();
   out.insert(out.end(), p.begin(), p.end());
   return out;
+}
+
+std::vector<std::uint8_t> AdtsFrame(int profile, int blocks, int ext) {
+  BitWriter payload;
+  for (int b = 0; b < blocks; ++b) SilentBlock(payload, ext);
+  return Adts(profile, 1, blocks, payload.bytes());
+}
+
+TEST(AacDecoder, ChannelConfigurationsAndMasks) {
+  const struct {
+    int config;
+    std::vector<int> ids;
+    int channels;
+    std::uint32_t mask;
+  } rows[] = {
+      {1, {0}, 1, 0x4},           {2, {1}, 2, 0x3},
+      {3, {0, 1}, 3, 0x7},        {4, {0, 1, 0}, 4, 0x107},
+      {5, {0, 1, 1}, 5, 0x37},    {6, {0, 1, 1, 3}, 6, 0x3F},
+      {7, {0, 1, 1, 1, 3}, 8, 0xFF},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.config);
+    std::vector<std::uint8_t> s;
+    for (int f = 0; f < 2; ++f) {
+      BitWriter w;
+      int tag = 0;
+      for (int id : row.ids) SilentElement(w, id, tag++);
+      w.Put(7, 3);
+      w.Align();
+      const auto frame = Adts(1, row.config, 1, w.bytes());
+      s.insert(s.end(), frame.begin(), frame.end());
+    }
+    Outcome r = Decode(s);
+    ASSERT_EQ(r.result, aacdec::DecodeResult::kOk) << r.message;
+    EXPECT_EQ(r.sink.format.channels, row.channels);
+    EXPECT_EQ(r.sink.format.channel_mask, row.mask);
+    EXPECT_EQ(r.stats.damaged, 0);
+    EXPECT_EQ(r.sink.pcm.size(), 2u * 1024 * static_cast<std::size_t>(row.channels));
+  }
+  // A frame whose elements do not match its configuration is concealed.
+  BitWriter w;
+  SilentElement(w, 1, 0);
+  w.Put(7, 3);
+  w.Align();
+  auto s = AdtsFrame(1, 1, -1);
+  const auto bad = Adts(1, 1, 1, w.bytes());
+  s.insert(s.end(), bad.begin(), bad.end());
+  Outcome r = Decode(s);
+  ASSERT_EQ(r.result, aacdec::DecodeResult::kOk);
+  EXPECT_EQ(r.stats.frames, 2);
+  EXPECT_EQ(r.stats.damaged, 1);
 }
 
 TEST(AacDecoder, SilentFramesAndSeveralBlocksPerFrame) {

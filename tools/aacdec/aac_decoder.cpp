@@ -890,14 +890,18 @@ bool Decoder::EmitBlock(bool damaged) {
     }
   }
   // Channels without data this block (or all of them in a damaged block)
-  // play out their overlap and fall silent: the concealment.
+  // play out their overlap and fall silent: the concealment.  A block that
+  // leaves a channel of the layout without data counts as damaged.
+  bool missing = false;
   for (int c = 0; c < channels; ++c) {
     if (written[static_cast<std::size_t>(c)]) continue;
+    missing = true;
     ChannelState& st = states_[static_cast<std::size_t>(c)];
     float* out = out_.data() + static_cast<std::size_t>(c) * kFrame;
     for (int n = 0; n < kFrame; ++n) out[n] = st.overlap[static_cast<std::size_t>(n)];
     st.overlap.fill(0.0f);
   }
+  if (missing && !damaged) ++stats_->damaged;
   if (damaged)
     for (ChannelState& st : cce_states_) st.overlap.fill(0.0f);
 
