@@ -94,13 +94,13 @@ int DequantBand(std::int32_t* x, int n, int sf) {
   const int shift_q25 = Clamp31(22 - e);
   for (int i = 0; i < n; ++i) {
     const std::int32_t v = x[i];
-    if (v == 0) continue;
-    const std::uint32_t m = v < 0 ? 0u - static_cast<std::uint32_t>(v) : static_cast<std::uint32_t>(v);
+    const std::uint32_t sign = static_cast<std::uint32_t>(v >> 31);  // 0 or all ones
+    const std::uint32_t m = (static_cast<std::uint32_t>(v) ^ sign) - sign;
     std::uint32_t r;
-    if (m < 4) {
-      r = static_cast<std::uint32_t>(row[m] >> shift_q28);
-    } else if (m < 16) {
-      r = static_cast<std::uint32_t>(row[m] >> shift_q25);
+    if (m < 16) {
+      // Branch-free for the common case; entry 0 of the row is 0, so zero
+      // lines come out as 0.
+      r = static_cast<std::uint32_t>(row[m] >> (m < 4 ? shift_q28 : shift_q25));
     } else if (m <= 128) {
       r = MediumMagnitude(static_cast<std::int32_t>(m), e, k);
     } else if (m <= 8191) {
@@ -108,7 +108,7 @@ int DequantBand(std::int32_t* x, int n, int sf) {
     } else {
       return i;
     }
-    x[i] = static_cast<std::int32_t>(v < 0 ? 0u - r : r);
+    x[i] = static_cast<std::int32_t>((r ^ sign) - sign);
   }
   return n;
 }
