@@ -224,9 +224,7 @@ TEST(AacDecoder, NoStreamInGarbage) {
 
 // The same raw data blocks carried by ADIF (header, one program configuration
 // element, blocks back to back) decode to the same samples as by ADTS.
-TEST(AacDecoder, AdifMatchesAdts) {
-  const auto adts = ReadBytes("aac_ref/aac_lc_44k1_st_128_mix_msall_is_tns.aac");
-  ASSERT_FALSE(adts.empty());
+std::vector<std::uint8_t> AdifHeader(int object_type) {
   BitWriter w;
   for (char c : std::string("ADIF")) w.Put(static_cast<std::uint8_t>(c), 8);
   w.Put(0, 1);        // no copyright id
@@ -235,7 +233,7 @@ TEST(AacDecoder, AdifMatchesAdts) {
   w.Put(128000, 23);  // bit rate
   w.Put(0, 4);        // one program configuration element
   w.Put(0, 4);        // tag
-  w.Put(1, 2);        // LC
+  w.Put(static_cast<std::uint32_t>(object_type), 2);  // 1: LC
   w.Put(4, 4);        // 44100 Hz
   w.Put(1, 4);        // one front element
   w.Put(0, 4 + 4 + 2 + 3 + 4);
@@ -245,7 +243,13 @@ TEST(AacDecoder, AdifMatchesAdts) {
   w.Align();
   w.Put(0, 8);        // no comment
   w.Align();
-  auto adif = w.bytes();
+  return w.bytes();
+}
+
+TEST(AacDecoder, AdifMatchesAdts) {
+  const auto adts = ReadBytes("aac_ref/aac_lc_44k1_st_128_mix_msall_is_tns.aac");
+  ASSERT_FALSE(adts.empty());
+  auto adif = AdifHeader(1);
   std::size_t pos = 0;
   int frames = 0;
   while (pos + 7 <= adts.size()) {
@@ -263,6 +267,12 @@ TEST(AacDecoder, AdifMatchesAdts) {
   EXPECT_EQ(b.stats.frames, frames);
   EXPECT_EQ(b.stats.damaged, 0);
   EXPECT_EQ(a.sink.pcm, b.sink.pcm);
+  // The same with a main-profile program configuration: refused.
+  auto main_profile = AdifHeader(0);
+  main_profile.insert(main_profile.end(), adif.begin() + static_cast<long>(AdifHeader(1).size()), adif.end());
+  Outcome m = Decode(main_profile);
+  EXPECT_EQ(m.result, aacdec::DecodeResult::kRefused);
+  EXPECT_NE(m.message.find("Main"), std::string::npos) << m.message;
 }
 
 // Damaged streams: flipped bits, cut frames and byte runs never crash (the

@@ -574,8 +574,7 @@ Status Decoder::DecodeRawBlock(Cursor& c, const Akl8u* end) {
         if (!output_started_ && pce.numFrontElt + pce.numSideElt + pce.numBackElt + pce.numLfeElt > 0) {
           LayoutFromPce(pce, &layout_);
           have_layout_ = true;
-          std::string msg;
-          if (!CheckObjectType(pce.objectType + 1, &msg)) return kStsNotSupportedModeErr;
+          if (!CheckObjectType(pce.objectType + 1, message_)) return kStsNotSupportedModeErr;
         }
         break;
       }
