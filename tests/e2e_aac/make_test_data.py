@@ -15,8 +15,10 @@ root = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "data")
 # stream name -> (frames to keep (0 = all), channels)
 CONFORMANCE = {
     "al04_44": (0, 1), "al05_44": (120, 2), "al06_44": (100, 3), "al07_96": (60, 6),
-    "al15_44": (60, 6), "al17_44": (120, 2), "al18_44": (200, 1),
+    "al15_44": (60, 6), "al17_44": (120, 2), "al18_44": (200, 1), "ct_faac-adts": (100, 2),
 }
+# Streams the decoder must refuse: a few frames are enough.
+REFUSED = {"am05_44": 3, "ap05_48": 3}
 TESTVECTORS = [
     "aac_lc_22k05_mono_32_speech.aac", "aac_lc_32k_st_96_clicks_tns.aac",
     "aac_lc_44k1_st_128_mix_msall_is_tns.aac", "aac_lc_48k_st_64_mix_is_pns.aac",
@@ -34,13 +36,20 @@ def adts_prefix(data, frames):
 out = os.path.join(root, "conformance", "aac")
 os.makedirs(out, exist_ok=True)
 for name, (frames, ch) in CONFORMANCE.items():
-    stream = open(os.path.join(shared, "conformance", "aac", name + ".adts"), "rb").read()
+    ext = ".aac" if name.startswith("ct_") else ".adts"
+    stream = open(os.path.join(shared, "conformance", "aac", name + ext), "rb").read()
     ref = open(os.path.join(shared, "conformance", "aac", "ffmpeg_proxy", name + ".s16"), "rb").read()
     if frames:
         stream = adts_prefix(stream, frames)
-        ref = ref[:frames * 1024 * ch * 2]
+        # FFmpeg's decode of the raw ADTS file lacks the first frame's output.
+        ref_frames = frames - 1 if name.startswith("ct_") else frames
+        ref = ref[:ref_frames * 1024 * ch * 2]
     open(os.path.join(out, name + ".adts"), "wb").write(stream)
     open(os.path.join(out, name + ".s16"), "wb").write(ref)
+
+for name, frames in REFUSED.items():
+    stream = open(os.path.join(shared, "conformance", "aac", name + ".adts"), "rb").read()
+    open(os.path.join(out, name + ".adts"), "wb").write(adts_prefix(stream, frames))
 
 out = os.path.join(root, "aac_ref")
 os.makedirs(out, exist_ok=True)
