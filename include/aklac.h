@@ -312,12 +312,13 @@ typedef struct {
  * and, with a common window, the ICS information and the M/S mask.
  *   ppBitStream, pBitOffset  in/out: cursor (offset 0..7).
  *   pIcsInfo       out: shared ICS information (written only with a common window).
- *   pChanPairElt   out: commonWindow, msMaskPresent, msUsed (rows below numWindowGroups,
- *                  bands below maxSfb, only when msMaskPresent is 1).
+ *   pChanPairElt   out: commonWindow, msMaskPresent (0 without a common window), msUsed
+ *                  (rows below numWindowGroups, bands below maxSfb, only when msMaskPresent
+ *                  is 1).
  *   predSfbMax     in: limit of predictor bands, 0..41 (0 for low complexity).
  * Statuses, in check order: kStsNullPtr; kStsAacBitOffsetErr; kStsAacPredSfbErr
  * (predSfbMax outside 0..41); kStsAacMaxSfbErr (long-window maxSfb above 51, read);
- * kStsOk. */
+ * kStsOk.  After a failure found in the data the cursor stands after the bits read. */
 AKLAC_API Status aklsDecodeChanPairElt_AAC(Akl8u** ppBitStream, Akl32s* pBitOffset, AklAACIcsInfo* pIcsInfo,
                                            AklAACChanPairElt* pChanPairElt, Akl32s predSfbMax);
 

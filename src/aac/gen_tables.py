@@ -8,7 +8,7 @@ aac_swb_offsets.txt (the plain-text standard tables).
 import os
 import sys
 
-SPECTRAL_LUT_BITS = 8
+SPECTRAL_LUT_BITS = 9
 SF_LUT_BITS = 8
 
 

@@ -7,7 +7,9 @@
 //
 // FastReader serves the syntax elements and the noiseless decoders.  It keeps
 // a 64-bit accumulator, left-aligned, and refills it one aligned big-endian
-// 32-bit word at a time whenever fewer than 32 bits are left.  A word is only
+// 32-bit word at a time whenever fewer than 32 bits are left (rather than 8,
+// 16 or 24 bits from the byte pointer: whole aligned words need no byte
+// assembly, and the cursor is folded back exactly on exit all the same).  A word is only
 // loaded when its first bit lies within 32 bits of the read position, so every
 // word touched is either the aligned word holding a bit that is used or the
 // aligned word after the last bit used, as the bitstream contract allows.
@@ -51,20 +53,23 @@ class FastReader {
   FastReader(const Akl8u* byte_ptr, int bit_offset) {
     const auto mis = reinterpret_cast<std::uintptr_t>(byte_ptr) & 3u;
     base_ = byte_ptr - mis;
-    next_ = base_;
-    acc_ = 0;
-    avail_ = 0;
-    Refill();
+    acc_ = static_cast<std::uint64_t>(LoadBE32(base_)) << 32;
+    next_ = base_ + 4;
+    avail_ = 32;
     Skip(static_cast<int>(mis * 8u) + bit_offset);
   }
 
-  // Ensures at least 32 bits are in hand.
+  // Ensures at least 32 bits are in hand.  Branch-free, because whether a
+  // refill is due is close to random in Huffman decoding: when none is due it
+  // reloads the last word already fetched (a legal address) and adds nothing.
   void Refill() {
-    if (avail_ < 32) {
-      acc_ |= static_cast<std::uint64_t>(LoadBE32(next_)) << (32 - avail_);
-      next_ += 4;
-      avail_ += 32;
-    }
+    const bool need = avail_ < 32;
+    const Akl8u* src = need ? next_ : next_ - 4;
+    const std::uint64_t w = LoadBE32(src) & (need ? ~std::uint64_t{0} : 0);
+    const int shift = need ? 32 - avail_ : 0;
+    acc_ |= w << shift;
+    next_ += need ? 4 : 0;
+    avail_ += need ? 32 : 0;
   }
   // The next n bits (1..32), without refilling: the caller has made sure they are in hand.
   std::uint32_t PeekInHand(int n) const { return static_cast<std::uint32_t>(acc_ >> (64 - n)); }

@@ -51,6 +51,10 @@ extern const HuffCode kSpectralCodes[];
 // level's width n, bits 10-31 the second level's first entry; the second level
 // is indexed by the n bits following the first level's bits.
 // Scale-factor leaves hold the index 0..120 in bits 8-15 instead.
+// Longest code word plus its sign bits per spectral book (a test checks them
+// against the books); books of at most 16 decode two code words per refill.
+inline constexpr std::uint8_t kMaxSpectralCodeBits[12] = {0, 11, 9, 20, 16, 13, 11, 14, 12, 17, 14, 14};
+
 inline constexpr int kSfLutBits = 8;
 extern const std::uint32_t kSfLut[];
 extern const std::uint32_t kSpectralLut[];

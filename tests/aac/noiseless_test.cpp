@@ -8,6 +8,7 @@
 #include <random>
 #include <vector>
 
+#include "contract_buffer.hpp"
 #include "ics_writer.hpp"
 #include "support/test_util.hpp"
 
@@ -52,8 +53,11 @@ Stream Encode(const IcsPlan& p, bool ics_info, std::size_t start_byte = 4, int s
 
 enum class Decoder { kLc, kGeneral };
 
+// Decodes from a copy holding exactly the bytes the reading contract lets the
+// decoder touch for this stream.
 Status Decode(Decoder d, Stream& s, Outputs& o, const IcsPlan& p, int common_window, std::size_t* end_bits) {
-  Akl8u* ptr = s.bytes.data() + s.start_byte;
+  aactest::ContractBuffer mem(s.bytes.data(), s.start_byte * 8u + static_cast<std::size_t>(s.start_bit), s.end_bits);
+  Akl8u* ptr = mem.At(s.start_byte);
   Akl32s off = s.start_bit;
   o.info.samplingFrequencyIndex = p.sf_index;
   Status st;
@@ -63,7 +67,7 @@ Status Decode(Decoder d, Stream& s, Outputs& o, const IcsPlan& p, int common_win
   } else {
     st = aklsNoiselessDecode_AAC(&ptr, &off, &o.ltp, o.sf, o.spec, o.cb, o.tns, &o.info, 0, 0, common_window, 0, 2);
   }
-  *end_bits = static_cast<std::size_t>(ptr - s.bytes.data()) * 8u + static_cast<std::size_t>(off);
+  *end_bits = mem.BitPosition(ptr, off);
   return st;
 }
 

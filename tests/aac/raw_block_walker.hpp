@@ -54,12 +54,21 @@ struct WalkStats {
   long ltp = 0;
 };
 
+// Where one individual channel stream starts, for replaying it alone.
+struct ChannelStart {
+  const Akl8u* ptr;
+  Akl32s offset;
+  Akl32s common_window;
+  AklAACIcsInfo ics;  // the shared ICS information when common_window is 1
+};
+
 struct WalkConfig {
   int sampling_frequency_index = 4;
   int audio_object_type = 2;  // 1 main, 2 LC, 4 LTP
   int pred_sfb_max = 0;       // for main profile
   bool general = false;       // LC streams through aklsNoiselessDecode_AAC (noise bands)
   ScaleFactorBook sf_book{};
+  std::vector<ChannelStart>* starts = nullptr;  // if set, every channel stream's start is appended
 };
 
 struct WalkError {
@@ -139,6 +148,7 @@ class RawBlockWalker {
   Status Channel(Akl8u** pp, Akl32s* off, ChannelBuffers& ch, int common_window, const AklAACIcsInfo* shared,
                  WalkStats& stats) {
     if (shared) ch.ics = *shared;
+    if (cfg_.starts) cfg_.starts->push_back({*pp, *off, common_window, ch.ics});
     ch.info.samplingFrequencyIndex = cfg_.sampling_frequency_index;
     ch.info.pIcsInfo = &ch.ics;
     Status st;

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "aac/tables.hpp"
+#include "contract_buffer.hpp"
 #include "raw_block_walker.hpp"
 #include "support/test_util.hpp"
 
@@ -76,6 +77,16 @@ WalkResult WalkStream(const std::string& file, bool general) {
     cfg.sf_book = SfBook();
     cfg.general = general;
     aactest::RawBlockWalker walker(cfg);
+    // The block is walked in a copy holding exactly the bytes the reading
+    // contract allows, the frame starting 0..3 bytes into an aligned word.
+    const std::size_t lead = static_cast<std::size_t>(r.frames % 4);
+    std::vector<Akl8u> staged(lead + static_cast<std::size_t>(h.aacFrameLength) + 8, 0);
+    std::memcpy(staged.data() + lead, frame, static_cast<std::size_t>(h.aacFrameLength));
+    const std::size_t header_bytes = static_cast<std::size_t>(p - frame);
+    aactest::ContractBuffer mem(staged.data(), (lead + header_bytes) * 8u,
+                                (lead + static_cast<std::size_t>(h.aacFrameLength)) * 8u);
+    p = mem.At(lead + header_bytes);
+    frame = mem.At(lead);
     Akl32s off = 0;
     Status st = kStsOk;
     for (int b = 0; b < h.numRawDataBlocks && st == kStsOk; ++b) {

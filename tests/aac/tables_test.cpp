@@ -43,6 +43,13 @@ TEST(AacTables, SpectralBooksAreCompletePrefixCodes) {
     for (int k = 0; k < book.dim; ++k) entries *= radix;
     EXPECT_EQ(entries, expected_counts[b]);
     CheckCompletePrefixCode(akl::aac::kSpectralCodes + book.code_offset, static_cast<int>(book.num_codes));
+    // The decoder's refill budget: longest code word plus its sign bits.
+    int longest = 0;
+    for (unsigned i = 0; i < book.num_codes; ++i) {
+      const int len = akl::aac::kSpectralCodes[book.code_offset + i].len + (book.is_unsigned ? book.dim : 0);
+      longest = len > longest ? len : longest;
+    }
+    EXPECT_LE(longest, akl::aac::kMaxSpectralCodeBits[b]);
   }
 }
 
