@@ -636,7 +636,9 @@ typedef struct FIRBlockState_32f FIRBlockState_32f; /* block FIR history (tag 58
  * coefficients y[k] = 2 * sum_n x[n] cos(2pi/N (n + 1/2 + N/4)(k + 1/2));
  * the inverse reads N/2 coefficients and writes N time-aliased samples
  * y[n] = 2/N * sum_k X[k] cos(2pi/N (n + 1/2 + N/4)(k + 1/2)).  No window,
- * no overlap.  Float lengths: 12, 36 and every power of two >= 32. */
+ * no overlap.  Float lengths: 12, 36 and every power of two from 32 to 2^28
+ * (larger powers of two are refused with kStsSizeErr: their sizes would
+ * not fit an int). */
 
 /* Sizes for a forward float MDCT context (same rule as the inverse).
  *   len              in: 12, 36 or a power of two >= 32
@@ -753,8 +755,9 @@ AKLAC_API Status aklsFIRBlockInitAlloc_32f(FIRBlockState_32f** ppState, int orde
  *   pDst    out: len floats
  *   pState  in/out: the filter state
  *   pTaps   in: order weights, pTaps[0] for the newest block
- * Statuses: kStsNullPtr, kStsContextMismatch, kStsFIRLenErr (inconsistent
- * state), then kStsMisalignedWarn (+2) if pSrc, pDst or pTaps is not 16-byte
+ * Statuses: kStsNullPtr, kStsContextMismatch, kStsFIRLenErr (stored length or
+ * order not positive, position out of range, or a length of 32765..32767
+ * whose stride does not fit), then kStsMisalignedWarn (+2) if pSrc, pDst or pTaps is not 16-byte
  * aligned (the output is complete), else kStsOk. */
 AKLAC_API Status aklsFIRBlockOne_32f(const Akl32f* pSrc, Akl32f* pDst, FIRBlockState_32f* pState, const Akl32f* pTaps);
 

@@ -68,10 +68,11 @@ constexpr void CosSin(const float* qs, int period, int k, float* c, float* s) {
   }
 }
 
-// The radix-4 stages of an order: the first combines blocks of L = 2 (odd
-// orders, after the radix-2 pass) or L = 4 (even orders, after the radix-4
-// pass of L = 1), each further stage multiplies L by 4, the last has L = M/4.
-constexpr int FirstStageL(int order) { return (order & 1) ? 2 : 4; }
+// The radix-4 stages of an order.  The first pass combines blocks of 4, for
+// odd orders a radix-2 pass joins them into blocks of 8 (both with constant
+// factors); each later stage combines four blocks of L into one of 4L, from
+// L = 4 (even) or L = 8 (odd) up to L = M/4.
+constexpr int FirstStageL(int order) { return (order & 1) ? 8 : 4; }
 
 // Floats of stage twiddles for an order: 6 per j of every stage.
 constexpr int StageTwiddleFloats(int order) {
@@ -80,24 +81,24 @@ constexpr int StageTwiddleFloats(int order) {
   return n;
 }
 
-// Stage of size 4L, for j = 0, 2, 4, .. L-2: twelve floats, the complex pairs
-// (W^2j, W^2(j+1)), (W^j, W^(j+1)), (W^3j, W^3(j+1)) with W = e^(-2 pi i/4L):
-// the factors of the blocks at j+L, j+2L and j+3L (binary bit reversal puts
-// the residue-2 subsequence before the residue-1 one).
+// Stage of size 4L, for j = 0, 4, 8, .. L-4: 24 floats, the real parts of
+// four factors then their imaginary parts, for W^2j, W^j and W^3j in turn
+// (W = e^(-2 pi i/4L)): the factors of the blocks at j+L, j+2L and j+3L, as
+// binary bit reversal puts the residue-2 subsequence before the residue-1 one.
 constexpr void FillStages(float* out, int order, const float* qs, int period) {
   for (int l = FirstStageL(order); 4 * l <= (1 << order); l *= 4) {
     const int step = period / (4 * l);
-    for (int j = 0; j < l; j += 2) {
+    for (int j = 0; j < l; j += 4) {
       const int mult[3] = {2, 1, 3};
       for (int t = 0; t < 3; ++t) {
-        for (int h = 0; h < 2; ++h) {
+        for (int h = 0; h < 4; ++h) {
           float c = 0, s = 0;
           CosSin(qs, period, mult[t] * (j + h) * step, &c, &s);
-          out[4 * t + 2 * h] = c;
-          out[4 * t + 2 * h + 1] = -s;
+          out[8 * t + h] = c;
+          out[8 * t + 4 + h] = -s;
         }
       }
-      out += 12;
+      out += 24;
     }
   }
 }
@@ -116,104 +117,118 @@ alignas(64) constexpr auto kStagesEven = MakeStageTable<1>();
 
 const float* ConstantStages(int order) { return (order & 1) ? kStagesOdd.data() : kStagesEven.data(); }
 
+// Bit reversal of 10-bit indices; shorter orders shift the result down.
+constexpr std::array<std::uint16_t, 1u << kTableMaxOrder> MakeRev10() {
+  std::array<std::uint16_t, 1u << kTableMaxOrder> t{};
+  for (std::uint32_t i = 0; i < t.size(); ++i) t[i] = static_cast<std::uint16_t>(ReverseBits(i, kTableMaxOrder));
+  return t;
+}
+alignas(64) constexpr auto kRev10 = MakeRev10();
+
 // ---------------------------------------------------------------------------
-// Float passes.  Complex values are interleaved (re, im); one SSE2 register
-// holds two.  Data pointers may be 8-byte aligned only, so data moves with
-// unaligned loads; the tables are 64-byte aligned.
+// Float passes over split data (real parts in one array, imaginary parts in
+// another), four complex values per SSE2 register pair.  The arrays are
+// 16-byte aligned and hold M >= 16 values.
 
-inline __m128 SignMask(bool l0, bool l1, bool l2, bool l3) {
-  return _mm_castsi128_ps(_mm_setr_epi32(l0 ? INT32_MIN : 0, l1 ? INT32_MIN : 0, l2 ? INT32_MIN : 0, l3 ? INT32_MIN : 0));
-}
+constexpr float kSqrtHalf = 0.70710678118654752f;
 
-// a * w for two complex values each.
-inline __m128 CMul(__m128 a, __m128 w, __m128 neg_even) {
-  const __m128 wr = _mm_shuffle_ps(w, w, _MM_SHUFFLE(2, 2, 0, 0));
-  const __m128 wi = _mm_shuffle_ps(w, w, _MM_SHUFFLE(3, 3, 1, 1));
-  const __m128 as = _mm_shuffle_ps(a, a, _MM_SHUFFLE(2, 3, 0, 1));
-  return _mm_add_ps(_mm_mul_ps(a, wr), _mm_xor_ps(_mm_mul_ps(as, wi), neg_even));
-}
-
-// -i * t for two complex values: (re, im) -> (im, -re).
-inline __m128 MulNegI(__m128 t, __m128 neg_odd) {
-  return _mm_xor_ps(_mm_shuffle_ps(t, t, _MM_SHUFFLE(2, 3, 0, 1)), neg_odd);
-}
-
-// Radix-2 pass over pairs (odd orders).
-void Radix2Pass(float* d, int m) {
-  const __m128 neg_hi = SignMask(false, false, true, true);
-  for (int i = 0; i < 2 * m; i += 4) {
-    const __m128 v = _mm_loadu_ps(d + i);
-    const __m128 lo = _mm_movelh_ps(v, v);
-    const __m128 hi = _mm_xor_ps(_mm_movehl_ps(v, v), neg_hi);
-    _mm_storeu_ps(d + i, _mm_add_ps(lo, hi));
+void FirstPass4(float* re, float* im, int m) {
+  for (int i = 0; i < m; i += 16) {
+    __m128 r0 = _mm_load_ps(re + i), r1 = _mm_load_ps(re + i + 4), r2 = _mm_load_ps(re + i + 8),
+           r3 = _mm_load_ps(re + i + 12);
+    __m128 i0 = _mm_load_ps(im + i), i1 = _mm_load_ps(im + i + 4), i2 = _mm_load_ps(im + i + 8),
+           i3 = _mm_load_ps(im + i + 12);
+    _MM_TRANSPOSE4_PS(r0, r1, r2, r3);
+    _MM_TRANSPOSE4_PS(i0, i1, i2, i3);
+    Butterfly4(r0, i0, r1, i1, r2, i2, r3, i3);
+    _MM_TRANSPOSE4_PS(r0, r1, r2, r3);
+    _MM_TRANSPOSE4_PS(i0, i1, i2, i3);
+    _mm_store_ps(re + i, r0);
+    _mm_store_ps(re + i + 4, r1);
+    _mm_store_ps(re + i + 8, r2);
+    _mm_store_ps(re + i + 12, r3);
+    _mm_store_ps(im + i, i0);
+    _mm_store_ps(im + i + 4, i1);
+    _mm_store_ps(im + i + 8, i2);
+    _mm_store_ps(im + i + 12, i3);
   }
 }
 
-// Radix-4 pass over blocks of four (even orders), no twiddles.
-void Radix4FirstPass(float* d, int m) {
-  const __m128 neg3 = SignMask(false, false, false, true);
-  for (int i = 0; i < 2 * m; i += 8) {
-    const __m128 v01 = _mm_loadu_ps(d + i);
-    const __m128 v23 = _mm_loadu_ps(d + i + 4);
-    const __m128 u = _mm_movelh_ps(v01, v23);  // x0 x2
-    const __m128 w = _mm_movehl_ps(v23, v01);  // x1 x3
-    const __m128 p = _mm_add_ps(u, w);         // t0 t2
-    const __m128 q = _mm_sub_ps(u, w);         // t1 t3
-    const __m128 lo = _mm_movelh_ps(p, q);     // t0 t1
-    __m128 hi = _mm_movehl_ps(q, p);           // t2 t3
-    hi = _mm_xor_ps(_mm_shuffle_ps(hi, hi, _MM_SHUFFLE(2, 3, 1, 0)), neg3);  // t2, -i t3
-    _mm_storeu_ps(d + i, _mm_add_ps(lo, hi));
-    _mm_storeu_ps(d + i + 4, _mm_sub_ps(lo, hi));
+// Radix-2 stage joining blocks of 4 into blocks of 8 (odd orders, after the
+// first pass): X[j] = S0[j] + W8^j S1[j], X[j+4] = S0[j] - W8^j S1[j].
+void Radix2Stage4(float* re, float* im, int m) {
+  const __m128 wr = _mm_setr_ps(1.0f, kSqrtHalf, 0.0f, -kSqrtHalf);
+  const __m128 wi = _mm_setr_ps(0.0f, -kSqrtHalf, -1.0f, -kSqrtHalf);
+  for (int i = 0; i < m; i += 8) {
+    const __m128 ar = _mm_load_ps(re + i), ai = _mm_load_ps(im + i);
+    const __m128 xr = _mm_load_ps(re + i + 4), xi = _mm_load_ps(im + i + 4);
+    const __m128 br = _mm_sub_ps(_mm_mul_ps(xr, wr), _mm_mul_ps(xi, wi));
+    const __m128 bi = _mm_add_ps(_mm_mul_ps(xr, wi), _mm_mul_ps(xi, wr));
+    _mm_store_ps(re + i, _mm_add_ps(ar, br));
+    _mm_store_ps(im + i, _mm_add_ps(ai, bi));
+    _mm_store_ps(re + i + 4, _mm_sub_ps(ar, br));
+    _mm_store_ps(im + i + 4, _mm_sub_ps(ai, bi));
   }
 }
 
-// One radix-4 stage of size 4L (L >= 2).
-void Radix4Stage(float* d, int m, int l, const float* tw) {
-  const __m128 neg_even = SignMask(true, false, true, false);
-  const __m128 neg_odd = SignMask(false, true, false, true);
+// One radix-4 stage of size 4L (L >= 4), four values of j at a time.
+void Radix4Stage(float* re, float* im, int m, int l, const float* tw) {
   for (int base = 0; base < m; base += 4 * l) {
-    float* p0 = d + 2 * base;
-    float* p1 = p0 + 2 * l;
-    float* p2 = p1 + 2 * l;
-    float* p3 = p2 + 2 * l;
+    float* r0 = re + base;
+    float* i0 = im + base;
     const float* w = tw;
-    for (int j = 0; j < 2 * l; j += 4, w += 12) {
-      const __m128 a = _mm_loadu_ps(p0 + j);
-      const __m128 c = CMul(_mm_loadu_ps(p1 + j), _mm_load_ps(w), neg_even);
-      const __m128 b = CMul(_mm_loadu_ps(p2 + j), _mm_load_ps(w + 4), neg_even);
-      const __m128 e = CMul(_mm_loadu_ps(p3 + j), _mm_load_ps(w + 8), neg_even);
-      const __m128 t0 = _mm_add_ps(a, c);
-      const __m128 t1 = _mm_sub_ps(a, c);
-      const __m128 t2 = _mm_add_ps(b, e);
-      const __m128 t3 = MulNegI(_mm_sub_ps(b, e), neg_odd);
-      _mm_storeu_ps(p0 + j, _mm_add_ps(t0, t2));
-      _mm_storeu_ps(p2 + j, _mm_sub_ps(t0, t2));
-      _mm_storeu_ps(p1 + j, _mm_add_ps(t1, t3));
-      _mm_storeu_ps(p3 + j, _mm_sub_ps(t1, t3));
+    for (int j = 0; j < l; j += 4, w += 24) {
+      const __m128 ar = _mm_load_ps(r0 + j), ai = _mm_load_ps(i0 + j);
+      __m128 xr = _mm_load_ps(r0 + j + l), xi = _mm_load_ps(i0 + j + l);
+      __m128 wr = _mm_load_ps(w), wi = _mm_load_ps(w + 4);
+      const __m128 cr = _mm_sub_ps(_mm_mul_ps(xr, wr), _mm_mul_ps(xi, wi));
+      const __m128 ci = _mm_add_ps(_mm_mul_ps(xr, wi), _mm_mul_ps(xi, wr));
+      xr = _mm_load_ps(r0 + j + 2 * l);
+      xi = _mm_load_ps(i0 + j + 2 * l);
+      wr = _mm_load_ps(w + 8);
+      wi = _mm_load_ps(w + 12);
+      const __m128 br = _mm_sub_ps(_mm_mul_ps(xr, wr), _mm_mul_ps(xi, wi));
+      const __m128 bi = _mm_add_ps(_mm_mul_ps(xr, wi), _mm_mul_ps(xi, wr));
+      xr = _mm_load_ps(r0 + j + 3 * l);
+      xi = _mm_load_ps(i0 + j + 3 * l);
+      wr = _mm_load_ps(w + 16);
+      wi = _mm_load_ps(w + 20);
+      const __m128 dr = _mm_sub_ps(_mm_mul_ps(xr, wr), _mm_mul_ps(xi, wi));
+      const __m128 di = _mm_add_ps(_mm_mul_ps(xr, wi), _mm_mul_ps(xi, wr));
+      const __m128 t0r = _mm_add_ps(ar, cr), t0i = _mm_add_ps(ai, ci);
+      const __m128 t1r = _mm_sub_ps(ar, cr), t1i = _mm_sub_ps(ai, ci);
+      const __m128 t2r = _mm_add_ps(br, dr), t2i = _mm_add_ps(bi, di);
+      const __m128 t3r = _mm_sub_ps(br, dr), t3i = _mm_sub_ps(bi, di);
+      _mm_store_ps(r0 + j, _mm_add_ps(t0r, t2r));
+      _mm_store_ps(i0 + j, _mm_add_ps(t0i, t2i));
+      _mm_store_ps(r0 + j + 2 * l, _mm_sub_ps(t0r, t2r));
+      _mm_store_ps(i0 + j + 2 * l, _mm_sub_ps(t0i, t2i));
+      _mm_store_ps(r0 + j + l, _mm_add_ps(t1r, t3i));
+      _mm_store_ps(i0 + j + l, _mm_sub_ps(t1i, t3r));
+      _mm_store_ps(r0 + j + 3 * l, _mm_sub_ps(t1r, t3i));
+      _mm_store_ps(i0 + j + 3 * l, _mm_add_ps(t1i, t3r));
     }
   }
 }
 
-void BitReverseCopy(const Akl32fc* src, Akl32fc* dst, int order) {
+// Orders 1..3: plain radix 2 with the factors of the 8-point transform.
+void SmallSplit(float* re, float* im, int order) {
+  constexpr float kW8[4][2] = {{1.0f, 0.0f}, {kSqrtHalf, -kSqrtHalf}, {0.0f, -1.0f}, {-kSqrtHalf, -kSqrtHalf}};
   const int m = 1 << order;
-  for (int i = 0; i < m; ++i) dst[ReverseBits(static_cast<std::uint32_t>(i), order)] = src[i];
-}
-
-void BitReverseInPlace(Akl32fc* d, int order) {
-  const int m = 1 << order;
-  for (int i = 0; i < m; ++i) {
-    const int r = static_cast<int>(ReverseBits(static_cast<std::uint32_t>(i), order));
-    if (i < r) {
-      const Akl32fc t = d[i];
-      d[i] = d[r];
-      d[r] = t;
+  for (int h = 1; h < m; h *= 2) {
+    for (int base = 0; base < m; base += 2 * h) {
+      for (int j = 0; j < h; ++j) {
+        const float wr = kW8[j * 4 / h][0], wi = kW8[j * 4 / h][1];
+        const int a = base + j, b = a + h;
+        const float tr = re[b] * wr - im[b] * wi;
+        const float ti = re[b] * wi + im[b] * wr;
+        re[b] = re[a] - tr;
+        im[b] = im[a] - ti;
+        re[a] += tr;
+        im[a] += ti;
+      }
     }
   }
-}
-
-void Scale(Akl32fc* d, int m, float f) {
-  float* p = &d[0].re;
-  for (int i = 0; i < 2 * m; ++i) p[i] *= f;
 }
 
 // ---------------------------------------------------------------------------
@@ -251,6 +266,8 @@ int SpecSize32fc(int order) {
   if (order <= kTableMaxOrder) return RoundUp(8 * m + 8, 64) + RoundUp(m + 4, 64) + 256;
   return 8 * m + 256;  // planner: the stage twiddles take less than 8M bytes
 }
+// Large orders run through split scratch of M complex floats in the work buffer.
+int WorkSize32fc(int order) { return order <= kTableMaxOrder ? 0 : 8 * (1 << order); }
 int InitSize32fc(int order) {
   // Large orders compute a quarter-wave sine of their own period first.
   return order <= kTableMaxOrder ? 0 : RoundUp((1 << order) + 4, 64) + 64;
@@ -261,40 +278,96 @@ int InitSize32fc(int order) {
 // ---------------------------------------------------------------------------
 // Float kernel.
 
-void FftBitReversedInPlace(const FFTSpec_C_32fc& spec, Akl32fc* data) {
-  const int order = spec.order;
-  const int m = 1 << order;
-  float* d = &data[0].re;
-  if (order == 0) return;
-  if (order & 1) {
-    Radix2Pass(d, m);
-  } else {
-    Radix4FirstPass(d, m);
-  }
+std::uint32_t BitReverseIndex(std::uint32_t i, int order) {
+  return order <= kTableMaxOrder ? static_cast<std::uint32_t>(kRev10[i] >> (kTableMaxOrder - order))
+                                 : ReverseBits(i, order);
+}
+
+namespace {
+
+// The radix-4 stages after the first pass (and, for odd orders, the blocks of 8).
+void RadixStages(const FFTSpec_C_32fc& spec, float* re, float* im) {
+  const int m = 1 << spec.order;
   const float* tw = spec.twiddles;
-  for (int l = FirstStageL(order); 4 * l <= m; l *= 4) {
-    Radix4Stage(d, m, l, tw);
+  for (int l = FirstStageL(spec.order); 4 * l <= m; l *= 4) {
+    Radix4Stage(re, im, m, l, tw);
     tw += 6 * l;
   }
 }
 
-void FftForward(const FFTSpec_C_32fc& spec, const Akl32fc* src, Akl32fc* dst) {
-  if (src == dst) {
-    BitReverseInPlace(dst, spec.order);
-  } else {
-    BitReverseCopy(src, dst, spec.order);
+}  // namespace
+
+void FftSplitBitReversed(const FFTSpec_C_32fc& spec, float* re, float* im) {
+  const int order = spec.order;
+  const int m = 1 << order;
+  if (order <= 3) {
+    SmallSplit(re, im, order);
+    return;
   }
-  FftBitReversedInPlace(spec, dst);
-  if (spec.fwdDivide) Scale(dst, 1 << spec.order, spec.normFactor);
+  FirstPass4(re, im, m);
+  if (order & 1) Radix2Stage4(re, im, m);
+  RadixStages(spec, re, im);
+}
+
+void FftSplitAfterFirstPass(const FFTSpec_C_32fc& spec, float* re, float* im) {
+  if (spec.order & 1) Radix2Stage4(re, im, 1 << spec.order);
+  RadixStages(spec, re, im);
+}
+
+void FftForward(const FFTSpec_C_32fc& spec, const Akl32fc* src, Akl32fc* dst, Akl8u* work) {
+  const int order = spec.order;
+  const int m = 1 << order;
+  // Split scratch: on the stack up to order 10, else the work buffer.
+  alignas(64) float local[2 << kTableMaxOrder];
+  float* re = order <= kTableMaxOrder ? local : AlignUp(reinterpret_cast<float*>(work), 64);
+  float* im = re + (m < 4 ? 4 : m);
+  if (m >= 16) {
+    for (int i0 = 0; i0 < m / 4; i0 += 4) {
+      __m128 vr[4], vi[4];
+      for (int g = 0; g < 4; ++g) {
+        const float* p = &src[i0 + g * (m / 4)].re;
+        const __m128 a = _mm_loadu_ps(p), b = _mm_loadu_ps(p + 4);
+        vr[g] = _mm_shuffle_ps(a, b, _MM_SHUFFLE(2, 0, 2, 0));
+        vi[g] = _mm_shuffle_ps(a, b, _MM_SHUFFLE(3, 1, 3, 1));
+      }
+      StoreFirstPass4(re, im, BitReverseIndex(static_cast<std::uint32_t>(i0), order), m, vr, vi);
+    }
+    FftSplitAfterFirstPass(spec, re, im);
+  } else {
+    for (int i = 0; i < m; ++i) {
+      const std::uint32_t r = BitReverseIndex(static_cast<std::uint32_t>(i), order);
+      re[r] = src[i].re;
+      im[r] = src[i].im;
+    }
+    FftSplitBitReversed(spec, re, im);
+  }
+  const float f = spec.fwdDivide ? spec.normFactor : 1.0f;
+  if (m >= 4) {
+    const __m128 vf = _mm_set1_ps(f);
+    for (int i = 0; i < m; i += 4) {
+      const __m128 r = _mm_mul_ps(_mm_load_ps(re + i), vf), q = _mm_mul_ps(_mm_load_ps(im + i), vf);
+      _mm_storeu_ps(&dst[i].re, _mm_unpacklo_ps(r, q));
+      _mm_storeu_ps(&dst[i + 2].re, _mm_unpackhi_ps(r, q));
+    }
+  } else {
+    for (int i = 0; i < m; ++i) {
+      dst[i].re = re[i] * f;
+      dst[i].im = im[i] * f;
+    }
+  }
 }
 
 void FftRef(const Akl32fc* src, Akl32fc* dst, int order) {
   const int m = 1 << order;
-  Akl32fc* tmp = dst;
-  if (src == dst) {
-    BitReverseInPlace(tmp, order);
-  } else {
-    BitReverseCopy(src, tmp, order);
+  for (int i = 0; i < m; ++i) {
+    const int r = static_cast<int>(ReverseBits(static_cast<std::uint32_t>(i), order));
+    if (src != dst) {
+      dst[r] = src[i];
+    } else if (i < r) {
+      const Akl32fc t = dst[i];
+      dst[i] = dst[r];
+      dst[r] = t;
+    }
   }
   for (int h = 1; h < m; h *= 2) {
     for (int base = 0; base < m; base += 2 * h) {
@@ -302,8 +375,8 @@ void FftRef(const Akl32fc* src, Akl32fc* dst, int order) {
         const double a = kPi * j / h;
         const float wr = static_cast<float>(std::cos(a));
         const float wi = static_cast<float>(-std::sin(a));
-        Akl32fc& x = tmp[base + j];
-        Akl32fc& y = tmp[base + j + h];
+        Akl32fc& x = dst[base + j];
+        Akl32fc& y = dst[base + j + h];
         const float tr = y.re * wr - y.im * wi;
         const float ti = y.re * wi + y.im * wr;
         y.re = x.re - tr;
@@ -322,7 +395,7 @@ Status fftGetSize_C_32fc(int order, int flag, int hint, int* pSpecSize, int* pIn
   if (!ValidFlag(flag)) return kStsFftFlagErr;
   *pSpecSize = SpecSize32fc(order);
   *pInitBufSize = InitSize32fc(order);
-  *pWorkSize = 0;
+  *pWorkSize = WorkSize32fc(order) > 0 ? WorkSize32fc(order) + 64 : 0;
   return kStsOk;
 }
 
@@ -340,7 +413,7 @@ Status fftInit_C_32fc(FFTSpec_C_32fc** ppSpec, int order, int flag, int hint, Ak
   const int m = 1 << order;
   s->order = order;
   s->hint = hint;
-  s->workSize = 0;
+  s->workSize = WorkSize32fc(order);
   s->normFactor = 1.0f;
   if (flag == kFlagSqrtBoth) {
     s->fwdDivide = s->invDivide = 1;
@@ -364,6 +437,7 @@ Status fftInit_C_32fc(FFTSpec_C_32fc** ppSpec, int order, int flag, int hint, Ak
     FillStages(tables, order, qs, m);
     s->twiddles = tables;
   }
+  s->bitRev = order <= kTableMaxOrder ? kRev10.data() : nullptr;
   s->tag = kTagFft32fc;
   *ppSpec = s;
   return kStsOk;
@@ -408,12 +482,17 @@ Status fftGetBufSize_C_32fc(const FFTSpec_C_32fc* pSpec, int* pSize) {
 }
 
 Status fftFwd_CToC_32fc(const Akl32fc* pSrc, Akl32fc* pDst, const FFTSpec_C_32fc* pSpec, Akl8u* pBuffer) {
-  (void)pBuffer;  // every order runs in the destination
   if (!pSpec) return kStsNullPtr;
   const FFTSpec_C_32fc* s = TaggedContext<FFTSpec_C_32fc>(pSpec, kTransformContextAlign, kTagFft32fc);
   if (!s) return kStsContextMismatch;
   if (!pSrc || !pDst) return kStsNullPtr;
-  FftForward(*s, pSrc, pDst);
+  Akl8u* work = pBuffer;
+  if (!work && s->workSize > 0) {
+    work = static_cast<Akl8u*>(AllocBytes(s->workSize + 64));
+    if (!work) return kStsMemAllocErr;
+  }
+  FftForward(*s, pSrc, pDst, work);
+  if (work != pBuffer) Release(work);
   return kStsOk;
 }
 
@@ -443,7 +522,8 @@ Status fftGetSize_C_16sc(int order, int flag, int hint, int* pSpecSize, int* pIn
     int fs = 0, fi = 0, fw = 0;
     const Status st = fftGetSize_C_32fc(order, flag, hint, &fs, &fi, &fw);
     if (st != kStsOk) return st;
-    // The float data (M complex floats) and 64 bytes to align it.
+    // The float data (M complex floats, 64 bytes to align them) before the
+    // float kernel's own work.
     *pSpecSize = fs + 192;
     *pInitBufSize = fi;
     *pWorkSize = fw + 8 * m + 64;
@@ -481,6 +561,7 @@ Status fftInit_C_16sc(FFTSpec_C_16sc** ppSpec, int order, int flag, int hint, Ak
     Akl32s* tw = reinterpret_cast<Akl32s*>(after_header);
     FillQ30Twiddles(tw, order);
     s->twiddles = tw;
+    s->bitRev = kRev10.data();
   } else if (order > 0) {
     FFTSpec_C_32fc* fs = nullptr;
     const Status fst = fftInit_C_32fc(&fs, order, flag, hint, after_header, pMemInit);
@@ -548,7 +629,7 @@ void Fft16Forward(const FFTSpec_C_16sc& spec, const Akl16sc* src, Akl16sc* dst, 
       f[i].im = static_cast<float>(src[i].im);
     }
     const FFTSpec_C_32fc* fs = ContextAt<FFTSpec_C_32fc>(spec.floatSpec, kTransformContextAlign);
-    FftForward(*fs, f, f);
+    FftForward(*fs, f, f, reinterpret_cast<Akl8u*>(f + m));
     const double scale = std::ldexp(1.0, -scale_factor);
     for (int i = 0; i < m; ++i) {
       dst[i].re = SatRoundFloat(static_cast<double>(f[i].re) * scale);

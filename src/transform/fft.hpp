@@ -7,11 +7,15 @@
 // forward, 2 1/M inverse).
 //
 // Float kernel: radix-4 decimation in time over binary bit-reversed input
-// (odd orders start with one radix-2 pass), two complex values per SSE2
-// register.  Stage twiddles depend only on the stage, so the stages of every
-// order form a prefix of one of two sequences (first radix-4 stage of size 4L
-// with L = 4, 16, 64, ... for even orders, L = 2, 8, 32, ... for odd ones).
+// on split real/imaginary arrays, four complex values per SSE2 register pair
+// (a radix-4 first pass, a radix-2 pass for odd orders, then radix-4 stages).  Stage twiddles
+// depend only on the stage, so the stages of every order form a prefix of
+// one of two sequences (L = 4, 16, 64, ... for even orders, 8, 32, 128, ...
+// for odd ones).  The public form permutes interleaved input into split
+// scratch (on the stack up to order 10, in the work buffer above).
 #pragma once
+
+#include <emmintrin.h>
 
 #include <cstdint>
 
@@ -34,10 +38,10 @@ struct FFTSpec_C_32fc {
   Akl32s invDivide;        // 0/1
   Akl32f normFactor;       // 1/M or 1/sqrt(M); 1 with flag 8
   Akl32s hint;             // stored as passed
-  Akl32s workSize;         // bytes; 0: the kernel runs in the destination
+  Akl32s workSize;         // bytes of split scratch (orders above 10), else 0
   Akl32s reserved;         // 0
-  const Akl32f* twiddles;  // stage twiddles, see StageTwiddleOffset
-  const Akl32s* bitRev;    // unused: the permutation is computed while walking
+  const Akl32f* twiddles;  // radix-4 stage twiddles, stage after stage (fft.cpp, FillStages)
+  const std::uint16_t* bitRev;  // reversal of 10-bit indices (orders <= 10, shifted down); null above
 };
 
 struct FFTSpec_C_16sc {
@@ -52,7 +56,7 @@ struct FFTSpec_C_16sc {
   Akl32s ownedByLibrary;
   Akl32s reserved;
   const Akl32s* twiddles;  // radix-2 twiddles in Q30, (cos, -sin) pairs
-  const Akl32s* bitRev;    // unused
+  const std::uint16_t* bitRev;  // as in FFTSpec_C_32fc
   const FFTSpec_C_32fc* floatSpec;  // raw pointer of the embedded float context
 };
 
@@ -75,19 +79,77 @@ Status fftFwd_CToC_16sc_Sfs(const Akl16sc* pSrc, Akl16sc* pDst, const FFTSpec_C_
 
 // Kernels for callers that have checked their arguments (the MDCT).
 
-// Forward transform of data already in binary bit-reversed order, in place,
-// unnormalised.  `spec` is the aligned context.
-void FftBitReversedInPlace(const FFTSpec_C_32fc& spec, Akl32fc* data);
-// The full float transform (permutation, passes, normalisation); src may equal dst.
-void FftForward(const FFTSpec_C_32fc& spec, const Akl32fc* src, Akl32fc* dst);
+// Bit-reversed position of i among 2^order values.
+std::uint32_t BitReverseIndex(std::uint32_t i, int order);
+// Forward transform of split data (real and imaginary parts in two 16-byte
+// aligned arrays of max(M, 4) floats) given in bit-reversed order, in place,
+// natural order out, unnormalised.  `spec` is the aligned context.
+void FftSplitBitReversed(const FFTSpec_C_32fc& spec, float* re, float* im);
+// The rest of that transform for order >= 4 after StoreFirstPass4 has placed
+// every group of sixteen values.
+void FftSplitAfterFirstPass(const FFTSpec_C_32fc& spec, float* re, float* im);
+// The full float transform (permutation, passes, normalisation); src may
+// equal dst.  `work` holds the context's work size (orders above 10 only).
+void FftForward(const FFTSpec_C_32fc& spec, const Akl32fc* src, Akl32fc* dst, Akl8u* work);
 // Plain radix-2 reference of FftForward: float arithmetic, twiddles from
 // std::cos/std::sin in double, natural order in and out, unnormalised.
 void FftRef(const Akl32fc* src, Akl32fc* dst, int order);
 // 16-bit transform on an aligned context; `work` holds the work size.
 void Fft16Forward(const FFTSpec_C_16sc& spec, const Akl16sc* src, Akl16sc* dst, int scale_factor, Akl8u* work);
 
+// Stores four vectors of values at i0 + k + g M/4 (g = 0..3, lanes k = 0..3;
+// i0 a multiple of 4 below M/4) at their bit-reversed places in a split
+// array: with p = rev(i0), value i0 + k + g M/4 goes to p + rev(k) + rev(g),
+// rev(k) = 0, M/2, M/4, 3M/4 and rev(g) = 0, 2, 1, 3, so one transpose
+// makes four aligned stores.
+inline void StoreBitReversed4(float* dst, std::uint32_t p, int m, __m128 v0, __m128 v1, __m128 v2, __m128 v3) {
+  _MM_TRANSPOSE4_PS(v0, v2, v1, v3);
+  _mm_store_ps(dst + p, v0);
+  _mm_store_ps(dst + p + m / 2, v2);
+  _mm_store_ps(dst + p + m / 4, v1);
+  _mm_store_ps(dst + p + 3 * m / 4, v3);
+}
+
+// Radix-4 butterfly over bit-reversed x0..x3 (four transforms at once, one
+// per lane): X0 = t0 + t2, X2 = t0 - t2, X1 = t1 - i t3, X3 = t1 + i t3 with
+// t0 = x0 + x1, t1 = x0 - x1, t2 = x2 + x3, t3 = x2 - x3.
+inline void Butterfly4(__m128& r0, __m128& i0, __m128& r1, __m128& i1, __m128& r2, __m128& i2, __m128& r3,
+                       __m128& i3) {
+  const __m128 t0r = _mm_add_ps(r0, r1), t0i = _mm_add_ps(i0, i1);
+  const __m128 t1r = _mm_sub_ps(r0, r1), t1i = _mm_sub_ps(i0, i1);
+  const __m128 t2r = _mm_add_ps(r2, r3), t2i = _mm_add_ps(i2, i3);
+  const __m128 t3r = _mm_sub_ps(r2, r3), t3i = _mm_sub_ps(i2, i3);
+  r0 = _mm_add_ps(t0r, t2r);
+  i0 = _mm_add_ps(t0i, t2i);
+  r2 = _mm_sub_ps(t0r, t2r);
+  i2 = _mm_sub_ps(t0i, t2i);
+  r1 = _mm_add_ps(t1r, t3i);
+  i1 = _mm_sub_ps(t1i, t3r);
+  r3 = _mm_sub_ps(t1r, t3i);
+  i3 = _mm_add_ps(t1i, t3r);
+}
+
+// The same sixteen values as StoreBitReversed4, already through the first
+// radix-4 pass: the block of four places at rev(i0 + k) holds lane k of
+// V0, V2, V1, V3, so the butterfly runs on those vectors before the transpose.
+inline void StoreFirstPass4(float* re, float* im, std::uint32_t p, int m, const __m128* vr, const __m128* vi) {
+  __m128 r0 = vr[0], r1 = vr[2], r2 = vr[1], r3 = vr[3];
+  __m128 i0 = vi[0], i1 = vi[2], i2 = vi[1], i3 = vi[3];
+  Butterfly4(r0, i0, r1, i1, r2, i2, r3, i3);
+  _MM_TRANSPOSE4_PS(r0, r1, r2, r3);
+  _MM_TRANSPOSE4_PS(i0, i1, i2, i3);
+  _mm_store_ps(re + p, r0);
+  _mm_store_ps(re + p + m / 2, r1);
+  _mm_store_ps(re + p + m / 4, r2);
+  _mm_store_ps(re + p + 3 * m / 4, r3);
+  _mm_store_ps(im + p, i0);
+  _mm_store_ps(im + p + m / 2, i1);
+  _mm_store_ps(im + p + m / 4, i2);
+  _mm_store_ps(im + p + 3 * m / 4, i3);
+}
+
 // Reverses the low `bits` bits of v.
-inline std::uint32_t ReverseBits(std::uint32_t v, int bits) {
+inline constexpr std::uint32_t ReverseBits(std::uint32_t v, int bits) {
   v = ((v >> 1) & 0x55555555u) | ((v & 0x55555555u) << 1);
   v = ((v >> 2) & 0x33333333u) | ((v & 0x33333333u) << 2);
   v = ((v >> 4) & 0x0F0F0F0Fu) | ((v & 0x0F0F0F0Fu) << 4);

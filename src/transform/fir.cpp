@@ -54,6 +54,9 @@ Status aklsFIRBlockOne_32f(const Akl32f* pSrc, Akl32f* pDst, FIRBlockState_32f* 
   if (pState->tag != kTagFirBlock) return kStsContextMismatch;
   const int len = pState->len, order = pState->order, stride = pState->stride;
   if (len <= 0 || order <= 0 || pState->position < 0 || pState->position >= order) return kStsFIRLenErr;
+  // A length of 32765..32767 rounds to a stride of 32768, which int16 cannot
+  // hold; such a state has no history and is refused as inconsistent too.
+  if (stride < len || !pState->history) return kStsFIRLenErr;
 
   const int pos = (pState->position + 1) % order;
   pState->position = static_cast<Akl16s>(pos);

@@ -161,7 +161,7 @@ Status InitFloat(ContextTag tag, MdctSpec** ppSpec, int len, Akl8u* pMemSpec, Ak
     const Status st = fftInit_C_32fc(&fft, s->order, kFftFlagNoDivide, kFftHint, l.fft_mem, pMemInit);
     if (st != kStsOk) return st;
     s->fft = l.fft_mem;
-    fft_work = fft->workSize;
+    fftGetBufSize_C_32fc(fft, &fft_work);
   }
   s->bufSize = fft_work + 64 + 4 * len;
   s->table = l.table;
@@ -190,7 +190,7 @@ Status InitAllocFloat(ContextTag tag, MdctSpec** ppSpec, int len) {
       return st;
     }
     s->fft = fft;
-    fft_work = ContextAt<FFTSpec_C_32fc>(fft, kTransformContextAlign)->workSize;
+    fftGetBufSize_C_32fc(fft, &fft_work);
   }
   float* table = static_cast<float*>(AllocBytes(4 * (len / 2)));
   if (!table) {
@@ -245,31 +245,56 @@ Status WithWorkBuffer(const MdctSpec& s, Akl8u* pBuffer, Kernel kernel) {
   return kStsOk;
 }
 
-// Q-point forward DFT of z in place; for powers of two z is in bit-reversed order.
-void QuarterDft(const MdctSpec& s, Akl32fc* z) {
-  if (s.fft) {
-    FftBitReversedInPlace(*ContextAt<FFTSpec_C_32fc>(s.fft, kTransformContextAlign), z);
-  } else if (s.len == 12) {
-    Dft3(z[0], z[1], z[2]);
-  } else {
-    Dft9(z);
+// Where the complex values z live in the work buffer: interleaved in natural
+// order for N = 12 and 36; for powers of two split into real and imaginary
+// arrays of Q floats, in bit-reversed order until the FFT has run.
+struct Quarter {
+  const MdctSpec& s;
+  float* re;
+  float* im;
+  const FFTSpec_C_32fc* fft;
+  Quarter(const MdctSpec& spec, Akl32fc* z)
+      : s(spec),
+        re(reinterpret_cast<float*>(z)),
+        im(reinterpret_cast<float*>(z) + spec.len / 4),
+        fft(spec.fft ? ContextAt<FFTSpec_C_32fc>(spec.fft, kTransformContextAlign) : nullptr) {}
+  void Put(int i, float r, float m) {
+    if (fft) {
+      const std::uint32_t p = BitReverseIndex(static_cast<std::uint32_t>(i), s.order);
+      re[p] = r;
+      im[p] = m;
+    } else {
+      re[2 * i] = r;
+      re[2 * i + 1] = m;
+    }
   }
-}
+  float Re(int k) const { return fft ? re[k] : re[2 * k]; }
+  float Im(int k) const { return fft ? im[k] : re[2 * k + 1]; }
+  // The Q-point forward DFT, unnormalised.
+  void Dft() {
+    Akl32fc* z = reinterpret_cast<Akl32fc*>(re);
+    if (fft) {
+      FftSplitBitReversed(*fft, re, im);
+    } else if (s.len == 12) {
+      Dft3(z[0], z[1], z[2]);
+    } else {
+      Dft9(z);
+    }
+  }
+};
 
 }  // namespace
 
 // ---------------------------------------------------------------------------
 // Float kernels.
 
-void MdctFwdKernel(const MdctSpec& s, const float* x, float* y, Akl32fc* z) {
+void MdctFwdRef(const MdctSpec& s, const float* x, float* y, Akl32fc* zbuf) {
   const int n = s.len, q = n / 4, h = (q + 1) >> 1;
   const float* t = static_cast<const float*>(s.table);
-  const int bits = s.fft ? s.order : 0;
+  Quarter z(s, zbuf);
   auto put = [&](int i, float a, float b) {
     const float sn = t[2 * i], cs = t[2 * i + 1];
-    Akl32fc& d = z[bits ? ReverseBits(static_cast<std::uint32_t>(i), bits) : static_cast<std::uint32_t>(i)];
-    d.re = cs * a + sn * b;
-    d.im = cs * b - sn * a;
+    z.Put(i, cs * a + sn * b, cs * b - sn * a);
   };
   for (int i = 0; i < h; ++i) {
     put(i, -x[3 * n / 4 + 2 * i] - x[3 * n / 4 - 1 - 2 * i], x[n / 4 - 1 - 2 * i] - x[n / 4 + 2 * i]);
@@ -277,30 +302,28 @@ void MdctFwdKernel(const MdctSpec& s, const float* x, float* y, Akl32fc* z) {
   for (int i = h; i < q; ++i) {
     put(i, x[2 * i - n / 4] - x[3 * n / 4 - 1 - 2 * i], -x[5 * n / 4 - 1 - 2 * i] - x[n / 4 + 2 * i]);
   }
-  QuarterDft(s, z);
+  z.Dft();
   for (int k = 0; k < q; ++k) {
     const float sn = t[2 * k], cs = t[2 * k + 1];
-    y[2 * k] = cs * z[k].re + sn * z[k].im;
-    y[n / 2 - 1 - 2 * k] = sn * z[k].re - cs * z[k].im;
+    y[2 * k] = cs * z.Re(k) + sn * z.Im(k);
+    y[n / 2 - 1 - 2 * k] = sn * z.Re(k) - cs * z.Im(k);
   }
 }
 
-void MdctInvKernel(const MdctSpec& s, const float* x, float* y, Akl32fc* z) {
+void MdctInvRef(const MdctSpec& s, const float* x, float* y, Akl32fc* zbuf) {
   const int n = s.len, q = n / 4, h = (q + 1) >> 1;
   const float* t = static_cast<const float*>(s.table);
-  const int bits = s.fft ? s.order : 0;
+  Quarter z(s, zbuf);
   for (int k = 0; k < q; ++k) {
     const float sn = t[2 * k], cs = t[2 * k + 1];
     const float a = x[2 * k], b = x[n / 2 - 1 - 2 * k];
-    Akl32fc& d = z[bits ? ReverseBits(static_cast<std::uint32_t>(k), bits) : static_cast<std::uint32_t>(k)];
-    d.re = cs * a + sn * b;
-    d.im = cs * b - sn * a;
+    z.Put(k, cs * a + sn * b, cs * b - sn * a);
   }
-  QuarterDft(s, z);
+  z.Dft();
   for (int m = 0; m < h; ++m) {
     const float sn = t[2 * m], cs = t[2 * m + 1];
-    const float p = cs * z[m].im - sn * z[m].re;
-    const float r = -(cs * z[m].re + sn * z[m].im);
+    const float p = cs * z.Im(m) - sn * z.Re(m);
+    const float r = -(cs * z.Re(m) + sn * z.Im(m));
     y[3 * n / 4 + 2 * m] = r;
     y[3 * n / 4 - 1 - 2 * m] = r;
     y[n / 4 + 2 * m] = p;
@@ -308,12 +331,153 @@ void MdctInvKernel(const MdctSpec& s, const float* x, float* y, Akl32fc* z) {
   }
   for (int m = h; m < q; ++m) {
     const float sn = t[2 * m], cs = t[2 * m + 1];
-    const float p = cs * z[m].re + sn * z[m].im;
-    const float r = cs * z[m].im - sn * z[m].re;
+    const float p = cs * z.Re(m) + sn * z.Im(m);
+    const float r = cs * z.Im(m) - sn * z.Re(m);
     y[2 * m - n / 4] = p;
     y[3 * n / 4 - 1 - 2 * m] = -p;
     y[n / 4 + 2 * m] = r;
     y[5 * n / 4 - 1 - 2 * m] = r;
+  }
+}
+
+// SSE2 forms for powers of two from 64 (Q >= 16).  The pre-twiddle makes
+// four vectors at i0, i0 + Q/4, i0 + Q/2 and i0 + 3Q/4 (i0 < Q/4): their
+// lanes land at bit-reversed positions rev(i0 + k) + 0, 2, 1, 3, so the FFT's
+// first radix-4 pass runs on them directly and one 4x4 transpose turns the
+// result into four aligned stores.  The post-twiddles write
+// eight outputs at a time: even places ascending from one block of Z, odd
+// places descending from another.
+
+namespace {
+
+inline __m128 Even(const float* p) {  // p[0], p[2], p[4], p[6]
+  return _mm_shuffle_ps(_mm_loadu_ps(p), _mm_loadu_ps(p + 4), _MM_SHUFFLE(2, 0, 2, 0));
+}
+inline __m128 Reverse(__m128 v) { return _mm_shuffle_ps(v, v, _MM_SHUFFLE(0, 1, 2, 3)); }
+inline __m128 OddReversed(const float* p) {  // p[7], p[5], p[3], p[1]
+  return Reverse(_mm_shuffle_ps(_mm_loadu_ps(p), _mm_loadu_ps(p + 4), _MM_SHUFFLE(3, 1, 3, 1)));
+}
+inline __m128 Neg(__m128 v) { return _mm_sub_ps(_mm_setzero_ps(), v); }
+
+// Table pairs (s_j, c_j) for j = i .. i+3.
+inline void Twiddles(const float* t, int i, __m128* sn, __m128* cs) {
+  const __m128 lo = _mm_load_ps(t + 2 * i), hi = _mm_load_ps(t + 2 * i + 4);
+  *sn = _mm_shuffle_ps(lo, hi, _MM_SHUFFLE(2, 0, 2, 0));
+  *cs = _mm_shuffle_ps(lo, hi, _MM_SHUFFLE(3, 1, 3, 1));
+}
+
+// z = (c a + s b, c b - s a) for four values at i.
+inline void Rotate4(const float* t, int i, __m128 a, __m128 b, __m128* re, __m128* im) {
+  __m128 sn, cs;
+  Twiddles(t, i, &sn, &cs);
+  *re = _mm_add_ps(_mm_mul_ps(cs, a), _mm_mul_ps(sn, b));
+  *im = _mm_sub_ps(_mm_mul_ps(cs, b), _mm_mul_ps(sn, a));
+}
+
+// P = c re + s im and R = c im - s re for the four values of Z at m.
+inline void PostRotate(const float* t, const float* re, const float* im, int m, __m128* p, __m128* r) {
+  __m128 sn, cs;
+  Twiddles(t, m, &sn, &cs);
+  const __m128 zr = _mm_load_ps(re + m), zi = _mm_load_ps(im + m);
+  *p = _mm_add_ps(_mm_mul_ps(cs, zr), _mm_mul_ps(sn, zi));
+  *r = _mm_sub_ps(_mm_mul_ps(cs, zi), _mm_mul_ps(sn, zr));
+}
+
+// y[0, 2, 4, 6] = even, y[1, 3, 5, 7] = odd_reversed lanes 0..3.
+inline void StoreInterleaved(float* y, __m128 even, __m128 odd) {
+  _mm_storeu_ps(y, _mm_unpacklo_ps(even, odd));
+  _mm_storeu_ps(y + 4, _mm_unpackhi_ps(even, odd));
+}
+
+}  // namespace
+
+void MdctFwdSse2(const MdctSpec& s, const float* x, float* y, Akl32fc* zbuf) {
+  const int n = s.len, q = n / 4;
+  const float* t = static_cast<const float*>(s.table);
+  float* re = reinterpret_cast<float*>(zbuf);
+  float* im = re + q;
+  for (int i0 = 0; i0 < q / 4; i0 += 4) {
+    __m128 vr[4], vi[4];
+    for (int g = 0; g < 2; ++g) {  // first half: i < H
+      const int i = i0 + g * (q / 4);
+      const __m128 a = Neg(_mm_add_ps(Even(x + 3 * n / 4 + 2 * i), OddReversed(x + 3 * n / 4 - 8 - 2 * i)));
+      const __m128 b = _mm_sub_ps(OddReversed(x + n / 4 - 8 - 2 * i), Even(x + n / 4 + 2 * i));
+      Rotate4(t, i, a, b, &vr[g], &vi[g]);
+    }
+    for (int g = 2; g < 4; ++g) {  // second half: i >= H
+      const int i = i0 + g * (q / 4);
+      const __m128 a = _mm_sub_ps(Even(x + 2 * i - n / 4), OddReversed(x + 3 * n / 4 - 8 - 2 * i));
+      const __m128 b = Neg(_mm_add_ps(OddReversed(x + 5 * n / 4 - 8 - 2 * i), Even(x + n / 4 + 2 * i)));
+      Rotate4(t, i, a, b, &vr[g], &vi[g]);
+    }
+    StoreFirstPass4(re, im, BitReverseIndex(static_cast<std::uint32_t>(i0), s.order), q, vr, vi);
+  }
+  FftSplitAfterFirstPass(*ContextAt<FFTSpec_C_32fc>(s.fft, kTransformContextAlign), re, im);
+  // y[2k] = P(k), y[N/2 - 1 - 2k] = -R(k): block b holds P(4b) and
+  // -R(Q - 4 - 4b) reversed; the mirrored block uses the same two rotations.
+  for (int b = 0; b < q / 8; ++b) {
+    const int bm = q / 4 - 1 - b;
+    __m128 p_lo, r_lo, p_hi, r_hi;
+    PostRotate(t, re, im, 4 * b, &p_lo, &r_lo);
+    PostRotate(t, re, im, 4 * bm, &p_hi, &r_hi);
+    StoreInterleaved(y + 8 * b, p_lo, Reverse(Neg(r_hi)));
+    StoreInterleaved(y + 8 * bm, p_hi, Reverse(Neg(r_lo)));
+  }
+}
+
+void MdctInvSse2(const MdctSpec& s, const float* x, float* y, Akl32fc* zbuf) {
+  const int n = s.len, q = n / 4, h = q / 2;
+  const float* t = static_cast<const float*>(s.table);
+  float* re = reinterpret_cast<float*>(zbuf);
+  float* im = re + q;
+  for (int i0 = 0; i0 < q / 4; i0 += 4) {
+    __m128 vr[4], vi[4];
+    for (int g = 0; g < 4; ++g) {
+      const int k = i0 + g * (q / 4);
+      Rotate4(t, k, Even(x + 2 * k), OddReversed(x + n / 2 - 8 - 2 * k), &vr[g], &vi[g]);
+    }
+    StoreFirstPass4(re, im, BitReverseIndex(static_cast<std::uint32_t>(i0), s.order), q, vr, vi);
+  }
+  FftSplitAfterFirstPass(*ContextAt<FFTSpec_C_32fc>(s.fft, kTransformContextAlign), re, im);
+  // Four quarters of y, each with even places ascending from one half of Z
+  // and odd places descending from the other (lo = 4b, hi = H - 4 - 4b):
+  //   [0, N/4):     P(H + lo),  -R(hi)
+  //   [N/4, N/2):   R(lo),      -P(H + hi)
+  //   [N/2, 3N/4):  R(H + lo),  -P(hi)
+  //   [3N/4, N):    -P(lo),     R(H + hi)
+  // The mirrored block bm = H/4 - 1 - b swaps lo and hi.
+  for (int b = 0; b < (h + 4) / 8; ++b) {
+    const int bm = h / 4 - 1 - b;
+    const int lo = 4 * b, hi = 4 * bm;
+    __m128 p1l, r1l, p1h, r1h, p2l, r2l, p2h, r2h;
+    PostRotate(t, re, im, lo, &p1l, &r1l);
+    PostRotate(t, re, im, hi, &p1h, &r1h);
+    PostRotate(t, re, im, h + lo, &p2l, &r2l);
+    PostRotate(t, re, im, h + hi, &p2h, &r2h);
+    StoreInterleaved(y + 8 * b, p2l, Reverse(Neg(r1h)));
+    StoreInterleaved(y + n / 4 + 8 * b, r1l, Reverse(Neg(p2h)));
+    StoreInterleaved(y + n / 2 + 8 * b, r2l, Reverse(Neg(p1h)));
+    StoreInterleaved(y + 3 * n / 4 + 8 * b, Neg(p1l), Reverse(r2h));
+    StoreInterleaved(y + 8 * bm, p2h, Reverse(Neg(r1l)));
+    StoreInterleaved(y + n / 4 + 8 * bm, r1h, Reverse(Neg(p2l)));
+    StoreInterleaved(y + n / 2 + 8 * bm, r2h, Reverse(Neg(p1l)));
+    StoreInterleaved(y + 3 * n / 4 + 8 * bm, Neg(p1h), Reverse(r2l));
+  }
+}
+
+void MdctFwdKernel(const MdctSpec& s, const float* x, float* y, Akl32fc* z) {
+  if (s.fft && s.len >= 64) {
+    MdctFwdSse2(s, x, y, z);
+  } else {
+    MdctFwdRef(s, x, y, z);
+  }
+}
+
+void MdctInvKernel(const MdctSpec& s, const float* x, float* y, Akl32fc* z) {
+  if (s.fft && s.len >= 64) {
+    MdctInvSse2(s, x, y, z);
+  } else {
+    MdctInvRef(s, x, y, z);
   }
 }
 

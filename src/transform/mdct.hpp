@@ -25,8 +25,15 @@ static_assert(sizeof(MdctSpec) == 40);
 
 // Kernels on valid arguments.  `z` (float) and `work` (16-bit) are 64-byte
 // aligned work buffers of the context's size.
+// MdctXxxKernel picks the SSE2 form for powers of two from 64 and the plain
+// reference (the algorithm step by step, scalar) otherwise.  Out of place or
+// in place: every input is read before the first output is written.
 void MdctFwdKernel(const MdctSpec& s, const float* x, float* y, Akl32fc* z);
 void MdctInvKernel(const MdctSpec& s, const float* x, float* y, Akl32fc* z);
+void MdctFwdRef(const MdctSpec& s, const float* x, float* y, Akl32fc* z);
+void MdctInvRef(const MdctSpec& s, const float* x, float* y, Akl32fc* z);
+void MdctFwdSse2(const MdctSpec& s, const float* x, float* y, Akl32fc* z);
+void MdctInvSse2(const MdctSpec& s, const float* x, float* y, Akl32fc* z);
 void MdctFwd16Kernel(const MdctSpec& spec, const Akl16s* x, Akl16s* y, int scale_factor, Akl8u* work);
 
 }  // namespace akl::transform

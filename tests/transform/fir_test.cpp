@@ -85,11 +85,14 @@ TEST(FirBlock, Statuses) {
   EXPECT_EQ(aklsFIRBlockOne_32f(nullptr, dst.v, st, taps.v), kStsNullPtr);
   EXPECT_EQ(aklsFIRBlockOne_32f(src.v, dst.v, nullptr, taps.v), kStsNullPtr);
   EXPECT_EQ(aklsFIRBlockFree_32f(st), kStsOk);
-  ASSERT_EQ(aklsFIRBlockInitAlloc_32f(&st, 1, 40000), kStsOk);
-  dst.v[0] = 9.0f;
-  EXPECT_EQ(aklsFIRBlockOne_32f(src.v, dst.v, st, taps.v), kStsFIRLenErr);
-  EXPECT_EQ(dst.v[0], 9.0f);
-  EXPECT_EQ(aklsFIRBlockFree_32f(st), kStsOk);
+  for (int len : {40000, 32767, 65536}) {
+    SCOPED_TRACE(len);
+    ASSERT_EQ(aklsFIRBlockInitAlloc_32f(&st, 1, len), kStsOk);
+    dst.v[0] = 9.0f;
+    EXPECT_EQ(aklsFIRBlockOne_32f(src.v, dst.v, st, taps.v), kStsFIRLenErr);
+    EXPECT_EQ(dst.v[0], 9.0f);
+    EXPECT_EQ(aklsFIRBlockFree_32f(st), kStsOk);
+  }
   EXPECT_EQ(aklsFIRBlockFree_32f(nullptr), kStsNullPtr);
   Akl32s fake[8] = {};  // a state whose tag is not 58
   auto* bad = reinterpret_cast<FIRBlockState_32f*>(fake);

@@ -1,0 +1,16 @@
+# Peer libraries for transform_bench: FFTW (single precision) and KissFFT
+# (float), each used only when its Debian development package is installed.
+find_package(PkgConfig QUIET)
+if(TARGET transform_bench AND PkgConfig_FOUND)
+  pkg_check_modules(AKLAC_FFTW3F QUIET IMPORTED_TARGET fftw3f)
+  if(AKLAC_FFTW3F_FOUND)
+    target_link_libraries(transform_bench PRIVATE PkgConfig::AKLAC_FFTW3F)
+    target_compile_definitions(transform_bench PRIVATE AKLAC_HAVE_FFTW3F=1)
+  endif()
+  pkg_check_modules(AKLAC_KISSFFT QUIET IMPORTED_TARGET kissfft-float)
+  if(AKLAC_KISSFFT_FOUND)
+    target_link_libraries(transform_bench PRIVATE PkgConfig::AKLAC_KISSFFT)
+    target_compile_definitions(transform_bench PRIVATE AKLAC_HAVE_KISSFFT=1)
+  endif()
+  message(STATUS "transform_bench peers: FFTW ${AKLAC_FFTW3F_FOUND}, KissFFT ${AKLAC_KISSFFT_FOUND}")
+endif()
