@@ -98,6 +98,8 @@ enum AklStatusCode {
   kStsBitOffsetErr = -193,      /* escape-block VLC: bit offset outside 0..7 */
   kStsNotSupportedModeErr = -9999, /* the requested mode is not supported */
   /* statuses particular to one family: */
+  kStsVLCLinbitsErr = -15,     /* VLC Layer III escape encoder/counter: linbits outside 0..13 (value of kStsFftOrderErr) */
+  kStsVLCEscValueErr = -16,    /* VLC escape encoders/counters: a magnitude beyond the escape's range (value of kStsFftFlagErr) */
   /* @status-end */
 };
 
@@ -121,6 +123,233 @@ AKLAC_API const AklLibraryVersion* aklacGetLibVersion(void);
 /* ========================================================================
  * Variable-length codes
  * ====================================================================== */
+/* A code-book entry: `length` (1..32) low bits of `code` form the code word,
+ * most significant bit sent first; `value` is what it decodes to. */
+typedef struct {
+  Akl32s value;
+  Akl32s code;
+  Akl32s length;
+} VlcCodeEntry;
+
+/* VLC decoding context (plain and tuple decoders share it; tag 0x434D4160).
+ * Opaque: built by aklsVLCDecode[UTuple]Init[Alloc]_32s in memory of the
+ * GetSize size at any alignment; the caller always passes the same raw pointer. */
+typedef struct aklsVLCDecodeSpec_32s aklsVLCDecodeSpec_32s;
+/* VLC encoding context (encoders and bit counters; tag 0x434D415F). Opaque. */
+typedef struct aklsVLCEncodeSpec_32s aklsVLCEncodeSpec_32s;
+
+/* --- decoding context ---------------------------------------------------
+ * The code book becomes a multi-level lookup table: level i resolves
+ * pSubTablesSizes[i] more code bits; the level that reaches the longest code
+ * length L is cut to end exactly there and later sizes are ignored.  Entries
+ * are 8, 16 or 32 bits wide, the narrowest that holds both the leaves
+ * (value, consumed bits, flag) and the sub-table pointers.  Values decoded
+ * from 8-bit tables come back unsigned (a negative value does not survive);
+ * 16- and 32-bit tables return them signed.
+ * Prefix conflicts are found only where a code descends through a slot that
+ * holds a leaf; a shorter code entered after a longer one with the same
+ * prefix silently replaces it, and inside one level a later entry overwrites
+ * an earlier one. */
+
+/* Bytes needed by aklsVLCDecodeInit_32s: table entries x width / 8 + 160.
+ *   pInputTable      in   code book, inputTableSize entries
+ *   inputTableSize   in   entries in the book
+ *   pSubTablesSizes  in   code bits resolved per lookup level, first level first
+ *   numSubTables     in   entries in pSubTablesSizes
+ *   pSize            out  size in bytes
+ * Status: kStsNullPtr (pInputTable, pSubTablesSizes, pSize); kStsVLCTableErr
+ * (a code length outside 1..32, which includes an empty book; a level size
+ * below 1 before the sizes reach L; sizes summing to less than L; a table
+ * whose size would not fit in an int). */
+AKLAC_API Status aklsVLCDecodeGetSize_32s(const VlcCodeEntry* pInputTable, int inputTableSize,
+                                          const int* pSubTablesSizes, int numSubTables, int* pSize);
+/* Builds the decoding context in caller memory of at least the GetSize size
+ * (any alignment; the context starts at the first 64-byte boundary).
+ *   pInputTable, inputTableSize, pSubTablesSizes, numSubTables  in  as GetSize
+ *   pSpec            out  the context memory
+ * Status: kStsNullPtr; kStsVLCTableErr as GetSize; kStsVLCTableErr when a
+ * code descends through a slot that holds a leaf (the context is then built
+ * in part and carries its tag). */
+AKLAC_API Status aklsVLCDecodeInit_32s(const VlcCodeEntry* pInputTable, int inputTableSize,
+                                       const int* pSubTablesSizes, int numSubTables,
+                                       aklsVLCDecodeSpec_32s* pSpec);
+/* As aklsVLCDecodeInit_32s in memory from aklMalloc; *ppSpec receives it.
+ * Status: kStsNullPtr; kStsVLCTableErr as GetSize; kStsMemAllocErr (*ppSpec
+ * unwritten); kStsVLCTableErr for a prefix conflict, reported after *ppSpec
+ * has been written: release it with aklsVLCDecodeFree_32s. */
+AKLAC_API Status aklsVLCDecodeInitAlloc_32s(const VlcCodeEntry* pInputTable, int inputTableSize,
+                                            const int* pSubTablesSizes, int numSubTables,
+                                            aklsVLCDecodeSpec_32s** ppSpec);
+/* Clears the context's tag and releases the memory if InitAlloc obtained it.
+ * A null pointer is ignored.  Also frees tuple contexts. */
+AKLAC_API void aklsVLCDecodeFree_32s(aklsVLCDecodeSpec_32s* pSpec);
+
+/* --- decoders -------------------------------------------------------------
+ * A stream that is not in the code book decodes to an unspecified value; the
+ * walk never leaves the table and a code never consumes more than L bits.
+ * Input buffers must be readable from the aligned 32-bit word holding the
+ * first bit through the aligned word after the last bit used. */
+
+/* Decodes one code.
+ *   ppBitStream, pBitOffset  in/out  cursor; offset 0..7 from the most significant bit
+ *   pData            out  the value
+ *   pSpec            in   decoding context
+ * Status: kStsNullPtr (any pointer, or *ppBitStream); kStsVLCDataErr (offset
+ * outside 0..7, or a context without the decoding tag: one check). */
+AKLAC_API Status aklsVLCDecodeOne_1u16s(Akl8u** ppBitStream, int* pBitOffset, Akl16s* pData,
+                                        const aklsVLCDecodeSpec_32s* pSpec);
+/* Decodes len codes into pData[0..len-1]; len < 1 decodes nothing.
+ * Status: kStsNullPtr; kStsVLCDataErr (offset outside 0..7); kStsVLCDataErr (tag). */
+AKLAC_API Status aklsVLCDecodeBlock_1u16s(Akl8u** ppBitStream, int* pBitOffset, Akl16s* pData, int len,
+                                          const aklsVLCDecodeSpec_32s* pSpec);
+/* Decodes len / 2 pairs (len rounded down to even) with the AAC escape rule.
+ * The book stores a pair as first * 256 + second + 128, signs included; an
+ * element of 16 or -16 is followed (first element's before second's) by an
+ * escape: N ones (N 0..8), a zero, N + 4 bits w; magnitude 2^(N+4) + w (16..8191),
+ * sign of the decoded element.  The first partial word is read byte by byte
+ * from *ppBitStream: the bytes before it are not touched.  A context with
+ * 8-bit entries is not meant for these decoders (its values are unsigned).
+ *   pData            out  len rounded down to even values
+ * Status: kStsNullPtr; kStsBitOffsetErr (offset outside 0..7);
+ * kStsContextMismatch (tag); kStsVLCDataErr (an escape of nine leading ones:
+ * the pairs before it are written, the cursor is left as it was). */
+AKLAC_API Status aklsVLCDecodeEscBlock_AAC_1u16s(Akl8u** ppBitStream, int* pBitOffset, Akl16s* pData, int len,
+                                                 const aklsVLCDecodeSpec_32s* pSpec);
+/* Decodes len / 2 Layer III pairs (x, y) with linbits escapes.  The book
+ * stores x * 256 + y + 128 and each code's length includes the sign bits of
+ * the non-zero elements.  For x or y of magnitude 15 the decoder steps back
+ * over the sign bits still to come and reads linbits bits and a sign per
+ * escaped element: Huffman code, x's linbits, x's sign, y's linbits, y's sign.
+ *   linbits          in   extra bits of the table in use (0..13); not checked,
+ *                         values outside 0..31 are taken as clamped to it
+ * Status: kStsNullPtr; kStsBitOffsetErr; kStsContextMismatch. */
+AKLAC_API Status aklsVLCDecodeEscBlock_MP3_1u16s(Akl8u** ppBitStream, int* pBitOffset, int linbits, Akl16s* pData,
+                                                 int len, const aklsVLCDecodeSpec_32s* pSpec);
+
+/* --- tuple decoding -------------------------------------------------------
+ * A tuple book's value packs numElements unsigned magnitudes of numValueBits
+ * bits each, the first element most significant.  Each non-zero magnitude is
+ * followed by its sign bit (1 negative) after the code.  Tuple and plain
+ * contexts carry the same tag and are accepted by either kind of decoder (a
+ * plain context reads as one element of 16 bits). */
+
+/* Bytes needed by aklsVLCDecodeUTupleInit_32s.
+ *   numElements      in   magnitudes per code, >= 1
+ *   numValueBits     in   bits per magnitude, >= 1; numElements x numValueBits <= 32
+ * Status: kStsNullPtr; kStsBadArgErr (numElements or numValueBits below 1, or
+ * their product above 32); kStsVLCTableErr as aklsVLCDecodeGetSize_32s. */
+AKLAC_API Status aklsVLCDecodeUTupleGetSize_32s(const VlcCodeEntry* pInputTable, int inputTableSize,
+                                                const int* pSubTablesSizes, int numSubTables, int numElements,
+                                                int numValueBits, int* pSize);
+/* Builds a tuple decoding context; as aklsVLCDecodeInit_32s.
+ * Status: kStsNullPtr; kStsBadArgErr; kStsVLCTableErr. */
+AKLAC_API Status aklsVLCDecodeUTupleInit_32s(const VlcCodeEntry* pInputTable, int inputTableSize,
+                                             const int* pSubTablesSizes, int numSubTables, int numElements,
+                                             int numValueBits, aklsVLCDecodeSpec_32s* pSpec);
+/* Builds a tuple decoding context in memory from aklMalloc; as
+ * aklsVLCDecodeInitAlloc_32s.
+ * Status: kStsNullPtr; kStsBadArgErr; kStsVLCTableErr; kStsMemAllocErr;
+ * kStsVLCTableErr (prefix conflict, *ppSpec written). */
+AKLAC_API Status aklsVLCDecodeUTupleInitAlloc_32s(const VlcCodeEntry* pInputTable, int inputTableSize,
+                                                  const int* pSubTablesSizes, int numSubTables, int numElements,
+                                                  int numValueBits, aklsVLCDecodeSpec_32s** ppSpec);
+/* The same operation as aklsVLCDecodeFree_32s. */
+AKLAC_API void aklsVLCDecodeUTupleFree_32s(aklsVLCDecodeSpec_32s* pSpec);
+/* Decodes one tuple with its sign bits into pData[0..numElements-1].
+ * Status: kStsNullPtr; kStsVLCDataErr (offset outside 0..7, or tag). */
+AKLAC_API Status aklsVLCDecodeUTupleOne_1u16s(Akl8u** ppBitStream, int* pBitOffset, Akl16s* pData,
+                                              const aklsVLCDecodeSpec_32s* pSpec);
+/* Decodes len / numElements tuples (len counts elements; a remainder is not
+ * written) into consecutive groups of numElements values.
+ * Status: kStsNullPtr; kStsVLCDataErr (offset outside 0..7); kStsVLCDataErr (tag). */
+AKLAC_API Status aklsVLCDecodeUTupleBlock_1u16s(Akl8u** ppBitStream, int* pBitOffset, Akl16s* pData, int len,
+                                                const aklsVLCDecodeSpec_32s* pSpec);
+/* Decodes len / 2 AAC pairs from an unsigned pair book (numValueBits bits per
+ * magnitude): code, a sign bit per non-zero magnitude, then for a magnitude of
+ * 16 the escape sequence (first element's before second's).
+ * Status: kStsNullPtr; kStsBitOffsetErr; kStsContextMismatch; kStsVLCDataErr
+ * (nine leading ones; earlier pairs written, cursor unchanged). */
+AKLAC_API Status aklsVLCDecodeUTupleEscBlock_AAC_1u16s(Akl8u** ppBitStream, int* pBitOffset, Akl16s* pData,
+                                                       int len, const aklsVLCDecodeSpec_32s* pSpec);
+/* Decodes len / 2 Layer III pairs from an unsigned pair book: a magnitude of
+ * 15 takes linbits extra bits (added to 15) before its sign bit, in the order
+ * x's linbits, x's sign, y's linbits, y's sign.
+ *   linbits          in   0..13; not checked, values outside 0..31 are taken as clamped
+ * Status: kStsNullPtr; kStsBitOffsetErr; kStsContextMismatch. */
+AKLAC_API Status aklsVLCDecodeUTupleEscBlock_MP3_1u16s(Akl8u** ppBitStream, int* pBitOffset, int linbits,
+                                                       Akl16s* pData, int len, const aklsVLCDecodeSpec_32s* pSpec);
+
+/* --- encoding and bit counting ----------------------------------------------
+ * The encoding context maps value - smallest value straight to (length, code).
+ * Of two entries with the same value the first in the book wins; values the
+ * book lacks (and values outside its range, which wrap into it) encode as
+ * whatever their slot holds: a length of 0 if no entry filled it.
+ * Encoders write whole aligned big-endian 32-bit words: the bits before the
+ * cursor in its word are kept, and the rest of the word after the last code
+ * is set to ones; a code that runs into the next word keeps that word's
+ * other bits.  The output buffer must be writable from the aligned word
+ * holding the cursor through the aligned word holding the last bit written. */
+
+/* Bytes needed by aklsVLCEncodeInit_32s: 8 x 2^k + 128, k the binary digits
+ * of (largest value - smallest value + 1).
+ *   pInputTable      in   code book (lengths outside 0..32 are taken as clamped)
+ *   inputTableSize   in   entries, >= 1
+ *   pSize            out  size in bytes
+ * Status: kStsNullPtr; kStsVLCDataErr (inputTableSize below 1, or a value
+ * range too wide for an int-sized context). */
+AKLAC_API Status aklsVLCEncodeGetSize_32s(const VlcCodeEntry* pInputTable, int inputTableSize, int* pSize);
+/* Builds the encoding context in caller memory of at least the GetSize size.
+ * Status: kStsNullPtr; kStsVLCDataErr as GetSize. */
+AKLAC_API Status aklsVLCEncodeInit_32s(const VlcCodeEntry* pInputTable, int inputTableSize,
+                                       aklsVLCEncodeSpec_32s* pSpec);
+/* As aklsVLCEncodeInit_32s in memory from aklMalloc.
+ * Status: kStsNullPtr; kStsVLCDataErr; kStsMemAllocErr (*ppSpec unwritten). */
+AKLAC_API Status aklsVLCEncodeInitAlloc_32s(const VlcCodeEntry* pInputTable, int inputTableSize,
+                                            aklsVLCEncodeSpec_32s** ppSpec);
+/* Clears the tag and releases the memory if InitAlloc obtained it; null ignored. */
+AKLAC_API void aklsVLCEncodeFree_32s(aklsVLCEncodeSpec_32s* pSpec);
+/* Writes the code of one value at the cursor.
+ *   value            in   a value of the book
+ *   ppBitStream, pBitOffset  in/out  cursor
+ *   pSpec            in   encoding context
+ * Status: kStsNullPtr (any pointer, or *ppBitStream); kStsVLCDataErr (offset
+ * outside 0..7, or tag: one check). */
+AKLAC_API Status aklsVLCEncodeOne_16s1u(Akl16s value, Akl8u** ppBitStream, int* pBitOffset,
+                                        const aklsVLCEncodeSpec_32s* pSpec);
+/* Writes the codes of pSrc[0..len-1]; len < 1 writes nothing.
+ * Status: kStsNullPtr; kStsVLCDataErr (offset or tag). */
+AKLAC_API Status aklsVLCEncodeBlock_16s1u(const Akl16s* pSrc, int len, Akl8u** ppBitStream, int* pBitOffset,
+                                          const aklsVLCEncodeSpec_32s* pSpec);
+/* Writes len / 2 AAC pairs (the reverse of aklsVLCDecodeEscBlock_AAC_1u16s):
+ * elements of magnitude 16 or more are coded as +-16 and followed by their
+ * escape sequences.  Magnitudes up to 8191 are allowed; nothing is written
+ * unless every element is in range.
+ * Status: kStsNullPtr; kStsBitOffsetErr; kStsContextMismatch;
+ * kStsVLCEscValueErr (a magnitude above 8191). */
+AKLAC_API Status aklsVLCEncodeEscBlock_AAC_16s1u(const Akl16s* pSrc, int len, Akl8u** ppBitStream,
+                                                 int* pBitOffset, const aklsVLCEncodeSpec_32s* pSpec);
+/* Writes len / 2 Layer III pairs (the reverse of aklsVLCDecodeEscBlock_MP3_1u16s):
+ * magnitudes of 15 or more are coded as +-15 and followed by their linbits
+ * field (magnitude - 15) and sign.  Magnitudes up to 15 + 2^linbits - 1 are
+ * allowed; nothing is written unless every element is in range.
+ *   linbits          in   0..13
+ * Status: kStsNullPtr; kStsBitOffsetErr; kStsVLCLinbitsErr (linbits outside
+ * 0..13); kStsContextMismatch; kStsVLCEscValueErr (a magnitude too large). */
+AKLAC_API Status aklsVLCEncodeEscBlock_MP3_16s1u(const Akl16s* pSrc, int len, int linbits, Akl8u** ppBitStream,
+                                                 int* pBitOffset, const aklsVLCEncodeSpec_32s* pSpec);
+/* The number of bits aklsVLCEncodeBlock_16s1u would write for pSrc[0..len-1].
+ * Status: kStsNullPtr; kStsVLCDataErr (len below 1); kStsVLCDataErr (tag). */
+AKLAC_API Status aklsVLCCountBits_16s32s(const Akl16s* pSrc, int len, int* pCountBits,
+                                         const aklsVLCEncodeSpec_32s* pSpec);
+/* The number of bits aklsVLCEncodeEscBlock_AAC_16s1u would write (0 for len < 2).
+ * Status: kStsNullPtr; kStsContextMismatch; kStsVLCEscValueErr. */
+AKLAC_API Status aklsVLCCountEscBits_AAC_16s32s(const Akl16s* pSrc, int len, int* pCountBits,
+                                                const aklsVLCEncodeSpec_32s* pSpec);
+/* The number of bits aklsVLCEncodeEscBlock_MP3_16s1u would write (0 for len < 2).
+ * Status: kStsNullPtr; kStsVLCLinbitsErr; kStsContextMismatch; kStsVLCEscValueErr. */
+AKLAC_API Status aklsVLCCountEscBits_MP3_16s32s(const Akl16s* pSrc, int len, int linbits, int* pCountBits,
+                                                const aklsVLCEncodeSpec_32s* pSpec);
+
 /* @vlc-end */
 
 /* ========================================================================
@@ -620,6 +849,82 @@ AKLAC_API Status aklsEncodeTNS_AAC_32s_I(Akl32s* pSrcDst, const Akl32s* pNumFilt
 /* ========================================================================
  * SBR
  * ====================================================================== */
+/* Second-order SBR predictor coefficients by the covariance method, float,
+ * real subband samples.  For each subband k with x_n = ppSrc[n][k],
+ * n = 0..len+1 (two history slots in front of the len slots), forms the
+ * single-precision covariance sums A = sum x_n x_{n+1} (n = 0..len-1),
+ * B = sum x_n x_{n+1} (n = 1..len), C = sum x_n^2 (n = 1..len),
+ * D = sum x_n^2 (n = 0..len-1), E = sum x_n x_{n+2} (n = 0..len-1), then
+ * det = D*C - r*A*A with r = 1 - 2^-20 (the float with bits 0x3F7FFFF0);
+ * alpha1 = (B*A - E*C)/det if det*det > 0, else 0; alpha0 = -(B + alpha1*A)/C
+ * if C > 0, else 0; and both become 0 if alpha1^2 >= 16 or alpha0^2 >= 16.
+ *   ppSrc    in   len + 2 row pointers (time slots), each row at least numBands floats
+ *   pAlpha0  out  numBands coefficients alpha0[k]
+ *   pAlpha1  out  numBands coefficients alpha1[k]
+ *   numBands in   number of subbands; below 1: nothing to do
+ *   len      in   number of time slots summed over; below 1: nothing to do
+ * Statuses: kStsNullPtr if ppSrc, pAlpha0 or pAlpha1 is null; kStsOk (nothing
+ * written) if len < 1 or numBands < 1; else kStsOk. */
+AKLAC_API Status aklsPredictCoef_SBR_R_32f_D2L(const Akl32f* const* ppSrc, Akl32f* pAlpha0, Akl32f* pAlpha1,
+                                               int numBands, int len);
+
+/* The complex predictor on split rows: x_n = ppSrcRe[n][k] + i*ppSrcIm[n][k].
+ * The sums A, B, E take x_{n+j}*conj(x_n) (A, B: j = 1; E: j = 2); C and D are
+ * energies.  det = D*C - r*|A|^2 (real); alpha1 = (B*A - E*C) * (1/det) if
+ * det*det > 0, else 0; alpha0 = -(B + alpha1*conj(A)) * (1/C) if C > 0, else
+ * 0; all four outputs 0 if |alpha1|^2 >= 16 or |alpha0|^2 >= 16.  Sums in
+ * single precision; divisions are multiplications by the reciprocal.
+ *   ppSrcRe, ppSrcIm      in   len + 2 row pointers each, rows of at least numBands floats
+ *   pAlpha0Re, pAlpha0Im  out  numBands real and imaginary parts of alpha0
+ *   pAlpha1Re, pAlpha1Im  out  numBands real and imaginary parts of alpha1
+ *   numBands, len         in   as in aklsPredictCoef_SBR_R_32f_D2L
+ * Statuses: kStsNullPtr if any of the six pointers is null; kStsOk (nothing
+ * written) if len < 1 or numBands < 1; else kStsOk. */
+AKLAC_API Status aklsPredictCoef_SBR_C_32f_D2L(const Akl32f* const* ppSrcRe, const Akl32f* const* ppSrcIm,
+                                               Akl32f* pAlpha0Re, Akl32f* pAlpha0Im, Akl32f* pAlpha1Re,
+                                               Akl32f* pAlpha1Im, int numBands, int len);
+
+/* The complex predictor on interleaved complex rows, x_n = ppSrc[n][k];
+ * arithmetic as aklsPredictCoef_SBR_C_32f_D2L.
+ *   ppSrc    in   len + 2 row pointers, rows of at least numBands complex values
+ *   pAlpha0  out  numBands complex alpha0
+ *   pAlpha1  out  numBands complex alpha1
+ *   numBands, len  in  as in aklsPredictCoef_SBR_R_32f_D2L
+ * Statuses: kStsNullPtr if ppSrc, pAlpha0 or pAlpha1 is null; kStsOk (nothing
+ * written) if len < 1 or numBands < 1; else kStsOk. */
+AKLAC_API Status aklsPredictCoef_SBR_C_32fc_D2L(const Akl32fc* const* ppSrc, Akl32fc* pAlpha0, Akl32fc* pAlpha1,
+                                                int numBands, int len);
+
+/* Fixed-point high-quality (complex) predictor for one subband.  Same
+ * covariance sums, r = 1 - 2^-20 and |alpha| >= 4 rule as the float complex
+ * member, in integer arithmetic: the sums are exact (128-bit), then scaled by
+ * one common power of two to 31 bits (the coefficients do not depend on a
+ * common scale of the sums), det is formed exactly as 2^20*(D*C - |A|^2) +
+ * |A|^2, and the quotients are rounded to nearest.  alpha1 = 0 if det = 0;
+ * alpha0 = 0 if C = 0; all four parts 0 if |alpha1|^2 >= 16 or |alpha0|^2 >= 16.
+ *   ppSrc    in   len + 2 row pointers (time slots); entry k of each row is read.
+ *                 Samples in any Q format (the result does not depend on the
+ *                 scale), full 32-bit range, no overflow.
+ *   pAlpha0  out  alpha0 of subband k, real and imaginary part in Q29
+ *   pAlpha1  out  alpha1 of subband k, Q29 (|alpha| < 4 always fits)
+ *   k        in   subband index, 0 or more
+ *   len      in   number of time slots summed over; below 1: nothing to do
+ * Statuses: kStsNullPtr if ppSrc, pAlpha0 or pAlpha1 is null; kStsBadArgErr
+ * if k < 0; kStsOk (nothing written) if len < 1; else kStsOk. */
+AKLAC_API Status aklsPredictOneCoef_SBRHQ_32sc_D2L(const Akl32sc* const* ppSrc, Akl32sc* pAlpha0, Akl32sc* pAlpha1,
+                                                   int k, int len);
+
+/* Fixed-point low-power (real) predictor for one subband: the real member's
+ * formulas in the integer arithmetic of aklsPredictOneCoef_SBRHQ_32sc_D2L.
+ *   ppSrc    in   len + 2 row pointers; entry k of each row is read; any Q format
+ *   pAlpha0  out  alpha0 of subband k in Q29
+ *   pAlpha1  out  alpha1 of subband k in Q29
+ *   k        in   subband index, 0 or more
+ *   len      in   number of time slots; below 1: nothing to do
+ * Statuses: kStsNullPtr if ppSrc, pAlpha0 or pAlpha1 is null; kStsBadArgErr
+ * if k < 0; kStsOk (nothing written) if len < 1; else kStsOk. */
+AKLAC_API Status aklsPredictOneCoef_SBRLP_32s_D2L(const Akl32s* const* ppSrc, Akl32s* pAlpha0, Akl32s* pAlpha1,
+                                                  int k, int len);
 /* @sbr-end */
 
 /* ========================================================================
@@ -769,6 +1074,58 @@ AKLAC_API Status aklsFIRBlockFree_32f(FIRBlockState_32f* pState);
 /* ========================================================================
  * Vector utilities
  * ====================================================================== */
+/* Interleaves channel rows: pDst[i*chCount + c] = ppSrc[c][i].
+ *   ppSrc    in   chCount row pointers of len samples each
+ *   chCount  in   number of channels, 1 or more
+ *   len      in   samples per channel, 1 or more
+ *   pDst     out  len*chCount samples
+ * Statuses, in check order: kStsNullPtr if pDst or ppSrc is null;
+ * kStsNumChannelsErr if chCount < 1; kStsSizeErr if len < 1; kStsNullPtr if
+ * a row pointer is null; kStsMisalignedWarn if pDst or a row pointer is not a
+ * multiple of 16 bytes (the work is done in full); else kStsOk. */
+AKLAC_API Status aklsInterleave_16s(const Akl16s** ppSrc, int chCount, int len, Akl16s* pDst);
+
+/* As aklsInterleave_16s on floats. */
+AKLAC_API Status aklsInterleave_32f(const Akl32f** ppSrc, int chCount, int len, Akl32f* pDst);
+
+/* Splits interleaved frames into channel rows: ppDst[c][i] = pSrc[i*chCount + c].
+ *   pSrc     in   len*chCount samples
+ *   chCount  in   number of channels, 1 or more
+ *   len      in   samples per channel, 1 or more
+ *   ppDst    in   chCount row pointers; out: len samples in each row
+ * Statuses, in check order: kStsNullPtr if pSrc or ppDst is null;
+ * kStsNumChannelsErr if chCount < 1; kStsSizeErr if len < 1; kStsNullPtr if
+ * a row pointer is null; kStsMisalignedWarn if pSrc or a row pointer is not a
+ * multiple of 16 bytes (the work is done in full); else kStsOk. */
+AKLAC_API Status aklsDeinterleave_16s(const Akl16s* pSrc, int chCount, int len, Akl16s** ppDst);
+
+/* As aklsDeinterleave_16s on floats. */
+AKLAC_API Status aklsDeinterleave_32f(const Akl32f* pSrc, int chCount, int len, Akl32f** ppDst);
+
+/* Interleaves float channel rows into 16-bit PCM: pDst[i*chCount + c] =
+ * ppSrc[c][i] rounded to nearest, ties to even; above 32767.0 gives 32767,
+ * below -32768.0 gives -32768; NaN gives -32768.  The rounding does not
+ * depend on the processor's rounding mode.
+ *   ppSrc    in   chCount row pointers of len floats each
+ *   chCount  in   number of channels, 1 or more
+ *   len      in   samples per channel, 1 or more
+ *   pDst     out  len*chCount samples
+ * Statuses, in check order: kStsNullPtr if pDst is null; kStsSizeErr if len
+ * or chCount is below 1; kStsNullPtr if ppSrc or a row pointer is null;
+ * else kStsOk. */
+AKLAC_API Status aklsJoin_32f16s_D2L(const Akl32f** ppSrc, int chCount, int len, Akl16s* pDst);
+
+/* Mantissa/exponent pairs to floats: pDst[i] = pSrcMant[i] * 2^-(15 + pSrcExp[i]).
+ * The factor is the float whose bits are 0x38000000 - (pSrcExp[i] << 23)
+ * with the sign bit cleared (32-bit wrap-around arithmetic); the exponent is
+ * not range-checked: exponents outside -142..111 give whatever float those
+ * bits make (zero, infinity, NaN or a wrapped power of two).
+ *   pSrcMant  in   len mantissas
+ *   pSrcExp   in   len exponents
+ *   len       in   number of values, 1 or more
+ *   pDst      out  len floats
+ * Statuses: kStsNullPtr if any pointer is null; kStsSizeErr if len < 1; else kStsOk. */
+AKLAC_API Status aklsMakeFloat_16s32f(const Akl16s* pSrcMant, const Akl16s* pSrcExp, int len, Akl32f* pDst);
 /* @vector-end */
 
 #ifdef __cplusplus
