@@ -250,7 +250,7 @@ int main(int argc, char** argv) {
     else if (a == "--full" && i + 1 < argc) full = argv[++i];
     else data = a;
   }
-  std::printf("%-26s %4s %7s %8s  %-22s %-24s %s\n", "stream", "ch", "frames", "damaged", "result", "bound", "");
+  std::printf("%-26s %4s %7s %8s  %-28s %-24s %s\n", "stream", "ch", "frames", "damaged", "result", "bound", "");
   bool all_ok = true;
   for (const Case& c : kCases) {
     const std::string s = full.empty() ? data + "/" + c.stream : FullPath(full, c.stream);
