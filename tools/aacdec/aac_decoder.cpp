@@ -330,7 +330,7 @@ class Decoder {
 
   bool SetSampleRateIndex(int sfi, std::string* message);
   bool CheckObjectType(int object_type, std::string* message);
-  bool EnsureFrameBuffer(std::size_t bytes);
+  void LoadFrame(const std::uint8_t* src, std::size_t n);
   Status DecodeRawBlock(Cursor& c, const Akl8u* end);
   Status DecodeIcs(Cursor& c, ChannelStream& ch, int common_window, AklAACIcsInfo* pair_ics);
   Status DecodeCce(Cursor& c);
@@ -372,6 +372,7 @@ class Decoder {
   int num_cces_ = 0;
   std::vector<std::uint8_t> frame_storage_;
   Akl8u* frame_ = nullptr;
+  std::size_t dirty_ = 0;  // bytes of frame_ that may be non-zero
   std::vector<float> out_;       // channels x 1024, bitstream order
   std::vector<std::int16_t> pcm_;  // interleaved, WAV order
   std::string* message_ = nullptr;
@@ -407,12 +408,20 @@ bool Decoder::CheckObjectType(int object_type, std::string* message) {
   }
 }
 
-bool Decoder::EnsureFrameBuffer(std::size_t bytes) {
-  const std::size_t need = bytes + kPadding + 64;
-  if (frame_storage_.size() < need) frame_storage_.assign(need, 0);
+// Copies n input bytes to the aligned frame buffer, followed by kPadding
+// zero bytes.  Only bytes an earlier frame wrote need clearing: the buffer is
+// never written past its latest frame.
+void Decoder::LoadFrame(const std::uint8_t* src, std::size_t n) {
+  const std::size_t need = n + kPadding + 64;
+  if (frame_storage_.size() < need) {
+    frame_storage_.assign(need, 0);
+    dirty_ = 0;
+  }
   auto addr = reinterpret_cast<std::uintptr_t>(frame_storage_.data());
   frame_ = reinterpret_cast<Akl8u*>(frame_storage_.data() + ((16 - addr % 16) % 16));
-  return true;
+  if (n) std::memcpy(frame_, src, n);
+  if (dirty_ > n) std::memset(frame_ + n, 0, dirty_ - n);
+  dirty_ = n;
 }
 
 Status Decoder::DecodeIcs(Cursor& c, ChannelStream& ch, int common_window, AklAACIcsInfo* pair_ics) {
@@ -944,9 +953,7 @@ DecodeResult Decoder::Run(const std::uint8_t* data, std::size_t size, std::strin
   }
   if (size >= 4 && std::memcmp(data, "ADIF", 4) == 0) {
     adif_ = true;
-    EnsureFrameBuffer(size);
-    std::memcpy(frame_, data, size);
-    std::memset(frame_ + size, 0, kPadding);
+    LoadFrame(data, size);
     Akl8u* p = frame_;
     AklAACADIFHeader header;
     std::vector<AklAACPrgCfgElt> pces(16);
@@ -998,9 +1005,7 @@ DecodeResult Decoder::Run(const std::uint8_t* data, std::size_t size, std::strin
         }
       }
       const std::size_t avail = std::min(static_cast<std::size_t>(len), size - pos);
-      EnsureFrameBuffer(avail);
-      std::memcpy(frame_, data + pos, avail);
-      std::memset(frame_ + avail, 0, kPadding);
+      LoadFrame(data + pos, avail);
       const bool truncated = avail < static_cast<std::size_t>(len);
       bool frame_ok = !truncated && SetSampleRateIndex(sfi, message);
       if (frame_ok && !have_layout_ && config != 0) {
