@@ -41,6 +41,20 @@ TEST(MsStereo, SumsDifferencesAndIntensityToggle) {
   EXPECT_EQ(cb2[3], 15);
 }
 
+// M/S then intensity: a band with msUsed set under msMaskPresent 1 comes out
+// with the opposite sign of the same band without it.
+TEST(MsStereo, ToggledIntensityBandInvertsAfterIntensityDecoding) {
+  std::vector<Akl32s> l(1024, 4000), r(1024, 0);
+  Akl8u cb[2] = {15, 15};
+  Akl8u used[60] = {1, 0};
+  const Akl16s pos[2] = {4, 4};
+  ASSERT_EQ(aklsDecodeMsStereo_AAC_32s_I(l.data(), r.data(), 1, used, cb, 1, kOneGroup, 2, 4, 1024), kStsOk);
+  ASSERT_EQ(aklsDecodeIsStereo_AAC_32s(l.data(), r.data(), pos, cb, 1, kOneGroup, 2, 4, 1024), kStsOk);
+  for (int i = 0; i < 4; ++i) EXPECT_EQ(r[i], -2000);
+  for (int i = 4; i < 8; ++i) EXPECT_EQ(r[i], 2000);
+  for (int i = 0; i < 8; ++i) EXPECT_EQ(l[i], 4000);
+}
+
 TEST(MsStereo, ArgumentChecksInOrder) {
   std::vector<Akl32s> l(1024, 1), r(1024, 2);
   Akl8u cb[64] = {}, used[480] = {};

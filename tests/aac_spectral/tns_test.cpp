@@ -173,3 +173,26 @@ TEST(Tns, DecoderKeepsWindowsFilteredBeforeAFailure) {
 }
 
 }  // namespace
+
+namespace {
+
+// TNS_MAX_BANDS caps the filtered range: at 32 kHz (index 5) a long-window
+// filter may reach band 51; at 96 kHz (index 0) nothing above band 31 moves.
+TEST(Tns, MaxBandsByIndex) {
+  const Akl32s nfilt[1] = {1}, length[1] = {6}, order[1] = {2}, res[1] = {4}, dir[1] = {0};
+  const Akl8s coefs[2] = {5, -3};
+  std::vector<Akl32s> x(1024, 1000);
+  ASSERT_EQ(aklsDecodeTNS_AAC_32s_I(x.data(), nfilt, length, order, res, coefs, dir, 51, 1, 5, 1024), kStsOk);
+  const auto* off5 = akl::aac::spectral::kSwbOffsetLong[5];
+  int changed = 0;
+  for (int i = off5[45]; i < off5[51]; ++i) changed += x[i] != 1000;
+  EXPECT_GT(changed, 100);
+  for (int i = 0; i < off5[45]; ++i) ASSERT_EQ(x[i], 1000);
+
+  std::vector<Akl32s> y(1024, 1000);
+  const Akl32s length0[1] = {8};  // bands 33..41 of index 0: above its cap of 31
+  ASSERT_EQ(aklsDecodeTNS_AAC_32s_I(y.data(), nfilt, length0, order, res, coefs, dir, 41, 1, 0, 1024), kStsOk);
+  for (Akl32s v : y) ASSERT_EQ(v, 1000);
+}
+
+}  // namespace
