@@ -7,6 +7,7 @@
 #include <random>
 #include <vector>
 
+#include "contract_buffer.hpp"
 #include "core/bitstream.hpp"
 #include "support/test_util.hpp"
 
@@ -643,59 +644,76 @@ TEST(ExtensionHeader, MaxSfbAbove60AndChecksInOrder) {
   EXPECT_EQ(off, 0);
 }
 
-// Random bytes through every element parser: any status, the cursor inside
-// the buffer, the offset in range.
-TEST(Elements, RandomInputNeverEscapes) {
+// Random bytes through every element parser: any of the statuses the data can
+// cause, the offset in range, and a replay from memory holding only the words
+// the reading contract allows for the bits consumed ends in the same place.
+TEST(Elements, RandomInputStaysWithinTheReadingContract) {
   std::mt19937 rng(akl::test::TestSeed());
   const std::size_t n = 2048;
+  std::vector<Akl8u> buf(n);
   for (int iter = 0; iter < 4000; ++iter) {
-    auto buf = std::make_unique<Akl8u[]>(n);
-    for (std::size_t i = 0; i < n; ++i) buf[i] = static_cast<Akl8u>(rng());
-    Akl8u* p = buf.get() + rng() % 4;
-    Akl32s off = static_cast<Akl32s>(rng() % 8);
-    AklAACIcsInfo ics{};
-    AklAACChanPairElt cpe{};
-    AklAACLtpInfo ltp{};
-    std::vector<Akl8u> ms(480);
-    std::vector<Akl8u> bytes(600);
-    Akl32s a = 0, c = 0;
-    Status st = kStsOk;
-    switch (iter % 7) {
-      case 0: st = aklsDecodeChanPairElt_AAC(&p, &off, &ics, &cpe, static_cast<Akl32s>(rng() % 42)); break;
-      case 1:
-        st = aklsDecodeChanPairElt_MP4_AAC(&p, &off, &ics, &cpe, &ltp, static_cast<Akl32s>(rng() % 52),
-                                           static_cast<Akl32s>(rng() % 5));
-        break;
-      case 2: st = aklsDecodeDatStrElt_AAC(&p, &off, &a, &c, bytes.data()); break;
-      case 3: st = aklsDecodeFillElt_AAC(&p, &off, &c, bytes.data()); break;
-      case 4: {
-        AklAACMainHeader h{};
-        h.pMsUsed = ms.data();
-        st = aklsDecodeMainHeader_AAC(&p, &off, &h, 1 + static_cast<Akl32s>(rng() % 2), static_cast<Akl32s>(rng() % 2));
-        break;
+    SCOPED_TRACE(iter);
+    for (Akl8u& v : buf) v = static_cast<Akl8u>(rng());
+    const std::size_t start_byte = 4 + rng() % 4;
+    const Akl32s start_bit = static_cast<Akl32s>(rng() % 8);
+    const int kind = iter % 7;
+    const Akl32s a1 = static_cast<Akl32s>(rng() % 42);
+    const Akl32s a2 = static_cast<Akl32s>(rng() % 52);
+    const Akl32s a3 = static_cast<Akl32s>(rng() % 52);
+    const Akl32s f1 = static_cast<Akl32s>(rng() % 2);
+    const Akl32s f2 = static_cast<Akl32s>(rng() % 2);
+    const Akl32s f3 = static_cast<Akl32s>(rng() % 2);
+    const Akl32s ws = static_cast<Akl32s>(rng() % 4);
+    const Akl32s aot = static_cast<Akl32s>(rng() % 5);
+    auto run = [&](Akl8u* p, Akl32s* off, Akl8u** end) {
+      AklAACIcsInfo ics{};
+      AklAACChanPairElt cpe{};
+      AklAACLtpInfo ltp{};
+      std::vector<Akl8u> ms(480);
+      std::vector<Akl8u> bytes(600);
+      Akl32s tag = 0, count = 0;
+      Status st = kStsOk;
+      switch (kind) {
+        case 0: st = aklsDecodeChanPairElt_AAC(&p, off, &ics, &cpe, a1); break;
+        case 1: st = aklsDecodeChanPairElt_MP4_AAC(&p, off, &ics, &cpe, &ltp, a2, aot); break;
+        case 2: st = aklsDecodeDatStrElt_AAC(&p, off, &tag, &count, bytes.data()); break;
+        case 3: st = aklsDecodeFillElt_AAC(&p, off, &count, bytes.data()); break;
+        case 4: {
+          AklAACMainHeader h{};
+          h.pMsUsed = ms.data();
+          st = aklsDecodeMainHeader_AAC(&p, off, &h, 1 + f1, f2);
+          break;
+        }
+        case 5: {
+          auto h = std::make_unique<AklAACExtHeader>();
+          h->pMsUsed = ms.data();
+          st = aklsDecodeExtensionHeader_AAC(&p, off, h.get(), f1, f2, f3, a2, a3, ws);
+          break;
+        }
+        default: {
+          AklAACPrgCfgElt pce;
+          st = aklsDecodePrgCfgElt_AAC(&p, off, &pce);
+          break;
+        }
       }
-      case 5: {
-        auto h = std::make_unique<AklAACExtHeader>();
-        h->pMsUsed = ms.data();
-        st = aklsDecodeExtensionHeader_AAC(&p, &off, h.get(), static_cast<Akl32s>(rng() % 2),
-                                           static_cast<Akl32s>(rng() % 2), static_cast<Akl32s>(rng() % 2),
-                                           static_cast<Akl32s>(rng() % 52), static_cast<Akl32s>(rng() % 52),
-                                           static_cast<Akl32s>(rng() % 4));
-        break;
-      }
-      default: {
-        AklAACPrgCfgElt pce;
-        st = aklsDecodePrgCfgElt_AAC(&p, &off, &pce);
-        break;
-      }
-    }
-    EXPECT_LE(st, kStsOk);
+      *end = p;
+      return st;
+    };
+    Akl32s off = start_bit;
+    Akl8u* end = nullptr;
+    const Status st = run(buf.data() + start_byte, &off, &end);
     EXPECT_TRUE(st == kStsOk || st == kStsAacMaxSfbErr || st == kStsAacPredSfbErr || st == kStsAacTnsOrderErr ||
                 st == kStsNotSupportedModeErr)
         << st;
-    EXPECT_GE(off, 0);
-    EXPECT_LE(off, 7);
-    EXPECT_LE(p, buf.get() + n - 8);
+    ASSERT_GE(off, 0);
+    ASSERT_LE(off, 7);
+    ASSERT_LE(end, buf.data() + n - 8);
+    const std::size_t end_bits = static_cast<std::size_t>(end - buf.data()) * 8u + static_cast<std::size_t>(off);
+    aactest::ContractBuffer mem(buf.data(), start_byte * 8u + static_cast<std::size_t>(start_bit), end_bits);
+    Akl32s off2 = start_bit;
+    Akl8u* end2 = nullptr;
+    EXPECT_EQ(run(mem.At(start_byte), &off2, &end2), st);
+    EXPECT_EQ(mem.BitPosition(end2, off2), end_bits);
   }
 }
 

@@ -213,7 +213,10 @@ inline IcsPlan RandomPlan(std::mt19937& rng, int sf_index, bool short_windows, b
         value = is;
       } else if (cb == 13 && first_noise) {
         first_noise = false;
-        code = 250 + static_cast<int>(rng() % 150);
+        // The first energy is unchecked, but later bands need it inside 0..255.
+        const int lo = 346 - p.global_gain;
+        const int span = 512 - lo < 256 ? 512 - lo : 256;  // 9-bit field
+        code = lo + static_cast<int>(rng() % static_cast<unsigned>(span));
         sf = p.global_gain + code - 346;
         value = sf;
       } else if (cb == 13) {

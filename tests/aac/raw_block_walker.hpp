@@ -52,6 +52,11 @@ struct WalkStats {
   long tns = 0;
   long ms_mask = 0;
   long ltp = 0;
+  long tns_filters = 0;
+  int max_tns_order = 0;
+  long intensity_bands = 0;  // bands of codebook 14 or 15 (per window group)
+  long noise_bands = 0;      // bands of codebook 13 (per window group)
+  long escapes = 0;          // codebook-11 values of magnitude 16 or more
 };
 
 // Where one individual channel stream starts, for replaying it alone.
@@ -69,6 +74,9 @@ struct WalkConfig {
   bool general = false;       // LC streams through aklsNoiselessDecode_AAC (noise bands)
   ScaleFactorBook sf_book{};
   std::vector<ChannelStart>* starts = nullptr;  // if set, every channel stream's start is appended
+  // Band offsets of the sampling rate (long and short rows), for the escape count; optional.
+  const std::uint16_t* swb_long = nullptr;
+  const std::uint16_t* swb_short = nullptr;
 };
 
 struct WalkError {
@@ -166,8 +174,46 @@ class RawBlockWalker {
       (ch.ics.windowSequence == 2 ? stats.short_windows : stats.long_windows)++;
       stats.pulse += ch.info.pulseDataPresent;
       stats.tns += ch.info.tnsDataPresent;
+      const int groups = ch.ics.windowSequence == 2 ? ch.ics.numWindowGroups : 1;
+      for (int b = 0; b < groups * ch.ics.maxSfb; ++b) {
+        stats.intensity_bands += ch.sfb_cb[b] >= 14;
+        stats.noise_bands += ch.sfb_cb[b] == 13;
+      }
+      CountEscapes(ch, stats);
+      if (ch.info.tnsDataPresent) {
+        int filters = 0;
+        for (int w = 0; w < (ch.ics.windowSequence == 2 ? 8 : 1); ++w) filters += ch.info.nFilt[w];
+        stats.tns_filters += filters;
+        for (int f = 0; f < filters; ++f) {
+          if (ch.info.order[f] > stats.max_tns_order) stats.max_tns_order = ch.info.order[f];
+        }
+      }
     }
     return st;
+  }
+
+  // Values of codebook-11 sections at or above the escape threshold (pulses
+  // included, so a pulse can add or remove one).
+  void CountEscapes(const ChannelBuffers& ch, WalkStats& stats) const {
+    const bool short_windows = ch.ics.windowSequence == 2;
+    const std::uint16_t* offsets = short_windows ? cfg_.swb_short : cfg_.swb_long;
+    if (!offsets) return;
+    int base = 0;
+    int section = 0;
+    for (int g = 0; g < (short_windows ? ch.ics.numWindowGroups : 1); ++g) {
+      const int glen = short_windows ? ch.ics.windowGroupLength[g] : 1;
+      int start = 0;
+      for (int s = 0; s < ch.info.numSec[g]; ++s, ++section) {
+        const int end = ch.info.sectEnd[section];
+        if (ch.info.sectCb[section] == 11) {
+          for (int i = base + offsets[start] * glen; i < base + offsets[end] * glen; ++i) {
+            stats.escapes += ch.spectrum[i] >= 16 || ch.spectrum[i] <= -16;
+          }
+        }
+        start = end;
+      }
+      base += glen * ch.info.windowLength;
+    }
   }
 
   Status PairElement(Akl8u** pp, Akl32s* off, WalkStats& stats) {

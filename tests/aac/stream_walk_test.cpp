@@ -24,6 +24,11 @@ struct StreamCase {
   long short_windows; // channels decoded with eight short windows
   long pulse;         // channels with pulse data
   long tns;           // channels with TNS data
+  long tns_filters;   // TNS filters over all windows
+  int max_tns_order;  // largest TNS filter order
+  long intensity_bands; // bands of codebooks 14/15
+  long noise_bands;   // bands of codebook 13
+  long escapes;       // codebook-11 values of magnitude 16 or more, pulses included
   Status lc_status;   // first failure of the low-complexity decoder (noise bands: -166)
   Status general_status; // first failure of the general decoder
   int general_failed; // frames the general decoder stops in
@@ -75,6 +80,8 @@ WalkResult WalkStream(const std::string& file, bool general) {
     cfg.audio_object_type = h.profile + 1;
     cfg.pred_sfb_max = h.profile == 0 ? kPredSfbMax[h.samplingFrequencyIndex] : 0;
     cfg.sf_book = SfBook();
+    cfg.swb_long = akl::aac::kSwbOffsetLong[h.samplingFrequencyIndex];
+    cfg.swb_short = akl::aac::kSwbOffsetShort[h.samplingFrequencyIndex];
     cfg.general = general;
     aactest::RawBlockWalker walker(cfg);
     // The block is walked in a copy holding exactly the bytes the reading
@@ -124,6 +131,10 @@ TEST_P(StreamWalk, LowComplexityDecoder) {
   EXPECT_EQ(r.stats.short_windows, c.short_windows);
   EXPECT_EQ(r.stats.pulse, c.pulse);
   EXPECT_EQ(r.stats.tns, c.tns);
+  EXPECT_EQ(r.stats.tns_filters, c.tns_filters);
+  EXPECT_EQ(r.stats.max_tns_order, c.max_tns_order);
+  EXPECT_EQ(r.stats.intensity_bands, c.intensity_bands);
+  EXPECT_EQ(r.stats.escapes, c.escapes);
 }
 
 TEST_P(StreamWalk, GeneralDecoder) {
@@ -138,28 +149,35 @@ TEST_P(StreamWalk, GeneralDecoder) {
   EXPECT_EQ(r.stats.short_windows, c.short_windows);
   EXPECT_EQ(r.stats.pulse, c.pulse);
   EXPECT_EQ(r.stats.tns, c.tns);
+  EXPECT_EQ(r.stats.tns_filters, c.tns_filters);
+  EXPECT_EQ(r.stats.max_tns_order, c.max_tns_order);
+  EXPECT_EQ(r.stats.intensity_bands, c.intensity_bands);
+  EXPECT_EQ(r.stats.noise_bands, c.noise_bands);
+  EXPECT_EQ(r.stats.escapes, c.escapes);
 }
 
 // Counts come from the walk and agree with the streams' published
 // descriptions where those give them (al04: pulse data in 354 of 355 frames;
 // al05: 8 eight-short sequences; al06: 19; al17: 97; ct_faac: 328; coupling
-// and LFE in every frame of al07/al15).  The main-profile stream am05 uses TNS
+// and LFE in every frame of al07/al15; al04: 233 TNS filters of order at most
+// 8; TNS orders up to 10 in al06 and 12 in al07/al15; al05: 3977 intensity
+// bands; al18: 137837 noise bands).  The main-profile stream am05 uses TNS
 // orders above 12, which the TNS reader refuses with kStsAacTnsOrderErr.
 const StreamCase kCases[] = {
-    {"aac_lc_22k05_mono_32_speech.aac", 34, {34, 0, 0, 0, 0, 0, 1, 34}, 14, 0, 10, kStsOk, kStsOk, 0},
-    {"aac_lc_32k_st_96_clicks_tns.aac", 39, {0, 39, 0, 0, 0, 0, 1, 39}, 25, 0, 8, kStsOk, kStsOk, 0},
-    {"aac_lc_44k1_st_128_mix_msall_is_tns.aac", 66, {0, 66, 0, 0, 0, 0, 1, 66}, 16, 0, 12, kStsOk, kStsOk, 0},
-    {"aac_lc_48k_st_64_mix_is_pns.aac", 58, {0, 58, 0, 0, 0, 0, 1, 58}, 10, 0, 6, kStsAacCodebookErr, kStsOk, 0},
-    {"al04_44.adts", 355, {355, 0, 0, 0, 355, 1, 66, 355}, 1, 354, 106, kStsOk, kStsOk, 0},
-    {"al05_44.adts", 320, {0, 320, 0, 0, 320, 1, 177, 320}, 8, 0, 0, kStsOk, kStsOk, 0},
-    {"al06_44.adts", 355, {355, 355, 0, 0, 355, 1, 198, 355}, 19, 0, 202, kStsOk, kStsOk, 0},
-    {"al07_96.adts", 780, {780, 1560, 780, 780, 0, 1, 308, 780}, 0, 0, 436, kStsOk, kStsOk, 0},
-    {"al15_44.adts", 130, {130, 260, 130, 130, 0, 1, 545, 130}, 0, 0, 150, kStsOk, kStsOk, 0},
-    {"al17_44.adts", 323, {646, 0, 0, 0, 0, 1, 539, 323}, 97, 0, 0, kStsOk, kStsOk, 0},
-    {"al18_44.adts", 2813, {2813, 0, 0, 0, 0, 0, 2813, 2813}, 0, 0, 0, kStsAacCodebookErr, kStsOk, 0},
-    {"am05_44.adts", 130, {130, 253, 122, 122, 0, 1, 120, 29}, 0, 0, 50, kStsAacTnsOrderErr, kStsAacTnsOrderErr, 101},
-    {"ap05_48.adts", 891, {0, 891, 0, 0, 0, 1, 69, 891}, 2, 0, 56, kStsOk, kStsOk, 0},
-    {"ct_faac-adts.aac", 861, {0, 861, 0, 0, 0, 0, 1, 861}, 328, 0, 0, kStsOk, kStsOk, 0},
+    {"aac_lc_22k05_mono_32_speech.aac", 34, {34, 0, 0, 0, 0, 0, 1, 34}, 14, 0, 10, 15, 7, 0, 0, 859, kStsOk, kStsOk, 0},
+    {"aac_lc_32k_st_96_clicks_tns.aac", 39, {0, 39, 0, 0, 0, 0, 1, 39}, 25, 0, 8, 8, 7, 0, 0, 235, kStsOk, kStsOk, 0},
+    {"aac_lc_44k1_st_128_mix_msall_is_tns.aac", 66, {0, 66, 0, 0, 0, 0, 1, 66}, 16, 0, 12, 19, 7, 736, 0, 191, kStsOk, kStsOk, 0},
+    {"aac_lc_48k_st_64_mix_is_pns.aac", 58, {0, 58, 0, 0, 0, 0, 1, 58}, 10, 0, 6, 11, 7, 47, 1106, 73, kStsAacCodebookErr, kStsOk, 0},
+    {"al04_44.adts", 355, {355, 0, 0, 0, 355, 1, 66, 355}, 1, 354, 106, 233, 8, 0, 0, 465, kStsOk, kStsOk, 0},
+    {"al05_44.adts", 320, {0, 320, 0, 0, 320, 1, 177, 320}, 8, 0, 0, 0, 0, 3977, 0, 1402, kStsOk, kStsOk, 0},
+    {"al06_44.adts", 355, {355, 355, 0, 0, 355, 1, 198, 355}, 19, 0, 202, 435, 10, 2657, 0, 2062, kStsOk, kStsOk, 0},
+    {"al07_96.adts", 780, {780, 1560, 780, 780, 0, 1, 308, 780}, 0, 0, 436, 436, 12, 18720, 0, 9478, kStsOk, kStsOk, 0},
+    {"al15_44.adts", 130, {130, 260, 130, 130, 0, 1, 545, 130}, 0, 0, 150, 150, 12, 3120, 0, 8121, kStsOk, kStsOk, 0},
+    {"al17_44.adts", 323, {646, 0, 0, 0, 0, 1, 539, 323}, 97, 0, 0, 0, 0, 0, 0, 3557, kStsOk, kStsOk, 0},
+    {"al18_44.adts", 2813, {2813, 0, 0, 0, 0, 0, 2813, 2813}, 0, 0, 0, 0, 0, 0, 137837, 0, kStsAacCodebookErr, kStsOk, 0},
+    {"am05_44.adts", 130, {130, 253, 122, 122, 0, 1, 120, 29}, 0, 0, 50, 0, 0, 0, 0, 0, kStsAacTnsOrderErr, kStsAacTnsOrderErr, 101},
+    {"ap05_48.adts", 891, {0, 891, 0, 0, 0, 1, 69, 891}, 2, 0, 56, 63, 12, 8086, 0, 15836, kStsOk, kStsOk, 0},
+    {"ct_faac-adts.aac", 861, {0, 861, 0, 0, 0, 0, 1, 861}, 328, 0, 0, 0, 0, 0, 0, 0, kStsOk, kStsOk, 0},
 };
 
 INSTANTIATE_TEST_SUITE_P(Streams, StreamWalk, ::testing::ValuesIn(kCases),
