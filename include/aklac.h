@@ -1049,8 +1049,9 @@ AKLAC_API Status aklsDecodeIsStereo_AAC_32s(const Akl32s* pSrcL, Akl32s* pDstR, 
  * (in every window of its group) is filled with pseudo-random noise of the
  * band's noise energy n: sum of squares 64 * 2^(n/2) in Q3, that is the
  * energy 2^(n/2) of the standard.  One row of noise energies per group
- * (pScaleFactor as the noiseless decoder writes it).  For long windows the
- * LTP flag of each noise band, pLtpLongUsed[band + 1], is cleared.
+ * (pScaleFactor as the noiseless decoder writes it).  When numWinGrp is 1
+ * the LTP flag of each noise band below 40, pLtpLongUsed[band + 1], is
+ * cleared.
  *   pSrcDst in/out: spectrum (Q3), grouped order
  *   pLtpLongUsed in/out: 41 LTP band flags (entry 0 the LTP-present flag)
  *   pSfbCb in: codebooks;  pScaleFactor in: noise energies (codebook-13 bands)

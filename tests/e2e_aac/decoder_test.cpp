@@ -100,13 +100,17 @@ void SilentBlock(BitWriter& w, int ext) {
   w.Align();
 }
 
-std::vector<std::uint8_t> Adts(int profile, int config, int blocks, const std::vector<std::uint8_t>& p) {
-  const int len = 7 + static_cast<int>(p.size());
+std::vector<std::uint8_t> Adts(int profile, int config, int blocks, const std::vector<std::uint8_t>& p,
+                               bool crc = false) {
+  // With CRC: block positions (blocks - 1) and the header CRC follow the
+  // header (the words are not checked, so any value does).
+  const int extra = crc ? 2 * blocks : 0;
+  const int len = 7 + extra + static_cast<int>(p.size());
   BitWriter h;
   h.Put(0xFFF, 12);
   h.Put(0, 1);  // MPEG-4
   h.Put(0, 2);
-  h.Put(1, 1);  // no CRC
+  h.Put(crc ? 0 : 1, 1);  // protection absent
   h.Put(static_cast<std::uint32_t>(profile), 2);
   h.Put(4, 4);  // 44100 Hz
   h.Put(0, 1);
@@ -115,6 +119,7 @@ std::vector<std::uint8_t> Adts(int profile, int config, int blocks, const std::v
   h.Put(static_cast<std::uint32_t>(len), 13);
   h.Put(0x7FF, 11);
   h.Put(static_cast<std::uint32_t>(blocks - 1), 2);
+  for (int i = 0; i < extra; ++i) h.Put(0xA5, 8);
   auto out = h.bytes();
   out.insert(out.end(), p.begin(), p.end());
   return out;
@@ -187,6 +192,26 @@ TEST(AacDecoder, SilentFramesAndSeveralBlocksPerFrame) {
   ASSERT_EQ(r.sink.pcm.size(), 5u * 1024);
   for (auto v : r.sink.pcm) ASSERT_EQ(v, 0);
   EXPECT_TRUE(r.sink.warnings.empty());
+}
+
+// Frames with CRC words: one block (the CRC after the header), and two blocks
+// (their positions and the header CRC, then a CRC after each block).
+TEST(AacDecoder, FramesWithCrc) {
+  BitWriter one;
+  SilentBlock(one, -1);
+  BitWriter two;
+  SilentBlock(two, -1);
+  two.Put(0x1234, 16);  // CRC of block 1
+  SilentBlock(two, -1);
+  two.Put(0x5678, 16);  // CRC of block 2
+  auto s = Adts(1, 1, 1, one.bytes(), true);
+  const auto f2 = Adts(1, 1, 2, two.bytes(), true);
+  s.insert(s.end(), f2.begin(), f2.end());
+  Outcome r = Decode(s);
+  ASSERT_EQ(r.result, aacdec::DecodeResult::kOk) << r.message;
+  EXPECT_EQ(r.stats.frames, 3);
+  EXPECT_EQ(r.stats.damaged, 0);
+  EXPECT_EQ(r.stats.skipped_bytes, 0);
 }
 
 TEST(AacDecoder, HeAacCoreDecodedWithOneWarning) {
