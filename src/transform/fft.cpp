@@ -171,43 +171,180 @@ void Radix2Stage4(float* re, float* im, int m) {
   }
 }
 
-// One radix-4 stage of size 4L (L >= 4), four values of j at a time.
+// The twiddled radix-4 butterfly of a stage of size 4L for four values of j:
+// a = x[j], c = W^2j x[j+L], b = W^j x[j+2L], d = W^3j x[j+3L] (the factors
+// at w as FillStages lays them out), then y[j] = a + c + (b + d),
+// y[j+2L] = a + c - (b + d), y[j+L] = a - c - i (b - d), y[j+3L] = a - c + i (b - d).
+// Reads r0/i0 + j + {0, L, 2L, 3L}; results in yr[0..3], yi[0..3] for those places.
+inline void TwiddledButterfly4(const float* r0, const float* i0, int j, int l, const float* w, __m128* yr,
+                               __m128* yi) {
+  const __m128 ar = _mm_load_ps(r0 + j), ai = _mm_load_ps(i0 + j);
+  __m128 xr = _mm_load_ps(r0 + j + l), xi = _mm_load_ps(i0 + j + l);
+  __m128 wr = _mm_load_ps(w), wi = _mm_load_ps(w + 4);
+  const __m128 cr = _mm_sub_ps(_mm_mul_ps(xr, wr), _mm_mul_ps(xi, wi));
+  const __m128 ci = _mm_add_ps(_mm_mul_ps(xr, wi), _mm_mul_ps(xi, wr));
+  xr = _mm_load_ps(r0 + j + 2 * l);
+  xi = _mm_load_ps(i0 + j + 2 * l);
+  wr = _mm_load_ps(w + 8);
+  wi = _mm_load_ps(w + 12);
+  const __m128 br = _mm_sub_ps(_mm_mul_ps(xr, wr), _mm_mul_ps(xi, wi));
+  const __m128 bi = _mm_add_ps(_mm_mul_ps(xr, wi), _mm_mul_ps(xi, wr));
+  xr = _mm_load_ps(r0 + j + 3 * l);
+  xi = _mm_load_ps(i0 + j + 3 * l);
+  wr = _mm_load_ps(w + 16);
+  wi = _mm_load_ps(w + 20);
+  const __m128 dr = _mm_sub_ps(_mm_mul_ps(xr, wr), _mm_mul_ps(xi, wi));
+  const __m128 di = _mm_add_ps(_mm_mul_ps(xr, wi), _mm_mul_ps(xi, wr));
+  const __m128 t0r = _mm_add_ps(ar, cr), t0i = _mm_add_ps(ai, ci);
+  const __m128 t1r = _mm_sub_ps(ar, cr), t1i = _mm_sub_ps(ai, ci);
+  const __m128 t2r = _mm_add_ps(br, dr), t2i = _mm_add_ps(bi, di);
+  const __m128 t3r = _mm_sub_ps(br, dr), t3i = _mm_sub_ps(bi, di);
+  yr[0] = _mm_add_ps(t0r, t2r);
+  yi[0] = _mm_add_ps(t0i, t2i);
+  yr[2] = _mm_sub_ps(t0r, t2r);
+  yi[2] = _mm_sub_ps(t0i, t2i);
+  yr[1] = _mm_add_ps(t1r, t3i);
+  yi[1] = _mm_sub_ps(t1i, t3r);
+  yr[3] = _mm_sub_ps(t1r, t3i);
+  yi[3] = _mm_add_ps(t1i, t3r);
+}
+
+// One radix-4 stage of size 4L (L >= 4), four values of j at a time, in place.
 void Radix4Stage(float* re, float* im, int m, int l, const float* tw) {
   for (int base = 0; base < m; base += 4 * l) {
     float* r0 = re + base;
     float* i0 = im + base;
     const float* w = tw;
     for (int j = 0; j < l; j += 4, w += 24) {
-      const __m128 ar = _mm_load_ps(r0 + j), ai = _mm_load_ps(i0 + j);
-      __m128 xr = _mm_load_ps(r0 + j + l), xi = _mm_load_ps(i0 + j + l);
-      __m128 wr = _mm_load_ps(w), wi = _mm_load_ps(w + 4);
-      const __m128 cr = _mm_sub_ps(_mm_mul_ps(xr, wr), _mm_mul_ps(xi, wi));
-      const __m128 ci = _mm_add_ps(_mm_mul_ps(xr, wi), _mm_mul_ps(xi, wr));
-      xr = _mm_load_ps(r0 + j + 2 * l);
-      xi = _mm_load_ps(i0 + j + 2 * l);
-      wr = _mm_load_ps(w + 8);
-      wi = _mm_load_ps(w + 12);
-      const __m128 br = _mm_sub_ps(_mm_mul_ps(xr, wr), _mm_mul_ps(xi, wi));
-      const __m128 bi = _mm_add_ps(_mm_mul_ps(xr, wi), _mm_mul_ps(xi, wr));
-      xr = _mm_load_ps(r0 + j + 3 * l);
-      xi = _mm_load_ps(i0 + j + 3 * l);
-      wr = _mm_load_ps(w + 16);
-      wi = _mm_load_ps(w + 20);
-      const __m128 dr = _mm_sub_ps(_mm_mul_ps(xr, wr), _mm_mul_ps(xi, wi));
-      const __m128 di = _mm_add_ps(_mm_mul_ps(xr, wi), _mm_mul_ps(xi, wr));
-      const __m128 t0r = _mm_add_ps(ar, cr), t0i = _mm_add_ps(ai, ci);
-      const __m128 t1r = _mm_sub_ps(ar, cr), t1i = _mm_sub_ps(ai, ci);
-      const __m128 t2r = _mm_add_ps(br, dr), t2i = _mm_add_ps(bi, di);
-      const __m128 t3r = _mm_sub_ps(br, dr), t3i = _mm_sub_ps(bi, di);
-      _mm_store_ps(r0 + j, _mm_add_ps(t0r, t2r));
-      _mm_store_ps(i0 + j, _mm_add_ps(t0i, t2i));
-      _mm_store_ps(r0 + j + 2 * l, _mm_sub_ps(t0r, t2r));
-      _mm_store_ps(i0 + j + 2 * l, _mm_sub_ps(t0i, t2i));
-      _mm_store_ps(r0 + j + l, _mm_add_ps(t1r, t3i));
-      _mm_store_ps(i0 + j + l, _mm_sub_ps(t1i, t3r));
-      _mm_store_ps(r0 + j + 3 * l, _mm_sub_ps(t1r, t3i));
-      _mm_store_ps(i0 + j + 3 * l, _mm_add_ps(t1i, t3r));
+      __m128 yr[4], yi[4];
+      TwiddledButterfly4(r0, i0, j, l, w, yr, yi);
+      for (int g = 0; g < 4; ++g) {
+        _mm_store_ps(r0 + j + g * l, yr[g]);
+        _mm_store_ps(i0 + j + g * l, yi[g]);
+      }
     }
+  }
+}
+
+// Four complex values at p as a vector of real parts and one of imaginary parts.
+inline void LoadComplex4(const Akl32fc* p, __m128* r, __m128* i) {
+  const __m128 a = _mm_loadu_ps(&p->re), b = _mm_loadu_ps(&p->re + 4);
+  *r = _mm_shuffle_ps(a, b, _MM_SHUFFLE(2, 0, 2, 0));
+  *i = _mm_shuffle_ps(a, b, _MM_SHUFFLE(3, 1, 3, 1));
+}
+
+// Stores four complex values, interleaving real and imaginary parts.
+inline void StoreComplex4(Akl32fc* p, __m128 r, __m128 i) {
+  _mm_storeu_ps(&p->re, _mm_unpacklo_ps(r, i));
+  _mm_storeu_ps(&p->re + 4, _mm_unpackhi_ps(r, i));
+}
+
+// The last radix-4 stage (4L = M) reading split scratch and writing the
+// interleaved result, times f when kScale: this saves the separate pass that
+// converted the split result.
+template <bool kScale>
+void LastStageInterleaved(const float* re, const float* im, Akl32fc* dst, int m, const float* tw, float f) {
+  const int l = m / 4;
+  const __m128 vf = _mm_set1_ps(f);
+  const float* w = tw;
+  for (int j = 0; j < l; j += 4, w += 24) {
+    __m128 yr[4], yi[4];
+    TwiddledButterfly4(re, im, j, l, w, yr, yi);
+    for (int g = 0; g < 4; ++g) {
+      if (kScale) {
+        yr[g] = _mm_mul_ps(yr[g], vf);
+        yi[g] = _mm_mul_ps(yi[g], vf);
+      }
+      StoreComplex4(dst + j + g * l, yr[g], yi[g]);
+    }
+  }
+}
+
+// 4-point DFT of natural-order y0..y3 (one transform per lane), in place:
+// Y1 = y0 - y2 - i (y1 - y3), Y3 = y0 - y2 + i (y1 - y3).
+inline void Dft4Natural(__m128* r, __m128* i) {
+  const __m128 t0r = _mm_add_ps(r[0], r[2]), t0i = _mm_add_ps(i[0], i[2]);
+  const __m128 t1r = _mm_sub_ps(r[0], r[2]), t1i = _mm_sub_ps(i[0], i[2]);
+  const __m128 t2r = _mm_add_ps(r[1], r[3]), t2i = _mm_add_ps(i[1], i[3]);
+  const __m128 t3r = _mm_sub_ps(r[1], r[3]), t3i = _mm_sub_ps(i[1], i[3]);
+  r[0] = _mm_add_ps(t0r, t2r);
+  i[0] = _mm_add_ps(t0i, t2i);
+  r[2] = _mm_sub_ps(t0r, t2r);
+  i[2] = _mm_sub_ps(t0i, t2i);
+  r[1] = _mm_add_ps(t1r, t3i);
+  i[1] = _mm_sub_ps(t1i, t3r);
+  r[3] = _mm_sub_ps(t1r, t3i);
+  i[3] = _mm_add_ps(t1i, t3r);
+}
+
+// First pass of odd orders >= 5 straight from interleaved input: an 8-point
+// DFT over x[r + t M/8] (t = 0..7) for four residues r = i0 .. i0+3 at once,
+// one per lane.  The block of eight at 8 rev(r) (bit reversal over order - 3
+// bits) receives that DFT in natural order, which is what the radix-4 stages
+// from L = 8 expect; for the four lanes the blocks lie at rev(i0) plus 0,
+// M/2, M/4 and 3M/4, so two transposes per part make aligned stores.  This
+// replaces the radix-4 pass and the radix-2 pass of the split kernel by one
+// pass with fewer operations.
+void FirstPass8Interleaved(const Akl32fc* src, float* re, float* im, int order) {
+  const int m = 1 << order;
+  const int e = m / 8;
+  const __m128 h = _mm_set1_ps(kSqrtHalf), minus_h = _mm_set1_ps(-kSqrtHalf);
+  const int off[4] = {0, m / 2, m / 4, 3 * m / 4};
+  for (int i0 = 0; i0 < e; i0 += 4) {
+    __m128 ar[4], ai[4], br[4], bi[4];
+    for (int g = 0; g < 4; ++g) {
+      __m128 xr, xi, yr, yi;
+      LoadComplex4(src + i0 + g * e, &xr, &xi);
+      LoadComplex4(src + i0 + (g + 4) * e, &yr, &yi);
+      ar[g] = _mm_add_ps(xr, yr);
+      ai[g] = _mm_add_ps(xi, yi);
+      br[g] = _mm_sub_ps(xr, yr);
+      bi[g] = _mm_sub_ps(xi, yi);
+    }
+    // b_g times e^(-i pi g/4).
+    {
+      const __m128 r1 = _mm_mul_ps(_mm_add_ps(br[1], bi[1]), h);
+      const __m128 i1 = _mm_mul_ps(_mm_sub_ps(bi[1], br[1]), h);
+      br[1] = r1;
+      bi[1] = i1;
+      const __m128 r2 = bi[2];
+      const __m128 i2 = _mm_sub_ps(_mm_setzero_ps(), br[2]);
+      br[2] = r2;
+      bi[2] = i2;
+      const __m128 r3 = _mm_mul_ps(_mm_sub_ps(bi[3], br[3]), h);
+      const __m128 i3 = _mm_mul_ps(_mm_add_ps(br[3], bi[3]), minus_h);
+      br[3] = r3;
+      bi[3] = i3;
+    }
+    Dft4Natural(ar, ai);  // X[0], X[2], X[4], X[6]
+    Dft4Natural(br, bi);  // X[1], X[3], X[5], X[7]
+    const std::uint32_t p = BitReverseIndex(static_cast<std::uint32_t>(i0), order);
+    __m128 o0 = ar[0], o1 = br[0], o2 = ar[1], o3 = br[1];
+    __m128 o4 = ar[2], o5 = br[2], o6 = ar[3], o7 = br[3];
+    _MM_TRANSPOSE4_PS(o0, o1, o2, o3);
+    _MM_TRANSPOSE4_PS(o4, o5, o6, o7);
+    float* q = re + p;
+    _mm_store_ps(q + off[0], o0);
+    _mm_store_ps(q + off[0] + 4, o4);
+    _mm_store_ps(q + off[1], o1);
+    _mm_store_ps(q + off[1] + 4, o5);
+    _mm_store_ps(q + off[2], o2);
+    _mm_store_ps(q + off[2] + 4, o6);
+    _mm_store_ps(q + off[3], o3);
+    _mm_store_ps(q + off[3] + 4, o7);
+    o0 = ai[0], o1 = bi[0], o2 = ai[1], o3 = bi[1];
+    o4 = ai[2], o5 = bi[2], o6 = ai[3], o7 = bi[3];
+    _MM_TRANSPOSE4_PS(o0, o1, o2, o3);
+    _MM_TRANSPOSE4_PS(o4, o5, o6, o7);
+    q = im + p;
+    _mm_store_ps(q + off[0], o0);
+    _mm_store_ps(q + off[0] + 4, o4);
+    _mm_store_ps(q + off[1], o1);
+    _mm_store_ps(q + off[1] + 4, o5);
+    _mm_store_ps(q + off[2], o2);
+    _mm_store_ps(q + off[2] + 4, o6);
+    _mm_store_ps(q + off[3], o3);
+    _mm_store_ps(q + off[3] + 4, o7);
   }
 }
 
@@ -317,43 +454,47 @@ void FftSplitAfterFirstPass(const FFTSpec_C_32fc& spec, float* re, float* im) {
 void FftForward(const FFTSpec_C_32fc& spec, const Akl32fc* src, Akl32fc* dst, Akl8u* work) {
   const int order = spec.order;
   const int m = 1 << order;
+  const float f = spec.fwdDivide ? spec.normFactor : 1.0f;
   // Split scratch: on the stack up to order 10, else the work buffer.
   alignas(64) float local[2 << kTableMaxOrder];
   float* re = order <= kTableMaxOrder ? local : AlignUp(reinterpret_cast<float*>(work), 64);
   float* im = re + (m < 4 ? 4 : m);
   if (m >= 16) {
-    for (int i0 = 0; i0 < m / 4; i0 += 4) {
-      __m128 vr[4], vi[4];
-      for (int g = 0; g < 4; ++g) {
-        const float* p = &src[i0 + g * (m / 4)].re;
-        const __m128 a = _mm_loadu_ps(p), b = _mm_loadu_ps(p + 4);
-        vr[g] = _mm_shuffle_ps(a, b, _MM_SHUFFLE(2, 0, 2, 0));
-        vi[g] = _mm_shuffle_ps(a, b, _MM_SHUFFLE(3, 1, 3, 1));
+    // Three or four memory passes: the permuting first pass (radix 8 for odd
+    // orders, radix 4 for even ones), the inner radix-4 stages in place, and
+    // the last radix-4 stage writing dst.  All of src is read before dst is
+    // written, so src may equal dst.
+    if (order & 1) {
+      FirstPass8Interleaved(src, re, im, order);
+    } else {
+      for (int i0 = 0; i0 < m / 4; i0 += 4) {
+        __m128 vr[4], vi[4];
+        for (int g = 0; g < 4; ++g) LoadComplex4(src + i0 + g * (m / 4), &vr[g], &vi[g]);
+        StoreFirstPass4(re, im, BitReverseIndex(static_cast<std::uint32_t>(i0), order), m, vr, vi);
       }
-      StoreFirstPass4(re, im, BitReverseIndex(static_cast<std::uint32_t>(i0), order), m, vr, vi);
     }
-    FftSplitAfterFirstPass(spec, re, im);
-  } else {
-    for (int i = 0; i < m; ++i) {
-      const std::uint32_t r = BitReverseIndex(static_cast<std::uint32_t>(i), order);
-      re[r] = src[i].re;
-      im[r] = src[i].im;
+    const float* tw = spec.twiddles;
+    int l = FirstStageL(order);
+    for (; 4 * l < m; l *= 4) {
+      Radix4Stage(re, im, m, l, tw);
+      tw += 6 * l;
     }
-    FftSplitBitReversed(spec, re, im);
+    if (f != 1.0f) {
+      LastStageInterleaved<true>(re, im, dst, m, tw, f);
+    } else {
+      LastStageInterleaved<false>(re, im, dst, m, tw, f);
+    }
+    return;
   }
-  const float f = spec.fwdDivide ? spec.normFactor : 1.0f;
-  if (m >= 4) {
-    const __m128 vf = _mm_set1_ps(f);
-    for (int i = 0; i < m; i += 4) {
-      const __m128 r = _mm_mul_ps(_mm_load_ps(re + i), vf), q = _mm_mul_ps(_mm_load_ps(im + i), vf);
-      _mm_storeu_ps(&dst[i].re, _mm_unpacklo_ps(r, q));
-      _mm_storeu_ps(&dst[i + 2].re, _mm_unpackhi_ps(r, q));
-    }
-  } else {
-    for (int i = 0; i < m; ++i) {
-      dst[i].re = re[i] * f;
-      dst[i].im = im[i] * f;
-    }
+  for (int i = 0; i < m; ++i) {
+    const std::uint32_t r = BitReverseIndex(static_cast<std::uint32_t>(i), order);
+    re[r] = src[i].re;
+    im[r] = src[i].im;
+  }
+  FftSplitBitReversed(spec, re, im);
+  for (int i = 0; i < m; ++i) {
+    dst[i].re = re[i] * f;
+    dst[i].im = im[i] * f;
   }
 }
 
