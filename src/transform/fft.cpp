@@ -117,6 +117,42 @@ alignas(64) constexpr auto kStagesEven = MakeStageTable<1>();
 
 const float* ConstantStages(int order) { return (order & 1) ? kStagesOdd.data() : kStagesEven.data(); }
 
+// Radix-4 twiddles of the stage that combines blocks of L (both sequences
+// hold 6 L' floats for each of their stages L' < L).
+constexpr const float* Radix4Twiddles(const float* stages, int first_l, int l) {
+  int offset = 0;
+  for (int k = first_l; k < l; k *= 4) offset += 6 * k;
+  return stages + offset;
+}
+
+// Radix-8 stage twiddles for every block size L = 4, 8, .., 128 (stages of
+// size 8L up to 1024), L after L: for j = 0, 4, .. L-4, 56 floats, the four
+// real parts then the four imaginary parts of W^(s j) for s = 1 .. 7
+// (W = e^(-2 pi i/8L)), so the stage of L starts at 14 (L - 4).
+constexpr int kRadix8MaxL = 128;
+constexpr int Radix8TwiddleFloats() { return 14 * (2 * kRadix8MaxL - 4); }
+constexpr std::array<float, Radix8TwiddleFloats()> MakeRadix8Table() {
+  std::array<float, Radix8TwiddleFloats()> t{};
+  std::size_t o = 0;
+  for (int l = 4; l <= kRadix8MaxL; l *= 2) {
+    const int step = kSinPeriod / (8 * l);
+    for (int j = 0; j < l; j += 4) {
+      for (int s = 1; s < 8; ++s) {
+        for (int h = 0; h < 4; ++h) {
+          float c = 0, sn = 0;
+          CosSin(kSin1024.data(), kSinPeriod, s * (j + h) * step, &c, &sn);
+          t[o + static_cast<std::size_t>(h)] = c;
+          t[o + 4 + static_cast<std::size_t>(h)] = -sn;
+        }
+        o += 8;
+      }
+    }
+  }
+  return t;
+}
+alignas(64) constexpr auto kRadix8 = MakeRadix8Table();
+constexpr const float* Radix8Twiddles(int l) { return kRadix8.data() + 14 * (l - 4); }
+
 // Bit reversal of 10-bit indices; shorter orders shift the result down.
 constexpr std::array<std::uint16_t, 1u << kTableMaxOrder> MakeRev10() {
   std::array<std::uint16_t, 1u << kTableMaxOrder> t{};
@@ -209,8 +245,13 @@ inline void TwiddledButterfly4(const float* r0, const float* i0, int j, int l, c
   yi[3] = _mm_add_ps(t1i, t3r);
 }
 
+// The stage functions are inlined into the fixed-order transforms below, where
+// the sizes become constants (addresses fold into the instructions and the
+// short loops unroll).
+#define AKL_FFT_INLINE [[gnu::always_inline]] inline
+
 // One radix-4 stage of size 4L (L >= 4), four values of j at a time, in place.
-void Radix4Stage(float* re, float* im, int m, int l, const float* tw) {
+AKL_FFT_INLINE void Radix4Stage(float* re, float* im, int m, int l, const float* tw) {
   for (int base = 0; base < m; base += 4 * l) {
     float* r0 = re + base;
     float* i0 = im + base;
@@ -243,7 +284,7 @@ inline void StoreComplex4(Akl32fc* p, __m128 r, __m128 i) {
 // interleaved result, times f when kScale: this saves the separate pass that
 // converted the split result.
 template <bool kScale>
-void LastStageInterleaved(const float* re, const float* im, Akl32fc* dst, int m, const float* tw, float f) {
+AKL_FFT_INLINE void LastStageInterleaved(const float* re, const float* im, Akl32fc* dst, int m, const float* tw, float f) {
   const int l = m / 4;
   const __m128 vf = _mm_set1_ps(f);
   const float* w = tw;
@@ -277,6 +318,80 @@ inline void Dft4Natural(__m128* r, __m128* i) {
   i[3] = _mm_add_ps(t1i, t3r);
 }
 
+// 8-point DFT over natural-order x0..x7 (one transform per lane), in
+// place, results in natural order: X[2v] is the 4-point DFT of x_s + x_(s+4),
+// X[2v+1] that of (x_s - x_(s+4)) e^(-i pi s/4).
+inline void Dft8Natural(__m128* r, __m128* i) {
+  const __m128 h = _mm_set1_ps(kSqrtHalf), minus_h = _mm_set1_ps(-kSqrtHalf);
+  __m128 ar[4], ai[4], br[4], bi[4];
+  for (int g = 0; g < 4; ++g) {
+    ar[g] = _mm_add_ps(r[g], r[g + 4]);
+    ai[g] = _mm_add_ps(i[g], i[g + 4]);
+    br[g] = _mm_sub_ps(r[g], r[g + 4]);
+    bi[g] = _mm_sub_ps(i[g], i[g + 4]);
+  }
+  const __m128 r1 = _mm_mul_ps(_mm_add_ps(br[1], bi[1]), h);
+  const __m128 i1 = _mm_mul_ps(_mm_sub_ps(bi[1], br[1]), h);
+  br[1] = r1;
+  bi[1] = i1;
+  const __m128 r2 = bi[2];
+  const __m128 i2 = _mm_sub_ps(_mm_setzero_ps(), br[2]);
+  br[2] = r2;
+  bi[2] = i2;
+  const __m128 r3 = _mm_mul_ps(_mm_sub_ps(bi[3], br[3]), h);
+  const __m128 i3 = _mm_mul_ps(_mm_add_ps(br[3], bi[3]), minus_h);
+  br[3] = r3;
+  bi[3] = i3;
+  Dft4Natural(ar, ai);
+  Dft4Natural(br, bi);
+  for (int v = 0; v < 4; ++v) {
+    r[2 * v] = ar[v];
+    i[2 * v] = ai[v];
+    r[2 * v + 1] = br[v];
+    i[2 * v + 1] = bi[v];
+  }
+}
+
+// Where a stage puts its results: back into the split arrays, or (the last
+// stage) interleaved into the destination, optionally times a factor.
+enum class StageOut { kSplit, kInterleaved, kInterleavedScaled };
+
+// One radix-8 stage of size 8L (L >= 4) over bit-reversed blocks: the block
+// at place rev3(s) holds the transform of residue s, so
+// X[j + v L] = sum_s e^(-2 pi i s v/8) W^(s j) B_s[j], four values of j at a time.
+template <StageOut kOut>
+AKL_FFT_INLINE void Radix8Stage(float* re, float* im, Akl32fc* dst, int m, int l, const float* tw, float f) {
+  constexpr int kRev3[8] = {0, 4, 2, 6, 1, 5, 3, 7};
+  const __m128 vf = _mm_set1_ps(f);
+  for (int base = 0; base < m; base += 8 * l) {
+    float* r0 = re + base;
+    float* i0 = im + base;
+    const float* w = tw;
+    for (int j = 0; j < l; j += 4, w += 56) {
+      __m128 xr[8], xi[8];
+      xr[0] = _mm_load_ps(r0 + j);
+      xi[0] = _mm_load_ps(i0 + j);
+      for (int s = 1; s < 8; ++s) {
+        const __m128 ar = _mm_load_ps(r0 + j + kRev3[s] * l), ai = _mm_load_ps(i0 + j + kRev3[s] * l);
+        const __m128 wr = _mm_load_ps(w + 8 * (s - 1)), wi = _mm_load_ps(w + 8 * (s - 1) + 4);
+        xr[s] = _mm_sub_ps(_mm_mul_ps(ar, wr), _mm_mul_ps(ai, wi));
+        xi[s] = _mm_add_ps(_mm_mul_ps(ar, wi), _mm_mul_ps(ai, wr));
+      }
+      Dft8Natural(xr, xi);
+      for (int v = 0; v < 8; ++v) {
+        if (kOut == StageOut::kSplit) {
+          _mm_store_ps(r0 + j + v * l, xr[v]);
+          _mm_store_ps(i0 + j + v * l, xi[v]);
+        } else if (kOut == StageOut::kInterleaved) {
+          StoreComplex4(dst + base + j + v * l, xr[v], xi[v]);
+        } else {
+          StoreComplex4(dst + base + j + v * l, _mm_mul_ps(xr[v], vf), _mm_mul_ps(xi[v], vf));
+        }
+      }
+    }
+  }
+}
+
 // First pass of odd orders >= 5 straight from interleaved input: an 8-point
 // DFT over x[r + t M/8] (t = 0..7) for four residues r = i0 .. i0+3 at once,
 // one per lane.  The block of eight at 8 rev(r) (bit reversal over order - 3
@@ -285,73 +400,93 @@ inline void Dft4Natural(__m128* r, __m128* i) {
 // M/2, M/4 and 3M/4, so two transposes per part make aligned stores.  This
 // replaces the radix-4 pass and the radix-2 pass of the split kernel by one
 // pass with fewer operations.
-void FirstPass8Interleaved(const Akl32fc* src, float* re, float* im, int order) {
+AKL_FFT_INLINE void FirstPass8Interleaved(const Akl32fc* src, float* re, float* im, int order) {
   const int m = 1 << order;
   const int e = m / 8;
-  const __m128 h = _mm_set1_ps(kSqrtHalf), minus_h = _mm_set1_ps(-kSqrtHalf);
   const int off[4] = {0, m / 2, m / 4, 3 * m / 4};
   for (int i0 = 0; i0 < e; i0 += 4) {
-    __m128 ar[4], ai[4], br[4], bi[4];
-    for (int g = 0; g < 4; ++g) {
-      __m128 xr, xi, yr, yi;
-      LoadComplex4(src + i0 + g * e, &xr, &xi);
-      LoadComplex4(src + i0 + (g + 4) * e, &yr, &yi);
-      ar[g] = _mm_add_ps(xr, yr);
-      ai[g] = _mm_add_ps(xi, yi);
-      br[g] = _mm_sub_ps(xr, yr);
-      bi[g] = _mm_sub_ps(xi, yi);
-    }
-    // b_g times e^(-i pi g/4).
-    {
-      const __m128 r1 = _mm_mul_ps(_mm_add_ps(br[1], bi[1]), h);
-      const __m128 i1 = _mm_mul_ps(_mm_sub_ps(bi[1], br[1]), h);
-      br[1] = r1;
-      bi[1] = i1;
-      const __m128 r2 = bi[2];
-      const __m128 i2 = _mm_sub_ps(_mm_setzero_ps(), br[2]);
-      br[2] = r2;
-      bi[2] = i2;
-      const __m128 r3 = _mm_mul_ps(_mm_sub_ps(bi[3], br[3]), h);
-      const __m128 i3 = _mm_mul_ps(_mm_add_ps(br[3], bi[3]), minus_h);
-      br[3] = r3;
-      bi[3] = i3;
-    }
-    Dft4Natural(ar, ai);  // X[0], X[2], X[4], X[6]
-    Dft4Natural(br, bi);  // X[1], X[3], X[5], X[7]
+    __m128 xr[8], xi[8];
+    for (int g = 0; g < 8; ++g) LoadComplex4(src + i0 + g * e, &xr[g], &xi[g]);
+    Dft8Natural(xr, xi);
     const std::uint32_t p = BitReverseIndex(static_cast<std::uint32_t>(i0), order);
-    __m128 o0 = ar[0], o1 = br[0], o2 = ar[1], o3 = br[1];
-    __m128 o4 = ar[2], o5 = br[2], o6 = ar[3], o7 = br[3];
-    _MM_TRANSPOSE4_PS(o0, o1, o2, o3);
-    _MM_TRANSPOSE4_PS(o4, o5, o6, o7);
-    float* q = re + p;
-    _mm_store_ps(q + off[0], o0);
-    _mm_store_ps(q + off[0] + 4, o4);
-    _mm_store_ps(q + off[1], o1);
-    _mm_store_ps(q + off[1] + 4, o5);
-    _mm_store_ps(q + off[2], o2);
-    _mm_store_ps(q + off[2] + 4, o6);
-    _mm_store_ps(q + off[3], o3);
-    _mm_store_ps(q + off[3] + 4, o7);
-    o0 = ai[0], o1 = bi[0], o2 = ai[1], o3 = bi[1];
-    o4 = ai[2], o5 = bi[2], o6 = ai[3], o7 = bi[3];
-    _MM_TRANSPOSE4_PS(o0, o1, o2, o3);
-    _MM_TRANSPOSE4_PS(o4, o5, o6, o7);
-    q = im + p;
-    _mm_store_ps(q + off[0], o0);
-    _mm_store_ps(q + off[0] + 4, o4);
-    _mm_store_ps(q + off[1], o1);
-    _mm_store_ps(q + off[1] + 4, o5);
-    _mm_store_ps(q + off[2], o2);
-    _mm_store_ps(q + off[2] + 4, o6);
-    _mm_store_ps(q + off[3], o3);
-    _mm_store_ps(q + off[3] + 4, o7);
+    for (float* part : {re, im}) {
+      __m128* v = part == re ? xr : xi;
+      _MM_TRANSPOSE4_PS(v[0], v[1], v[2], v[3]);
+      _MM_TRANSPOSE4_PS(v[4], v[5], v[6], v[7]);
+      for (int k = 0; k < 4; ++k) {
+        _mm_store_ps(part + p + off[k], v[k]);
+        _mm_store_ps(part + p + off[k] + 4, v[k + 4]);
+      }
+    }
   }
 }
 
-// Orders 1..3: plain radix 2 with the factors of the 8-point transform.
-void SmallSplit(float* re, float* im, int order) {
-  constexpr float kW8[4][2] = {{1.0f, 0.0f}, {kSqrtHalf, -kSqrtHalf}, {0.0f, -1.0f}, {-kSqrtHalf, -kSqrtHalf}};
+// First radix-4 pass straight from interleaved input (StoreFirstPass4 places
+// the results).
+AKL_FFT_INLINE void FirstPass4Interleaved(const Akl32fc* src, float* re, float* im, int order) {
   const int m = 1 << order;
+  for (int i0 = 0; i0 < m / 4; i0 += 4) {
+    __m128 vr[4], vi[4];
+    for (int g = 0; g < 4; ++g) LoadComplex4(src + i0 + g * (m / 4), &vr[g], &vi[g]);
+    StoreFirstPass4(re, im, BitReverseIndex(static_cast<std::uint32_t>(i0), order), m, vr, vi);
+  }
+}
+
+// The stages after the first pass for orders up to 10, blocks of L so far
+// and kLeft levels to go: radix 8 where it fits, radix 4 when 2 or 4 levels
+// remain (so 8x8, 8x4x4, 8x8x4, 8x8x8, 8x8x4x4 for orders 6..10); the last
+// stage writes the interleaved result.
+template <int kOrder, int L, int kLeft, bool kScale>
+AKL_FFT_INLINE void FixedStages(float* re, float* im, Akl32fc* dst, float f) {
+  constexpr int m = 1 << kOrder;
+  if constexpr (kLeft == 2 || kLeft == 4) {
+    const float* tw = (L & 0x55555555) ? Radix4Twiddles(kStagesEven.data(), 4, L)
+                                       : Radix4Twiddles(kStagesOdd.data(), 8, L);
+    if constexpr (kLeft == 2) {
+      LastStageInterleaved<kScale>(re, im, dst, m, tw, f);
+    } else {
+      Radix4Stage(re, im, m, L, tw);
+      FixedStages<kOrder, 4 * L, kLeft - 2, kScale>(re, im, dst, f);
+    }
+  } else {
+    const float* tw = Radix8Twiddles(L);
+    if constexpr (kLeft == 3) {
+      Radix8Stage<kScale ? StageOut::kInterleavedScaled : StageOut::kInterleaved>(re, im, dst, m, L, tw, f);
+    } else {
+      Radix8Stage<StageOut::kSplit>(re, im, dst, m, L, tw, f);
+      FixedStages<kOrder, 8 * L, kLeft - 3, kScale>(re, im, dst, f);
+    }
+  }
+}
+
+// The whole transform of one order 4..10 with its sizes as constants.  All
+// of src is read before dst is written, so src may equal dst.
+template <int kOrder, bool kScale>
+void FixedOrder(const Akl32fc* src, Akl32fc* dst, float f) {
+  constexpr std::size_t kLen = std::size_t{1} << kOrder;
+  alignas(64) float re[kLen];
+  alignas(64) float im[kLen];
+  if constexpr (kOrder == 4) {
+    FirstPass4Interleaved(src, re, im, kOrder);
+    FixedStages<kOrder, 4, 2, kScale>(re, im, dst, f);
+  } else {
+    FirstPass8Interleaved(src, re, im, kOrder);
+    FixedStages<kOrder, 8, kOrder - 3, kScale>(re, im, dst, f);
+  }
+}
+
+using FixedFn = void (*)(const Akl32fc*, Akl32fc*, float);
+template <bool kScale>
+constexpr std::array<FixedFn, 7> kFixedOrders = {FixedOrder<4, kScale>, FixedOrder<5, kScale>, FixedOrder<6, kScale>,
+                                                 FixedOrder<7, kScale>, FixedOrder<8, kScale>, FixedOrder<9, kScale>,
+                                                 FixedOrder<10, kScale>};
+
+
+// Orders 1..3: plain radix 2 with the factors of the 8-point transform.
+template <int kOrder>
+AKL_FFT_INLINE void SmallSplitT(float* re, float* im) {
+  constexpr float kW8[4][2] = {{1.0f, 0.0f}, {kSqrtHalf, -kSqrtHalf}, {0.0f, -1.0f}, {-kSqrtHalf, -kSqrtHalf}};
+  constexpr int m = 1 << kOrder;
   for (int h = 1; h < m; h *= 2) {
     for (int base = 0; base < m; base += 2 * h) {
       for (int j = 0; j < h; ++j) {
@@ -367,6 +502,32 @@ void SmallSplit(float* re, float* im, int order) {
     }
   }
 }
+void SmallSplit(float* re, float* im, int order) {
+  switch (order) {
+    case 1: SmallSplitT<1>(re, im); break;
+    case 2: SmallSplitT<2>(re, im); break;
+    case 3: SmallSplitT<3>(re, im); break;
+    default: break;
+  }
+}
+
+// Orders 0..3: the permutation and the plain radix-2 passes with constant sizes.
+template <int kOrder>
+void SmallOrder(const Akl32fc* src, Akl32fc* dst, float f) {
+  constexpr int m = 1 << kOrder;
+  float re[std::size_t{1} << kOrder], im[std::size_t{1} << kOrder];
+  for (int i = 0; i < m; ++i) {
+    const std::uint32_t r = ReverseBits(static_cast<std::uint32_t>(i), kOrder);
+    re[r] = src[i].re;
+    im[r] = src[i].im;
+  }
+  SmallSplitT<kOrder>(re, im);
+  for (int i = 0; i < m; ++i) {
+    dst[i].re = re[i] * f;
+    dst[i].im = im[i] * f;
+  }
+}
+constexpr std::array<FixedFn, 4> kSmallOrders = {SmallOrder<0>, SmallOrder<1>, SmallOrder<2>, SmallOrder<3>};
 
 // ---------------------------------------------------------------------------
 // 16-bit kernel helpers.
@@ -453,48 +614,37 @@ void FftSplitAfterFirstPass(const FFTSpec_C_32fc& spec, float* re, float* im) {
 
 void FftForward(const FFTSpec_C_32fc& spec, const Akl32fc* src, Akl32fc* dst, Akl8u* work) {
   const int order = spec.order;
-  const int m = 1 << order;
   const float f = spec.fwdDivide ? spec.normFactor : 1.0f;
-  // Split scratch: on the stack up to order 10, else the work buffer.
-  alignas(64) float local[2 << kTableMaxOrder];
-  float* re = order <= kTableMaxOrder ? local : AlignUp(reinterpret_cast<float*>(work), 64);
-  float* im = re + (m < 4 ? 4 : m);
-  if (m >= 16) {
-    // Three or four memory passes: the permuting first pass (radix 8 for odd
-    // orders, radix 4 for even ones), the inner radix-4 stages in place, and
-    // the last radix-4 stage writing dst.  All of src is read before dst is
-    // written, so src may equal dst.
-    if (order & 1) {
-      FirstPass8Interleaved(src, re, im, order);
-    } else {
-      for (int i0 = 0; i0 < m / 4; i0 += 4) {
-        __m128 vr[4], vi[4];
-        for (int g = 0; g < 4; ++g) LoadComplex4(src + i0 + g * (m / 4), &vr[g], &vi[g]);
-        StoreFirstPass4(re, im, BitReverseIndex(static_cast<std::uint32_t>(i0), order), m, vr, vi);
-      }
-    }
-    const float* tw = spec.twiddles;
-    int l = FirstStageL(order);
-    for (; 4 * l < m; l *= 4) {
-      Radix4Stage(re, im, m, l, tw);
-      tw += 6 * l;
-    }
-    if (f != 1.0f) {
-      LastStageInterleaved<true>(re, im, dst, m, tw, f);
-    } else {
-      LastStageInterleaved<false>(re, im, dst, m, tw, f);
-    }
+  const bool scale = f != 1.0f;
+  if (order < 4) {
+    kSmallOrders[static_cast<std::size_t>(order)](src, dst, f);
     return;
   }
-  for (int i = 0; i < m; ++i) {
-    const std::uint32_t r = BitReverseIndex(static_cast<std::uint32_t>(i), order);
-    re[r] = src[i].re;
-    im[r] = src[i].im;
+  if (order <= kTableMaxOrder) {
+    (scale ? kFixedOrders<true> : kFixedOrders<false>)[static_cast<std::size_t>(order - 4)](src, dst, f);
+    return;
   }
-  FftSplitBitReversed(spec, re, im);
-  for (int i = 0; i < m; ++i) {
-    dst[i].re = re[i] * f;
-    dst[i].im = im[i] * f;
+  // Larger orders: split scratch in the work buffer, the first pass (radix 8
+  // for odd orders, 4 for even ones), radix-4 stages with the context's
+  // twiddles, the last one writing dst.
+  const int m = 1 << order;
+  float* re = AlignUp(reinterpret_cast<float*>(work), 64);
+  float* im = re + m;
+  if (order & 1) {
+    FirstPass8Interleaved(src, re, im, order);
+  } else {
+    FirstPass4Interleaved(src, re, im, order);
+  }
+  const float* tw = spec.twiddles;
+  int l = FirstStageL(order);
+  for (; 4 * l < m; l *= 4) {
+    Radix4Stage(re, im, m, l, tw);
+    tw += 6 * l;
+  }
+  if (scale) {
+    LastStageInterleaved<true>(re, im, dst, m, tw, f);
+  } else {
+    LastStageInterleaved<false>(re, im, dst, m, tw, f);
   }
 }
 
