@@ -166,7 +166,7 @@ alignas(64) constexpr auto kRev10 = MakeRev10();
 // another), four complex values per SSE2 register pair.  The arrays are
 // 16-byte aligned and hold M >= 16 values.
 
-constexpr float kSqrtHalf = 0.70710678118654752f;
+constexpr float kSqrtHalf = kFftSqrtHalf;
 
 void FirstPass4(float* re, float* im, int m) {
   for (int i = 0; i < m; i += 16) {
@@ -301,57 +301,6 @@ AKL_FFT_INLINE void LastStageInterleaved(const float* re, const float* im, Akl32
   }
 }
 
-// 4-point DFT of natural-order y0..y3 (one transform per lane), in place:
-// Y1 = y0 - y2 - i (y1 - y3), Y3 = y0 - y2 + i (y1 - y3).
-inline void Dft4Natural(__m128* r, __m128* i) {
-  const __m128 t0r = _mm_add_ps(r[0], r[2]), t0i = _mm_add_ps(i[0], i[2]);
-  const __m128 t1r = _mm_sub_ps(r[0], r[2]), t1i = _mm_sub_ps(i[0], i[2]);
-  const __m128 t2r = _mm_add_ps(r[1], r[3]), t2i = _mm_add_ps(i[1], i[3]);
-  const __m128 t3r = _mm_sub_ps(r[1], r[3]), t3i = _mm_sub_ps(i[1], i[3]);
-  r[0] = _mm_add_ps(t0r, t2r);
-  i[0] = _mm_add_ps(t0i, t2i);
-  r[2] = _mm_sub_ps(t0r, t2r);
-  i[2] = _mm_sub_ps(t0i, t2i);
-  r[1] = _mm_add_ps(t1r, t3i);
-  i[1] = _mm_sub_ps(t1i, t3r);
-  r[3] = _mm_sub_ps(t1r, t3i);
-  i[3] = _mm_add_ps(t1i, t3r);
-}
-
-// 8-point DFT over natural-order x0..x7 (one transform per lane), in
-// place, results in natural order: X[2v] is the 4-point DFT of x_s + x_(s+4),
-// X[2v+1] that of (x_s - x_(s+4)) e^(-i pi s/4).
-inline void Dft8Natural(__m128* r, __m128* i) {
-  const __m128 h = _mm_set1_ps(kSqrtHalf), minus_h = _mm_set1_ps(-kSqrtHalf);
-  __m128 ar[4], ai[4], br[4], bi[4];
-  for (int g = 0; g < 4; ++g) {
-    ar[g] = _mm_add_ps(r[g], r[g + 4]);
-    ai[g] = _mm_add_ps(i[g], i[g + 4]);
-    br[g] = _mm_sub_ps(r[g], r[g + 4]);
-    bi[g] = _mm_sub_ps(i[g], i[g + 4]);
-  }
-  const __m128 r1 = _mm_mul_ps(_mm_add_ps(br[1], bi[1]), h);
-  const __m128 i1 = _mm_mul_ps(_mm_sub_ps(bi[1], br[1]), h);
-  br[1] = r1;
-  bi[1] = i1;
-  const __m128 r2 = bi[2];
-  const __m128 i2 = _mm_sub_ps(_mm_setzero_ps(), br[2]);
-  br[2] = r2;
-  bi[2] = i2;
-  const __m128 r3 = _mm_mul_ps(_mm_sub_ps(bi[3], br[3]), h);
-  const __m128 i3 = _mm_mul_ps(_mm_add_ps(br[3], bi[3]), minus_h);
-  br[3] = r3;
-  bi[3] = i3;
-  Dft4Natural(ar, ai);
-  Dft4Natural(br, bi);
-  for (int v = 0; v < 4; ++v) {
-    r[2 * v] = ar[v];
-    i[2 * v] = ai[v];
-    r[2 * v + 1] = br[v];
-    i[2 * v + 1] = bi[v];
-  }
-}
-
 // Where a stage puts its results: back into the split arrays, or (the last
 // stage) interleaved into the destination, optionally times a factor.
 enum class StageOut { kSplit, kInterleaved, kInterleavedScaled };
@@ -401,23 +350,11 @@ AKL_FFT_INLINE void Radix8Stage(float* re, float* im, Akl32fc* dst, int m, int l
 // replaces the radix-4 pass and the radix-2 pass of the split kernel by one
 // pass with fewer operations.
 AKL_FFT_INLINE void FirstPass8Interleaved(const Akl32fc* src, float* re, float* im, int order) {
-  const int m = 1 << order;
-  const int e = m / 8;
-  const int off[4] = {0, m / 2, m / 4, 3 * m / 4};
+  const int e = (1 << order) / 8;
   for (int i0 = 0; i0 < e; i0 += 4) {
     __m128 xr[8], xi[8];
     for (int g = 0; g < 8; ++g) LoadComplex4(src + i0 + g * e, &xr[g], &xi[g]);
-    Dft8Natural(xr, xi);
-    const std::uint32_t p = BitReverseIndex(static_cast<std::uint32_t>(i0), order);
-    for (float* part : {re, im}) {
-      __m128* v = part == re ? xr : xi;
-      _MM_TRANSPOSE4_PS(v[0], v[1], v[2], v[3]);
-      _MM_TRANSPOSE4_PS(v[4], v[5], v[6], v[7]);
-      for (int k = 0; k < 4; ++k) {
-        _mm_store_ps(part + p + off[k], v[k]);
-        _mm_store_ps(part + p + off[k] + 4, v[k + 4]);
-      }
-    }
+    StoreFirstPass8(re, im, order, static_cast<std::uint32_t>(i0), xr, xi);
   }
 }
 
@@ -436,25 +373,25 @@ AKL_FFT_INLINE void FirstPass4Interleaved(const Akl32fc* src, float* re, float* 
 // and kLeft levels to go: radix 8 where it fits, radix 4 when 2 or 4 levels
 // remain (so 8x8, 8x4x4, 8x8x4, 8x8x8, 8x8x4x4 for orders 6..10); the last
 // stage writes the interleaved result.
-template <int kOrder, int L, int kLeft, bool kScale>
+template <int kOrder, int L, int kLeft, StageOut kLastOut>
 AKL_FFT_INLINE void FixedStages(float* re, float* im, Akl32fc* dst, float f) {
   constexpr int m = 1 << kOrder;
   if constexpr (kLeft == 2 || kLeft == 4) {
     const float* tw = (L & 0x55555555) ? Radix4Twiddles(kStagesEven.data(), 4, L)
                                        : Radix4Twiddles(kStagesOdd.data(), 8, L);
-    if constexpr (kLeft == 2) {
-      LastStageInterleaved<kScale>(re, im, dst, m, tw, f);
-    } else {
-      Radix4Stage(re, im, m, L, tw);
-      FixedStages<kOrder, 4 * L, kLeft - 2, kScale>(re, im, dst, f);
+    if constexpr (kLeft == 4 || kLastOut == StageOut::kSplit) Radix4Stage(re, im, m, L, tw);
+    if constexpr (kLeft == 4) {
+      FixedStages<kOrder, 4 * L, kLeft - 2, kLastOut>(re, im, dst, f);
+    } else if constexpr (kLastOut != StageOut::kSplit) {
+      LastStageInterleaved<kLastOut == StageOut::kInterleavedScaled>(re, im, dst, m, tw, f);
     }
   } else {
     const float* tw = Radix8Twiddles(L);
     if constexpr (kLeft == 3) {
-      Radix8Stage<kScale ? StageOut::kInterleavedScaled : StageOut::kInterleaved>(re, im, dst, m, L, tw, f);
+      Radix8Stage<kLastOut>(re, im, dst, m, L, tw, f);
     } else {
       Radix8Stage<StageOut::kSplit>(re, im, dst, m, L, tw, f);
-      FixedStages<kOrder, 8 * L, kLeft - 3, kScale>(re, im, dst, f);
+      FixedStages<kOrder, 8 * L, kLeft - 3, kLastOut>(re, im, dst, f);
     }
   }
 }
@@ -463,16 +400,23 @@ AKL_FFT_INLINE void FixedStages(float* re, float* im, Akl32fc* dst, float f) {
 // of src is read before dst is written, so src may equal dst.
 template <int kOrder, bool kScale>
 void FixedOrder(const Akl32fc* src, Akl32fc* dst, float f) {
+  constexpr StageOut kOut = kScale ? StageOut::kInterleavedScaled : StageOut::kInterleaved;
   constexpr std::size_t kLen = std::size_t{1} << kOrder;
   alignas(64) float re[kLen];
   alignas(64) float im[kLen];
   if constexpr (kOrder == 4) {
     FirstPass4Interleaved(src, re, im, kOrder);
-    FixedStages<kOrder, 4, 2, kScale>(re, im, dst, f);
+    FixedStages<kOrder, 4, 2, kOut>(re, im, dst, f);
   } else {
     FirstPass8Interleaved(src, re, im, kOrder);
-    FixedStages<kOrder, 8, kOrder - 3, kScale>(re, im, dst, f);
+    FixedStages<kOrder, 8, kOrder - 3, kOut>(re, im, dst, f);
   }
+}
+
+// The stages after StoreFirstPass8, in place on split data (the MDCT).
+template <int kOrder>
+void FixedSplitStages(float* re, float* im) {
+  FixedStages<kOrder, 8, kOrder - 3, StageOut::kSplit>(re, im, nullptr, 1.0f);
 }
 
 using FixedFn = void (*)(const Akl32fc*, Akl32fc*, float);
@@ -605,6 +549,13 @@ void FftSplitBitReversed(const FFTSpec_C_32fc& spec, float* re, float* im) {
   FirstPass4(re, im, m);
   if (order & 1) Radix2Stage4(re, im, m);
   RadixStages(spec, re, im);
+}
+
+void FftSplitAfterFirstPass8(const FFTSpec_C_32fc& spec, float* re, float* im) {
+  using SplitFn = void (*)(float*, float*);
+  static constexpr SplitFn kStages[6] = {FixedSplitStages<5>, FixedSplitStages<6>, FixedSplitStages<7>,
+                                         FixedSplitStages<8>, FixedSplitStages<9>, FixedSplitStages<10>};
+  kStages[spec.order - 5](re, im);
 }
 
 void FftSplitAfterFirstPass(const FFTSpec_C_32fc& spec, float* re, float* im) {
