@@ -455,20 +455,35 @@ void SmallSplit(float* re, float* im, int order) {
   }
 }
 
-// Orders 0..3: the permutation and the plain radix-2 passes with constant sizes.
+// Orders 0..3 straight from natural order: the 4- and 8-point transforms
+// with the radix-4 and radix-8 butterflies in one lane (no permutation).
 template <int kOrder>
 void SmallOrder(const Akl32fc* src, Akl32fc* dst, float f) {
   constexpr int m = 1 << kOrder;
-  float re[std::size_t{1} << kOrder], im[std::size_t{1} << kOrder];
-  for (int i = 0; i < m; ++i) {
-    const std::uint32_t r = ReverseBits(static_cast<std::uint32_t>(i), kOrder);
-    re[r] = src[i].re;
-    im[r] = src[i].im;
-  }
-  SmallSplitT<kOrder>(re, im);
-  for (int i = 0; i < m; ++i) {
-    dst[i].re = re[i] * f;
-    dst[i].im = im[i] * f;
+  if constexpr (kOrder == 0) {
+    dst[0].re = src[0].re * f;
+    dst[0].im = src[0].im * f;
+  } else if constexpr (kOrder == 1) {
+    const float ar = src[0].re, ai = src[0].im, br = src[1].re, bi = src[1].im;
+    dst[0].re = (ar + br) * f;
+    dst[0].im = (ai + bi) * f;
+    dst[1].re = (ar - br) * f;
+    dst[1].im = (ai - bi) * f;
+  } else {
+    __m128 r[8], i[8];
+    for (int g = 0; g < m; ++g) {
+      r[g] = _mm_set_ss(src[g].re);
+      i[g] = _mm_set_ss(src[g].im);
+    }
+    if constexpr (kOrder == 2) {
+      Dft4Natural(r, i);
+    } else {
+      Dft8Natural(r, i);
+    }
+    for (int v = 0; v < m; ++v) {
+      dst[v].re = _mm_cvtss_f32(r[v]) * f;
+      dst[v].im = _mm_cvtss_f32(i[v]) * f;
+    }
   }
 }
 constexpr std::array<FixedFn, 4> kSmallOrders = {SmallOrder<0>, SmallOrder<1>, SmallOrder<2>, SmallOrder<3>};
