@@ -6,13 +6,23 @@
 // the normalisation chosen at init (flag 8 none, 4 1/sqrt(M) both ways, 1 1/M
 // forward, 2 1/M inverse).
 //
-// Float kernel: radix-4 decimation in time over binary bit-reversed input
-// on split real/imaginary arrays, four complex values per SSE2 register pair
-// (a radix-4 first pass, a radix-2 pass for odd orders, then radix-4 stages).  Stage twiddles
-// depend only on the stage, so the stages of every order form a prefix of
-// one of two sequences (L = 4, 16, 64, ... for even orders, 8, 32, 128, ...
-// for odd ones).  The public form permutes interleaved input into split
-// scratch (on the stack up to order 10, in the work buffer above).
+// Float kernel: decimation in time over binary bit-reversed input on split
+// real/imaginary arrays, four complex values per SSE2 register pair.  The
+// first pass reads the input (interleaved complex, or the MDCT's
+// pre-twiddled values) and stores its results at their bit-reversed places:
+// radix 8 (an 8-point DFT per lane, two transposes) for orders 5..10 and odd
+// orders above, radix 4 for order 4 and even orders above 10.  Orders 4..10
+// then run as fixed-order code with constant sizes: radix-8 stages where
+// three levels remain to fill, radix 4 otherwise (64 points: 8x8, 128:
+// 8x4x4, 256: 8x8x4, 512: 8x8x8, 1024: 8x8x4x4), the last stage writing
+// the interleaved result and the normalisation, so the public transform makes
+// two to four passes over L1-resident scratch on the stack.  Orders 0..3 are
+// straight-line.  Orders above 10 use radix-4 stages with twiddles planned
+// into the context and split scratch in the work buffer.  Radix-4 stage
+// twiddles depend only on the block size L, so every order's stages are a
+// prefix of one of two sequences (L = 4, 16, 64, ... or 8, 32, 128, ...);
+// radix-8 stage twiddles are one constant table for L = 4 .. 128.  The
+// plain radix-2 FftRef is the reference the tests compare with.
 #pragma once
 
 #include <emmintrin.h>
