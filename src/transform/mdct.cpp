@@ -341,10 +341,11 @@ void MdctInvRef(const MdctSpec& s, const float* x, float* y, Akl32fc* zbuf) {
 }
 
 // SSE2 forms for powers of two from 64 (Q >= 16).  The pre-twiddle makes
-// four vectors at i0, i0 + Q/4, i0 + Q/2 and i0 + 3Q/4 (i0 < Q/4): their
-// lanes land at bit-reversed positions rev(i0 + k) + 0, 2, 1, 3, so the FFT's
-// first radix-4 pass runs on them directly and one 4x4 transpose turns the
-// result into four aligned stores.  The post-twiddles write
+// vectors of four values at i0 + g Q/8 (g = 0..7, i0 < Q/8; for Q = 32 ..
+// 1024) or at i0 + g Q/4 (g = 0..3, other Q): lane k of them is the input of
+// one 8-point (4-point) DFT of the FFT's first pass, which runs on them
+// directly before transposes turn the results into aligned stores at their
+// bit-reversed places (StoreFirstPass8, StoreFirstPass4).  The post-twiddles write
 // eight outputs at a time: even places ascending from one block of Z, odd
 // places descending from another.
 
