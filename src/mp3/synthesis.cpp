@@ -22,6 +22,8 @@
 // 16-bit step (2^-15 of full scale) and saturated to -32768..32767.
 #include "mp3/synthesis.hpp"
 
+#include <emmintrin.h>
+
 #include "core/context.hpp"
 #include "core/exports.hpp"
 #include "mp3/mp3_math.hpp"
@@ -201,7 +203,9 @@ inline constexpr PairedWindow kPaired = MakePairedWindow();
 
 }  // namespace
 
-void SynthSlotKernel(const std::int32_t* s, std::int16_t* pcm, int stride, std::int32_t* history,
+// Plain form of the slot kernel (scalar 64-bit sums), kept as the reference
+// the tuned kernel is checked against.
+void SynthSlotKernelRef(const std::int32_t* s, std::int16_t* pcm, int stride, std::int32_t* history,
                      std::int32_t* offset) {
   const int slot0 = (*offset + kSynthSlots - 1) % kSynthSlots;
   *offset = slot0;
@@ -225,6 +229,97 @@ void SynthSlotKernel(const std::int32_t* s, std::int16_t* pcm, int stride, std::
   for (int j = 0; j < 16; ++j) pcm[stride * j] = SatS16(RoundShr(lo[j], 26));
   pcm[stride * 16] = SatS16(RoundShr(mid, 26));
   for (int j = 1; j < 16; ++j) pcm[stride * (32 - j)] = SatS16(RoundShr(hi[j], 26));
+}
+
+// The tuned windowed sum: the same 64-bit integer sums carried in SSE2
+// double lanes, two outputs per register.  Every product is an integer of at
+// most 2^17 x 2^31 = 2^48 and every partial sum of the 16 terms stays below
+// 16 x 2^48 = 2^52, inside the 53-bit mantissa, so each addition and
+// multiplication is exact and the result equals the integer sum of
+// SynthSlotKernelRef bit for bit, for any history contents.
+namespace {
+
+// Coefficients as doubles, grouped per block of four outputs (jb) and slot
+// pair (h): even_lo, odd_lo, even_hi, odd_hi for outputs 4jb..4jb+3.
+struct alignas(16) DoubleWindow {
+  double w[4][8][4][4];
+};
+constexpr DoubleWindow MakeDoubleWindow() {
+  DoubleWindow d{};
+  for (int jb = 0; jb < 4; ++jb)
+    for (int h = 0; h < 8; ++h)
+      for (int l = 0; l < 4; ++l) {
+        const int j = 4 * jb + l;
+        d.w[jb][h][0][l] = kPaired.even_lo[h][j];
+        d.w[jb][h][1][l] = kPaired.odd_lo[h][j];
+        d.w[jb][h][2][l] = kPaired.even_hi[h][j];
+        d.w[jb][h][3][l] = kPaired.odd_hi[h][j];
+      }
+  return d;
+}
+alignas(16) inline constexpr DoubleWindow kDoubleWindow = MakeDoubleWindow();
+
+// Q41 sums of four outputs (two registers) to 16-bit PCM: adding
+// 2^25 + 2^15 x 2^26 and scaling by 2^-26 (exact: the result is below 2^27
+// with 26 fraction bits) turns round-half-up and the offset to unsigned
+// into truncation of a value clamped to 0..65535.
+inline __m128i PcmFromQ41(__m128d a, __m128d b) {
+  const __m128d scale = _mm_set1_pd(1.0 / 67108864.0);
+  const __m128d bias = _mm_set1_pd(32768.5);
+  const __m128d lo = _mm_setzero_pd(), top = _mm_set1_pd(65535.0);
+  a = _mm_min_pd(_mm_max_pd(_mm_add_pd(_mm_mul_pd(a, scale), bias), lo), top);
+  b = _mm_min_pd(_mm_max_pd(_mm_add_pd(_mm_mul_pd(b, scale), bias), lo), top);
+  const __m128i ia = _mm_cvttpd_epi32(a), ib = _mm_cvttpd_epi32(b);
+  return _mm_sub_epi32(_mm_unpacklo_epi64(ia, ib), _mm_set1_epi32(32768));
+}
+
+}  // namespace
+
+void SynthSlotKernel(const std::int32_t* s, std::int16_t* pcm, int stride, std::int32_t* history,
+                     std::int32_t* offset) {
+  const int slot0 = (*offset + kSynthSlots - 1) % kSynthSlots;
+  *offset = slot0;
+  constexpr std::int32_t kClamp = (1 << 29) - 1;
+  std::int32_t clamped[32];
+  for (int k = 0; k < 32; ++k) clamped[k] = s[k] > kClamp ? kClamp : s[k] < -kClamp ? -kClamp : s[k];
+  Dct32(clamped, history + kSynthSlotValues * slot0);
+  const std::int32_t* ae[8];
+  const std::int32_t* ao[8];
+  std::int64_t mid = 0;
+  for (int h = 0; h < 8; ++h) {
+    ae[h] = history + kSynthSlotValues * ((slot0 + 2 * h) % kSynthSlots);
+    ao[h] = history + kSynthSlotValues * ((slot0 + 2 * h + 1) % kSynthSlots);
+    mid += static_cast<std::int64_t>(kPaired.odd_mid[h]) * ao[h][0];
+  }
+  alignas(16) std::int16_t out[40];
+  for (int jb = 0; jb < 4; ++jb) {
+    __m128d lo01 = _mm_setzero_pd(), lo23 = _mm_setzero_pd(), hi01 = _mm_setzero_pd(), hi23 = _mm_setzero_pd();
+    for (int h = 0; h < 8; ++h) {
+      const double* w = &kDoubleWindow.w[jb][h][0][0];
+      const __m128i ei = _mm_loadu_si128(reinterpret_cast<const __m128i*>(ae[h] + 16 + 4 * jb));
+      // ao[16 - j] for j = 4jb..4jb+3, reversed into output order.
+      const __m128i oi =
+          _mm_shuffle_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(ao[h] + 13 - 4 * jb)), 0x1B);
+      const __m128d e01 = _mm_cvtepi32_pd(ei), e23 = _mm_cvtepi32_pd(_mm_shuffle_epi32(ei, 0xEE));
+      const __m128d o01 = _mm_cvtepi32_pd(oi), o23 = _mm_cvtepi32_pd(_mm_shuffle_epi32(oi, 0xEE));
+      lo01 = _mm_add_pd(lo01, _mm_add_pd(_mm_mul_pd(e01, _mm_load_pd(w + 0)), _mm_mul_pd(o01, _mm_load_pd(w + 4))));
+      lo23 = _mm_add_pd(lo23, _mm_add_pd(_mm_mul_pd(e23, _mm_load_pd(w + 2)), _mm_mul_pd(o23, _mm_load_pd(w + 6))));
+      hi01 = _mm_add_pd(hi01, _mm_add_pd(_mm_mul_pd(e01, _mm_load_pd(w + 8)), _mm_mul_pd(o01, _mm_load_pd(w + 12))));
+      hi23 = _mm_add_pd(hi23, _mm_add_pd(_mm_mul_pd(e23, _mm_load_pd(w + 10)), _mm_mul_pd(o23, _mm_load_pd(w + 14))));
+    }
+    const __m128i l = PcmFromQ41(lo01, lo23), u = PcmFromQ41(hi01, hi23);
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(out + 4 * jb), _mm_packs_epi32(l, l));
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(out + 20 + 4 * jb), _mm_packs_epi32(u, u));
+  }
+  // out[0..15]: outputs 0..15; out[20 + j]: output 32 - j.
+  if (stride == 1) {
+    for (int j = 0; j < 16; ++j) pcm[j] = out[j];
+    for (int j = 1; j < 16; ++j) pcm[32 - j] = out[20 + j];
+  } else {
+    for (int j = 0; j < 16; ++j) pcm[2 * j] = out[j];
+    for (int j = 1; j < 16; ++j) pcm[2 * (32 - j)] = out[20 + j];
+  }
+  pcm[stride * 16] = SatS16(RoundShr(mid, 26));
 }
 
 namespace {

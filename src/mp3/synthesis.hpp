@@ -16,6 +16,10 @@ inline constexpr int kSynthHistoryValues = kSynthSlots * kSynthSlotValues;  // 5
 void SynthSlotKernel(const std::int32_t* subband_q26, std::int16_t* pcm, int stride, std::int32_t* history_q24,
                      std::int32_t* offset);
 
+// The plain scalar form of SynthSlotKernel; the two agree bit for bit.
+void SynthSlotKernelRef(const std::int32_t* subband_q26, std::int16_t* pcm, int stride, std::int32_t* history_q24,
+                        std::int32_t* offset);
+
 // The same filter bank on floats (full scale 1.0 in and out).
 void SynthSlotFloat(const float* subband, float* pcm, float* history, std::int32_t* offset);
 
