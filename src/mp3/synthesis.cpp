@@ -283,23 +283,21 @@ void SynthSlotKernel(const std::int32_t* s, std::int16_t* pcm, int stride, std::
   std::int32_t clamped[32];
   for (int k = 0; k < 32; ++k) clamped[k] = s[k] > kClamp ? kClamp : s[k] < -kClamp ? -kClamp : s[k];
   Dct32(clamped, history + kSynthSlotValues * slot0);
-  const std::int32_t* ae[8];
-  const std::int32_t* ao[8];
   std::int64_t mid = 0;
-  for (int h = 0; h < 8; ++h) {
-    ae[h] = history + kSynthSlotValues * ((slot0 + 2 * h) % kSynthSlots);
-    ao[h] = history + kSynthSlotValues * ((slot0 + 2 * h + 1) % kSynthSlots);
-    mid += static_cast<std::int64_t>(kPaired.odd_mid[h]) * ao[h][0];
-  }
+  for (int h = 0; h < 8; ++h)
+    mid += static_cast<std::int64_t>(kPaired.odd_mid[h]) *
+           history[kSynthSlotValues * ((slot0 + 2 * h + 1) & (kSynthSlots - 1))];
   alignas(16) std::int16_t out[40];
   for (int jb = 0; jb < 4; ++jb) {
     __m128d lo01 = _mm_setzero_pd(), lo23 = _mm_setzero_pd(), hi01 = _mm_setzero_pd(), hi23 = _mm_setzero_pd();
     for (int h = 0; h < 8; ++h) {
       const double* w = &kDoubleWindow.w[jb][h][0][0];
-      const __m128i ei = _mm_loadu_si128(reinterpret_cast<const __m128i*>(ae[h] + 16 + 4 * jb));
+      const std::int32_t* ae = history + kSynthSlotValues * ((slot0 + 2 * h) & (kSynthSlots - 1));
+      const std::int32_t* ao = history + kSynthSlotValues * ((slot0 + 2 * h + 1) & (kSynthSlots - 1));
+      const __m128i ei = _mm_loadu_si128(reinterpret_cast<const __m128i*>(ae + 16 + 4 * jb));
       // ao[16 - j] for j = 4jb..4jb+3, reversed into output order.
       const __m128i oi =
-          _mm_shuffle_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(ao[h] + 13 - 4 * jb)), 0x1B);
+          _mm_shuffle_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(ao + 13 - 4 * jb)), 0x1B);
       const __m128d e01 = _mm_cvtepi32_pd(ei), e23 = _mm_cvtepi32_pd(_mm_shuffle_epi32(ei, 0xEE));
       const __m128d o01 = _mm_cvtepi32_pd(oi), o23 = _mm_cvtepi32_pd(_mm_shuffle_epi32(oi, 0xEE));
       lo01 = _mm_add_pd(lo01, _mm_add_pd(_mm_mul_pd(e01, _mm_load_pd(w + 0)), _mm_mul_pd(o01, _mm_load_pd(w + 4))));
