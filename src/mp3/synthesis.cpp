@@ -205,14 +205,9 @@ inline constexpr PairedWindow kPaired = MakePairedWindow();
 
 // Plain form of the slot kernel (scalar 64-bit sums), kept as the reference
 // the tuned kernel is checked against.
-void SynthSlotKernelRef(const std::int32_t* s, std::int16_t* pcm, int stride, std::int32_t* history,
-                     std::int32_t* offset) {
-  const int slot0 = (*offset + kSynthSlots - 1) % kSynthSlots;
-  *offset = slot0;
-  constexpr std::int32_t kClamp = (1 << 29) - 1;
-  std::int32_t clamped[32];
-  for (int k = 0; k < 32; ++k) clamped[k] = s[k] > kClamp ? kClamp : s[k] < -kClamp ? -kClamp : s[k];
-  Dct32(clamped, history + kSynthSlotValues * slot0);
+void SynthDct32Ref(const std::int32_t* s, std::int32_t* a) { Dct32(s, a); }
+
+void SynthWindowSumRef(const std::int32_t* history, int slot0, std::int16_t* pcm, int stride) {
   std::int64_t lo[16] = {}, hi[16] = {}, mid = 0;
   for (int h = 0; h < 8; ++h) {
     const std::int32_t* ae = history + kSynthSlotValues * ((slot0 + 2 * h) % kSynthSlots);
@@ -229,6 +224,24 @@ void SynthSlotKernelRef(const std::int32_t* s, std::int16_t* pcm, int stride, st
   for (int j = 0; j < 16; ++j) pcm[stride * j] = SatS16(RoundShr(lo[j], 26));
   pcm[stride * 16] = SatS16(RoundShr(mid, 26));
   for (int j = 1; j < 16; ++j) pcm[stride * (32 - j)] = SatS16(RoundShr(hi[j], 26));
+}
+
+namespace {
+// Subband samples are clamped to +-(2^29 - 1) in Q26 before the transform.
+inline void ClampSubbands(const std::int32_t* s, std::int32_t* clamped) {
+  constexpr std::int32_t kClamp = (1 << 29) - 1;
+  for (int k = 0; k < 32; ++k) clamped[k] = s[k] > kClamp ? kClamp : s[k] < -kClamp ? -kClamp : s[k];
+}
+}  // namespace
+
+void SynthSlotKernelRef(const std::int32_t* s, std::int16_t* pcm, int stride, std::int32_t* history,
+                        std::int32_t* offset) {
+  const int slot0 = (*offset + kSynthSlots - 1) % kSynthSlots;
+  *offset = slot0;
+  std::int32_t clamped[32];
+  ClampSubbands(s, clamped);
+  SynthDct32Ref(clamped, history + kSynthSlotValues * slot0);
+  SynthWindowSumRef(history, slot0, pcm, stride);
 }
 
 // The tuned windowed sum: the same 64-bit integer sums carried in SSE2
@@ -275,14 +288,7 @@ inline __m128i PcmFromQ41(__m128d a, __m128d b) {
 
 }  // namespace
 
-void SynthSlotKernel(const std::int32_t* s, std::int16_t* pcm, int stride, std::int32_t* history,
-                     std::int32_t* offset) {
-  const int slot0 = (*offset + kSynthSlots - 1) % kSynthSlots;
-  *offset = slot0;
-  constexpr std::int32_t kClamp = (1 << 29) - 1;
-  std::int32_t clamped[32];
-  for (int k = 0; k < 32; ++k) clamped[k] = s[k] > kClamp ? kClamp : s[k] < -kClamp ? -kClamp : s[k];
-  Dct32(clamped, history + kSynthSlotValues * slot0);
+void SynthWindowSum(const std::int32_t* history, int slot0, std::int16_t* pcm, int stride) {
   std::int64_t mid = 0;
   for (int h = 0; h < 8; ++h)
     mid += static_cast<std::int64_t>(kPaired.odd_mid[h]) *
@@ -318,6 +324,79 @@ void SynthSlotKernel(const std::int32_t* s, std::int16_t* pcm, int stride, std::
     for (int j = 1; j < 16; ++j) pcm[2 * (32 - j)] = out[20 + j];
   }
   pcm[stride * 16] = SatS16(RoundShr(mid, 26));
+}
+
+// The tuned transform: the same even/odd split as Dct32, with the three
+// matrix products (16 x 16 odd, 8 x 8 for A[4r+2] and A[4r]) done directly
+// in SSE2 double lanes instead of factorised in rounded 64-bit integers.
+// Inputs (|s| < 2^29) are exact in double; the 53-bit products and sums
+// carry relative errors near 2^-50, and each A is rounded once (to nearest)
+// to Q25 and saturated to int32, so it is within a step of the plain form
+// (which rounds at several stages).
+namespace {
+struct alignas(16) Dct32DoubleTables {
+  double odd[16][16];   // [k][p]: cos((2p+1)(2k+1) pi/64) / 2 (Q26 -> Q25 folded in)
+  double even[8][8][2]; // [r][k]: {cos(r (2k+1) pi/16), cos((2r+1)(2k+1) pi/32)} / 2
+};
+constexpr Dct32DoubleTables MakeDct32Double() {
+  Dct32DoubleTables t{};
+  for (int k = 0; k < 16; ++k)
+    for (int p = 0; p < 16; ++p) t.odd[k][p] = 0.5 * ConstCos(kPi / 64.0 * (2 * p + 1) * (2 * k + 1));
+  for (int r = 0; r < 8; ++r)
+    for (int k = 0; k < 8; ++k) {
+      t.even[r][k][0] = 0.5 * ConstCos(kPi / 16.0 * r * (2 * k + 1));
+      t.even[r][k][1] = 0.5 * ConstCos(kPi / 32.0 * (2 * r + 1) * (2 * k + 1));
+    }
+  return t;
+}
+alignas(16) inline constexpr Dct32DoubleTables kDct32Double = MakeDct32Double();
+
+inline __m128i RoundSatPair(__m128d v) {
+  v = _mm_max_pd(_mm_min_pd(v, _mm_set1_pd(2147483647.0)), _mm_set1_pd(-2147483648.0));
+  return _mm_cvtpd_epi32(v);
+}
+}  // namespace
+
+void SynthDct32(const std::int32_t* s, std::int32_t* a) {
+  alignas(16) double d[16];
+  alignas(16) double ud[8][2];  // {u2[k], d2[k]}
+  double u[16];
+  for (int k = 0; k < 16; ++k) {
+    const double x = s[k], y = s[31 - k];
+    u[k] = x + y;
+    d[k] = x - y;
+  }
+  for (int k = 0; k < 8; ++k) {
+    ud[k][0] = u[k] + u[15 - k];
+    ud[k][1] = u[k] - u[15 - k];
+  }
+  // Odd outputs as pairs (A[4q+1], A[4q+3]), q = 0..7.
+  __m128d odd[8];
+  for (int q = 0; q < 8; ++q) odd[q] = _mm_setzero_pd();
+  for (int k = 0; k < 16; ++k) {
+    const __m128d dk = _mm_set1_pd(d[k]);
+    for (int q = 0; q < 8; ++q) odd[q] = _mm_add_pd(odd[q], _mm_mul_pd(dk, _mm_load_pd(&kDct32Double.odd[k][2 * q])));
+  }
+  // Even outputs as pairs (A[4r], A[4r+2]).
+  __m128d x[8];
+  for (int k = 0; k < 8; ++k) x[k] = _mm_load_pd(ud[k]);
+  for (int r = 0; r < 8; ++r) {
+    __m128d e = _mm_mul_pd(x[0], _mm_load_pd(kDct32Double.even[r][0]));
+    for (int k = 1; k < 8; ++k) e = _mm_add_pd(e, _mm_mul_pd(x[k], _mm_load_pd(kDct32Double.even[r][k])));
+    const __m128i lo = RoundSatPair(_mm_unpacklo_pd(e, odd[r]));  // A[4r], A[4r+1]
+    const __m128i hi = RoundSatPair(_mm_unpackhi_pd(e, odd[r]));  // A[4r+2], A[4r+3]
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(a + 4 * r), _mm_unpacklo_epi64(lo, hi));
+  }
+}
+
+void SynthSlotKernel(const std::int32_t* s, std::int16_t* pcm, int stride, std::int32_t* history,
+                     std::int32_t* offset) {
+  const int slot0 = (*offset + kSynthSlots - 1) % kSynthSlots;
+  *offset = slot0;
+  std::int32_t clamped[32];
+  ClampSubbands(s, clamped);
+  SynthDct32(clamped, history + kSynthSlotValues * slot0);
+  SynthWindowSum(history, slot0, pcm, stride);
 }
 
 namespace {

@@ -3,7 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <limits>
 #include <random>
@@ -25,27 +27,88 @@ std::int32_t RandomValue(std::mt19937& rng) {
   return (rng() & 1) ? -mag : mag;
 }
 
-TEST(TunedSynthesis, MatchesReferenceBitExact) {
+// The windowed sum is exact in both forms (64-bit integers in one, integer
+// values below 2^53 in double lanes in the other), so they agree bit for bit
+// on any history, extremes included.
+TEST(TunedSynthesis, WindowSumMatchesReferenceBitExact) {
   std::mt19937 rng(akl::test::TestSeed());
+  std::vector<std::int32_t> hist(akl::mp3::kSynthHistoryValues);
+  for (int trial = 0; trial < 2000; ++trial) {
+    for (auto& v : hist) v = (trial % 4 == 0) ? RandomValue(rng) : RandomValue(rng) >> 6;
+    const int slot0 = static_cast<int>(rng() % 16), stride = 1 + trial % 2;
+    std::vector<std::int16_t> pa(64, 123), pb(64, 123);
+    akl::mp3::SynthWindowSum(hist.data(), slot0, pa.data(), stride);
+    akl::mp3::SynthWindowSumRef(hist.data(), slot0, pb.data(), stride);
+    ASSERT_EQ(pa, pb) << "trial " << trial;
+  }
+}
+
+// The transform against the direct sum in long double: the tuned form rounds
+// once from 53-bit sums, so it is within one Q25 step of the exact value
+// (half a step of rounding plus errors near 2^-40 of a step); the plain form
+// rounds its 64-bit integer sums at several stages (pre-twiddle, the FFT's
+// sqrt(1/2) products, the Q29 odd matrix, the output), each error at most half
+// a step grown by the later stages, and stays within a few steps at the
+// clamp limits.  One Q25 step is 2^-10 of the 16-bit step.
+TEST(TunedSynthesis, TransformMatchesDirectSum) {
+  std::mt19937 rng(akl::test::TestSeed());
+  std::int32_t s[32], a[32], b[32];
+  int worst_tuned = 0, worst_plain = 0;
+  for (int trial = 0; trial < 20000; ++trial) {
+    const int bits = static_cast<int>(rng() % 30);
+    for (auto& v : s) v = static_cast<std::int32_t>(rng() % (2u << bits)) - (1 << bits);
+    if (trial % 10 == 0)  // the clamp limits, all in phase
+      for (int k = 0; k < 32; ++k) s[k] = (k % 2 ? -1 : 1) * ((1 << 29) - 1);
+    akl::mp3::SynthDct32(s, a);
+    akl::mp3::SynthDct32Ref(s, b);
+    for (int m = 0; m < 32; ++m) {
+      long double exact = 0.0L;
+      for (int k = 0; k < 32; ++k)
+        exact += static_cast<long double>(s[k]) * std::cos(3.14159265358979323846264338327950288L / 64.0L * m * (2 * k + 1));
+      exact /= 2.0L;
+      if (exact > 2147483647.0L) exact = 2147483647.0L;
+      if (exact < -2147483648.0L) exact = -2147483648.0L;
+      const long double dt = std::fabs(a[m] - exact), dp = std::fabs(b[m] - exact);
+      worst_tuned = std::max(worst_tuned, static_cast<int>(std::ceil(dt)));
+      worst_plain = std::max(worst_plain, static_cast<int>(std::ceil(dp)));
+      ASSERT_LE(dt, 0.51L) << "trial " << trial << " A[" << m << "]";
+      ASSERT_LE(dp, 8.0L) << "trial " << trial << " A[" << m << "]";
+    }
+  }
+  std::printf("synthesis transform: within %d (tuned), %d (plain) Q25 steps of the direct sum\n", worst_tuned,
+              worst_plain);
+}
+
+// The whole slot kernel over runs of slots: PCM within one step of the plain
+// kernel (a Q25 difference in A moves a sum near a rounding boundary at most).
+TEST(TunedSynthesis, SlotKernelWithinOnePcmStep) {
+  std::mt19937 rng(akl::test::TestSeed());
+  long differing = 0, total = 0;
   for (int stride : {1, 2}) {
-    for (int trial = 0; trial < 300; ++trial) {
-      std::vector<std::int32_t> hist_a(akl::mp3::kSynthHistoryValues), s(32);
-      for (auto& v : hist_a) v = RandomValue(rng);
+    for (int trial = 0; trial < 100; ++trial) {
+      std::vector<std::int32_t> hist_a(akl::mp3::kSynthHistoryValues, 0), s(32);
       std::vector<std::int32_t> hist_b = hist_a;
       std::int32_t off_a = static_cast<std::int32_t>(rng() % 16), off_b = off_a;
-      // A run of slots, so that the ring wraps and fresh transform outputs
-      // are mixed with the random history.
-      for (int slot = 0; slot < 20; ++slot) {
-        for (auto& v : s) v = (trial % 3 == 0) ? RandomValue(rng) : RandomValue(rng) >> 4;
+      for (int slot = 0; slot < 40; ++slot) {
+        const int bits = 20 + static_cast<int>(rng() % 11);
+        for (auto& v : s) v = static_cast<std::int32_t>(rng() % (2u << bits)) - (1 << bits);
         std::vector<std::int16_t> pa(64, 123), pb(64, 123);
         akl::mp3::SynthSlotKernel(s.data(), pa.data(), stride, hist_a.data(), &off_a);
         akl::mp3::SynthSlotKernelRef(s.data(), pb.data(), stride, hist_b.data(), &off_b);
         ASSERT_EQ(off_a, off_b);
-        ASSERT_EQ(pa, pb) << "stride " << stride << " trial " << trial << " slot " << slot;
-        ASSERT_EQ(hist_a, hist_b);
+        for (int i = 0; i < 64; ++i) {
+          if (i % stride != 0) {
+            ASSERT_EQ(pa[i], 123);  // the other channel's samples are left alone
+            continue;
+          }
+          ++total;
+          differing += pa[i] != pb[i];
+          ASSERT_LE(std::abs(pa[i] - pb[i]), 1) << "stride " << stride << " trial " << trial << " slot " << slot;
+        }
       }
     }
   }
+  std::printf("synthesis: %ld of %ld samples differ by one step\n", differing, total);
 }
 
 // The tuned inverse MDCT carries the long transforms in double precision and
