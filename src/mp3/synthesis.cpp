@@ -293,13 +293,19 @@ void SynthWindowSum(const std::int32_t* history, int slot0, std::int16_t* pcm, i
   for (int h = 0; h < 8; ++h)
     mid += static_cast<std::int64_t>(kPaired.odd_mid[h]) *
            history[kSynthSlotValues * ((slot0 + 2 * h + 1) & (kSynthSlots - 1))];
+  const std::int32_t* even_slot[8];
+  const std::int32_t* odd_slot[8];
+  for (int h = 0; h < 8; ++h) {
+    even_slot[h] = history + kSynthSlotValues * ((slot0 + 2 * h) & (kSynthSlots - 1));
+    odd_slot[h] = history + kSynthSlotValues * ((slot0 + 2 * h + 1) & (kSynthSlots - 1));
+  }
   alignas(16) std::int16_t out[40];
   for (int jb = 0; jb < 4; ++jb) {
     __m128d lo01 = _mm_setzero_pd(), lo23 = _mm_setzero_pd(), hi01 = _mm_setzero_pd(), hi23 = _mm_setzero_pd();
     for (int h = 0; h < 8; ++h) {
       const double* w = &kDoubleWindow.w[jb][h][0][0];
-      const std::int32_t* ae = history + kSynthSlotValues * ((slot0 + 2 * h) & (kSynthSlots - 1));
-      const std::int32_t* ao = history + kSynthSlotValues * ((slot0 + 2 * h + 1) & (kSynthSlots - 1));
+      const std::int32_t* ae = even_slot[h];
+      const std::int32_t* ao = odd_slot[h];
       const __m128i ei = _mm_loadu_si128(reinterpret_cast<const __m128i*>(ae + 16 + 4 * jb));
       // ao[16 - j] for j = 4jb..4jb+3, reversed into output order.
       const __m128i oi =
