@@ -274,44 +274,48 @@ void SubbandPlain(std::int32_t* spec, std::int32_t* out, std::int32_t* overlap, 
 // below the one rounding to Q26 that the time samples and the new overlap
 // tails get at the end (round to nearest, saturated to int32).  The
 // windowed first half is added to the previous tail before that rounding.
-struct LongPairTables {
-  double pre_c[9], pre_s[9];    // cos, sin of pi (4k+1)/72
-  double post_c[9], post_s[9];  // cos, sin of pi m/18
-  double w9_c[5], w9_s[5];      // cos, sin of 2 pi j/9
-  double sqrt3_2;
-  double win[3][36];  // block types 0, 1, 3, negated where the unfolding of y negates
+// Every constant is stored twice (both lanes), so that it is one aligned load.
+struct alignas(16) LongPairTables {
+  double pre_c[9][2], pre_s[9][2];    // cos, sin of pi (4k+1)/72
+  double post_c[9][2], post_s[9][2];  // cos, sin of pi m/18
+  double w9_c[5][2], w9_s[5][2];      // cos, sin of 2 pi j/9
+  double sqrt3_2[2], half[2];
+  double win[3][36][2];  // block types 0, 1, 3, negated where the unfolding of y negates
 };
 constexpr LongPairTables MakeLongPairTables() {
   LongPairTables t{};
-  for (int k = 0; k < 9; ++k) {
-    t.pre_c[k] = ConstCos(kPi * (4 * k + 1) / 72.0);
-    t.pre_s[k] = ConstSin(kPi * (4 * k + 1) / 72.0);
-    t.post_c[k] = ConstCos(kPi * k / 18.0);
-    t.post_s[k] = ConstSin(kPi * k / 18.0);
+  for (int l = 0; l < 2; ++l) {
+    for (int k = 0; k < 9; ++k) {
+      t.pre_c[k][l] = ConstCos(kPi * (4 * k + 1) / 72.0);
+      t.pre_s[k][l] = ConstSin(kPi * (4 * k + 1) / 72.0);
+      t.post_c[k][l] = ConstCos(kPi * k / 18.0);
+      t.post_s[k][l] = ConstSin(kPi * k / 18.0);
+    }
+    for (int j = 0; j < 5; ++j) {
+      t.w9_c[j][l] = ConstCos(2.0 * kPi * j / 9.0);
+      t.w9_s[j][l] = ConstSin(2.0 * kPi * j / 9.0);
+    }
+    t.sqrt3_2[l] = ConstSqrt(3.0) / 2.0;
+    t.half[l] = 0.5;
+    const int types[3] = {0, 1, 3};
+    for (int r = 0; r < 3; ++r)
+      for (int i = 0; i < 36; ++i) t.win[r][i][l] = (i < 9 ? 1.0 : -1.0) * LongWindow(types[r], i);
   }
-  for (int j = 0; j < 5; ++j) {
-    t.w9_c[j] = ConstCos(2.0 * kPi * j / 9.0);
-    t.w9_s[j] = ConstSin(2.0 * kPi * j / 9.0);
-  }
-  t.sqrt3_2 = ConstSqrt(3.0) / 2.0;
-  const int types[3] = {0, 1, 3};
-  for (int r = 0; r < 3; ++r)
-    for (int i = 0; i < 36; ++i) t.win[r][i] = (i < 9 ? 1.0 : -1.0) * LongWindow(types[r], i);
   return t;
 }
-inline constexpr LongPairTables kPair = MakeLongPairTables();
+alignas(16) inline constexpr LongPairTables kPair = MakeLongPairTables();
 
 struct CV {
   __m128d re, im;
 };
-inline __m128d Mul(__m128d a, double c) { return _mm_mul_pd(a, _mm_set1_pd(c)); }
+inline __m128d Mul(__m128d a, const double* c2) { return _mm_mul_pd(a, _mm_load_pd(c2)); }
 inline __m128d Add(__m128d a, __m128d b) { return _mm_add_pd(a, b); }
 inline __m128d Sub(__m128d a, __m128d b) { return _mm_sub_pd(a, b); }
 
 inline void Dft3Pair(CV a, CV b, CV c, CV* o0, CV* o1, CV* o2) {
   const CV t{Add(b.re, c.re), Add(b.im, c.im)};
   const CV d{Sub(b.re, c.re), Sub(b.im, c.im)};
-  const CV m{Sub(a.re, Mul(t.re, 0.5)), Sub(a.im, Mul(t.im, 0.5))};
+  const CV m{Sub(a.re, Mul(t.re, kPair.half)), Sub(a.im, Mul(t.im, kPair.half))};
   const __m128d dr = Mul(d.re, kPair.sqrt3_2), di = Mul(d.im, kPair.sqrt3_2);
   *o0 = {Add(a.re, t.re), Add(a.im, t.im)};
   *o1 = {Add(m.re, di), Sub(m.im, dr)};
@@ -368,7 +372,7 @@ void LongPair(const std::int32_t* lines, int window_row, std::int32_t* overlap, 
     y[2 * m] = Add(Mul(z.re, kPair.post_c[m]), Mul(z.im, kPair.post_s[m]));
     y[17 - 2 * m] = Sub(Mul(z.re, kPair.post_s[m]), Mul(z.im, kPair.post_c[m]));
   }
-  const double* w = kPair.win[window_row];
+  const double(*w)[2] = kPair.win[window_row];
   __m128d ov[18];
   LoadPairs(overlap, ov);
   // Time samples t = 0..17: y(9 + t) for t < 9, y(26 - t) above (the

@@ -20,6 +20,14 @@
 // every D[i] is k/65536, so they are stored as the integers k (Q16).  Each
 // PCM sample is one 64-bit sum of 16 Q16 x Q25 products, rounded once to the
 // 16-bit step (2^-15 of full scale) and saturated to -32768..32767.
+//
+// Two forms.  The plain one (SynthSlotKernelRef) does all of the above in
+// 64-bit integers, the transform factorised with roundings at each stage.
+// The tuned one keeps the same history format and window integers but works
+// in SSE2 double lanes: its transform is three direct matrix products on the
+// even/odd split with one rounding of each A to Q25 (within one step of the
+// exact sum), and its windowed sum is exact (integer values below 2^53), so
+// it equals the plain 64-bit sum for any history.
 #include "mp3/synthesis.hpp"
 
 #include <emmintrin.h>
