@@ -24,9 +24,9 @@
 // Two forms.  The plain one (SynthSlotKernelRef) does all of the above in
 // 64-bit integers, the transform factorised with roundings at each stage.
 // The tuned one keeps the same history format and window integers but works
-// in SSE2 double lanes: its transform is three direct matrix products on the
-// even/odd split with one rounding of each A to Q25 (within one step of the
-// exact sum), and its windowed sum is exact (integer values below 2^53), so
+// in SSE2 double lanes: its transform is a few 8 x 8 products on the even/odd
+// split with one rounding of each A to Q25 (within one step of the exact
+// sum), and its windowed sum is exact (integer values below 2^53), so
 // it equals the plain 64-bit sum for any history.
 #include "mp3/synthesis.hpp"
 
@@ -340,22 +340,22 @@ void SynthWindowSum(const std::int32_t* history, int slot0, std::int16_t* pcm, i
   pcm[stride * 16] = SatS16(RoundShr(mid, 26));
 }
 
-// The tuned transform: the same even/odd split as Dct32, with the three
-// matrix products (16 x 16 odd, 8 x 8 for A[4r+2] and A[4r]) done directly
-// in SSE2 double lanes instead of factorised in rounded 64-bit integers.
+// The tuned transform: the same even/odd split as Dct32, in SSE2 double lanes
+// instead of rounded 64-bit integers: the even half as two 8 x 8 products
+// side by side (A[4r], A[4r+2]), the odd half through a 16-point DCT-II made
+// of the same two products (see below).
 // Inputs (|s| < 2^29) are exact in double; the 53-bit products and sums
 // carry relative errors near 2^-50, and each A is rounded once (to nearest)
 // to Q25 and saturated to int32, so it is within a step of the plain form
 // (which rounds at several stages).
 namespace {
 struct alignas(16) Dct32DoubleTables {
-  double odd[16][16];   // [k][p]: cos((2p+1)(2k+1) pi/64) / 2 (Q26 -> Q25 folded in)
-  double even[8][8][2]; // [r][k]: {cos(r (2k+1) pi/16), cos((2r+1)(2k+1) pi/32)} / 2
+  double even[8][8][2]; // [r][k]: {cos(r (2k+1) pi/16), cos((2r+1)(2k+1) pi/32)} / 2 (Q26 -> Q25)
+  double twice_cos[16]; // 2 cos((2k+1) pi/64)
 };
 constexpr Dct32DoubleTables MakeDct32Double() {
   Dct32DoubleTables t{};
-  for (int k = 0; k < 16; ++k)
-    for (int p = 0; p < 16; ++p) t.odd[k][p] = 0.5 * ConstCos(kPi / 64.0 * (2 * p + 1) * (2 * k + 1));
+  for (int k = 0; k < 16; ++k) t.twice_cos[k] = 2.0 * ConstCos(kPi / 64.0 * (2 * k + 1));
   for (int r = 0; r < 8; ++r)
     for (int k = 0; k < 8; ++k) {
       t.even[r][k][0] = 0.5 * ConstCos(kPi / 16.0 * r * (2 * k + 1));
@@ -384,13 +384,36 @@ void SynthDct32(const std::int32_t* s, std::int32_t* a) {
     ud[k][0] = u[k] + u[15 - k];
     ud[k][1] = u[k] - u[15 - k];
   }
-  // Odd outputs as pairs (A[4q+1], A[4q+3]), q = 0..7.
-  __m128d odd[8];
-  for (int q = 0; q < 8; ++q) odd[q] = _mm_setzero_pd();
-  for (int k = 0; k < 16; ++k) {
-    const __m128d dk = _mm_set1_pd(d[k]);
-    for (int q = 0; q < 8; ++q) odd[q] = _mm_add_pd(odd[q], _mm_mul_pd(dk, _mm_load_pd(&kDct32Double.odd[k][2 * q])));
+  // Odd outputs: with t_k = (2k+1) pi/64, cos((2p+1) t) = 2 cos(t) cos(2p t)
+  // - cos((2p-1) t), so A[2p+1] = B[p] - A[2p-1] and A[1] = B[0]/2, where B
+  // is the 16-point DCT-II of e[k] = 2 cos(t_k) d[k].  B splits like the even
+  // half above: B[2r] and B[2r+1] are the same two 8 x 8 products on
+  // e[k] + e[15-k] and e[k] - e[15-k].  The recursion adds 15 double
+  // roundings at most, near 2^-50 relative.
+  alignas(16) double ed[8][2];
+  {
+    double e[16];
+    for (int k = 0; k < 16; ++k) e[k] = d[k] * kDct32Double.twice_cos[k];
+    for (int k = 0; k < 8; ++k) {
+      ed[k][0] = e[k] + e[15 - k];
+      ed[k][1] = e[k] - e[15 - k];
+    }
   }
+  alignas(16) double b_half[16];  // B[p] / 2
+  {
+    __m128d y[8];
+    for (int k = 0; k < 8; ++k) y[k] = _mm_load_pd(ed[k]);
+    for (int r = 0; r < 8; ++r) {
+      __m128d acc = _mm_mul_pd(y[0], _mm_load_pd(kDct32Double.even[r][0]));
+      for (int k = 1; k < 8; ++k) acc = _mm_add_pd(acc, _mm_mul_pd(y[k], _mm_load_pd(kDct32Double.even[r][k])));
+      _mm_store_pd(b_half + 2 * r, acc);
+    }
+  }
+  alignas(16) double a_odd[16];  // A[2p+1] / 2
+  a_odd[0] = 0.5 * b_half[0];
+  for (int p = 1; p < 16; ++p) a_odd[p] = b_half[p] - a_odd[p - 1];
+  __m128d odd[8];  // pairs (A[4q+1], A[4q+3]) / 2
+  for (int q = 0; q < 8; ++q) odd[q] = _mm_load_pd(a_odd + 2 * q);
   // Even outputs as pairs (A[4r], A[4r+2]).
   __m128d x[8];
   for (int k = 0; k < 8; ++k) x[k] = _mm_load_pd(ud[k]);
