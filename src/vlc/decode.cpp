@@ -10,6 +10,7 @@
 #include <type_traits>
 
 #include "core/exports.hpp"
+#include "vlc/decode_ref.hpp"
 #include "vlc/vlc.hpp"
 
 namespace akl::vlc {
@@ -101,36 +102,6 @@ AKL_VLC_INLINE int DecodeValue(const W& w, WordReader& r) {
   return w.Value(e);
 }
 
-// K codes per refill: a refill leaves at least 32 bits in hand, enough for K
-// codes when K times the longest code fits in 32.
-template <int K, class W>
-void DecodeBlockUnrolled(const W& w, WordReader& r, Akl16s* out, int len) {
-  int i = 0;
-  for (; i + K <= len; i += K) {
-    r.Refill();
-    for (int k = 0; k < K; ++k) {
-      int n;
-      const std::uint32_t e = w.Lookup(r.Acc(), &n);
-      r.Skip(n);
-      out[i + k] = static_cast<Akl16s>(w.Value(e));
-    }
-  }
-  for (; i < len; ++i) out[i] = static_cast<Akl16s>(DecodeValue(w, r));
-}
-
-template <class W>
-void DecodeBlockKernel(const W& w, WordReader& reader, Akl16s* out, int len, int max_length) {
-  WordReader r = reader;  // a local copy stays in registers
-  if (max_length <= 10) {
-    DecodeBlockUnrolled<3>(w, r, out, len);
-  } else if (max_length <= 16) {
-    DecodeBlockUnrolled<2>(w, r, out, len);
-  } else {
-    DecodeBlockUnrolled<1>(w, r, out, len);
-  }
-  reader = r;
-}
-
 // AAC escape after an element of magnitude 16: N ones (N 0..8), a zero and
 // N + 4 bits w give 2^(N+4) + w.  False for nine leading ones.
 bool ReadAacEscape(WordReader& r, std::uint32_t* magnitude) {
@@ -155,63 +126,6 @@ Akl16s ReadLinbits(WordReader& r, int linbits) {
 }
 
 int ClampLinbits(int linbits) { return linbits < 0 ? 0 : linbits > 31 ? 31 : linbits; }
-
-template <class W>
-Status EscAacKernel(const W& w, WordReader& reader, Akl16s* out, int pairs) {
-  WordReader r = reader;
-  for (int i = 0; i < pairs; ++i) {
-    const int v = DecodeValue(w, r);
-    int first = v >> 8;
-    int second = (v & 0xFF) - 128;
-    std::uint32_t mag;
-    if (first == 16 || first == -16) {
-      if (!ReadAacEscape(r, &mag)) return kStsVLCDataErr;
-      first = first < 0 ? -static_cast<int>(mag) : static_cast<int>(mag);
-    }
-    if (second == 16 || second == -16) {
-      if (!ReadAacEscape(r, &mag)) return kStsVLCDataErr;
-      second = second < 0 ? -static_cast<int>(mag) : static_cast<int>(mag);
-    }
-    out[2 * i] = static_cast<Akl16s>(first);
-    out[2 * i + 1] = static_cast<Akl16s>(second);
-  }
-  reader = r;
-  return kStsOk;
-}
-
-template <class W>
-void EscMp3Kernel(const W& w, WordReader& reader, int linbits, Akl16s* out, int pairs) {
-  WordReader r = reader;
-  for (int i = 0; i < pairs; ++i) {
-    r.Refill();
-    int n;
-    const int v = w.Value(w.Lookup(r.Acc(), &n));
-    const int x = v >> 8;
-    const int y = (v & 0xFF) - 128;
-    Akl16s xs = static_cast<Akl16s>(x);
-    Akl16s ys = static_cast<Akl16s>(y);
-    if (x == 15 || x == -15) {
-      // The code's length counts x's sign bit and y's; they come after the
-      // linbits field, so only the Huffman part is consumed here.
-      const int signs = y != 0 ? 2 : 1;
-      r.Skip(n > signs ? n - signs : 0);
-      xs = ReadLinbits(r, linbits);
-      if (y == 15 || y == -15) {
-        ys = ReadLinbits(r, linbits);
-      } else if (y != 0) {
-        ys = Signed(static_cast<std::uint32_t>(y < 0 ? -y : y), r.ReadBit());
-      }
-    } else if (y == 15 || y == -15) {
-      r.Skip(n > 1 ? n - 1 : 0);
-      ys = ReadLinbits(r, linbits);
-    } else {
-      r.Skip(n);
-    }
-    out[2 * i] = xs;
-    out[2 * i + 1] = ys;
-  }
-  reader = r;
-}
 
 // Tuple decoding: magnitudes of `bits` bits, first element most significant,
 // each non-zero one followed by its sign bit.  The pair decoders split the
@@ -249,63 +163,381 @@ void TupleKernel(const W& w, WordReader& reader, Akl16s* out, int tuples, int el
   reader = r;
 }
 
-template <bool InHand, class W>
-Status TupleEscAacLoop(const W& w, WordReader& r, Akl16s* out, int pairs, int bits) {
-  const std::uint32_t mask = LowMask(bits);
-  for (int i = 0; i < pairs; ++i) {
-    const auto v = static_cast<std::uint32_t>(DecodeValue(w, r));
-    std::uint32_t first = static_cast<std::uint32_t>(std::uint64_t{v} >> bits) & mask;
-    std::uint32_t second = v & mask;
-    const bool neg_first = first != 0 && SignBit<InHand>(r);
-    const bool neg_second = second != 0 && SignBit<InHand>(r);
-    if (first == 16 && !ReadAacEscape(r, &first)) return kStsVLCDataErr;
-    if (second == 16 && !ReadAacEscape(r, &second)) return kStsVLCDataErr;
-    out[2 * i] = Signed(first, neg_first);
-    out[2 * i + 1] = Signed(second, neg_second);
+// ---------------------------------------------------------------------------
+// Tuned block kernels.
+//
+// A block decode is bound by one serial chain per code: the root index is a
+// shift of the accumulator, the entry load depends on it, the code length
+// comes out of the entry and the accumulator shift that exposes the next code
+// depends on that.  The kernels below keep that chain to shift, load, mask,
+// shift (the walk below the root sits in a cold out-of-line function so the
+// loop keeps its registers), take K codes per refill where K codes of the
+// longest length fit in the 32 bits a refill guarantees, and fold the sign
+// bits of tuple codes into the same accumulator shift as the code itself.
+
+// The table walk below the root for an entry `e` that is not a leaf; returns
+// the leaf in the low half and the code's whole length in the high half.
+template <class Entry>
+__attribute__((noinline, cold)) std::uint64_t WalkDeep(const Entry* t, int root_bits, std::uint32_t num,
+                                                       unsigned length_mask, std::uint64_t acc, std::uint32_t e) {
+  using Raw = std::make_unsigned_t<Entry>;
+  int before = 0;
+  int s = root_bits;
+  int depth = root_bits;
+  while ((e & 1u) == 0) {
+    const std::uint32_t h = e >> 1;
+    if (h >= num) {
+      e = (static_cast<std::uint32_t>(s) << 1) | 1u;  // empty slot: consume this level
+      break;
+    }
+    before += s;
+    s = static_cast<int>(static_cast<Raw>(t[h]));
+    depth += s;
+    e = static_cast<Raw>(t[h + 1 + ((acc >> (64 - depth)) & LowMask(s))]);
   }
+  const auto len = static_cast<std::uint32_t>(before) + ((e >> 1) & length_mask);
+  return (std::uint64_t{len} << 32) | e;
+}
+
+// The walk's invariants, loaded once from the context into registers.
+template <class Entry>
+struct FastTable {
+  using Raw = std::make_unsigned_t<Entry>;
+
+  explicit FastTable(const DecodeSpec& s)
+      : t(static_cast<const Entry*>(s.table)),
+        root_bits(static_cast<int>(static_cast<Raw>(t[0]))),
+        root_shift(static_cast<unsigned>(64 - root_bits)),
+        length_mask(LowMask(s.lengthFieldBits)),
+        value_shift(static_cast<unsigned>(s.lengthFieldBits + 1)),
+        num(static_cast<std::uint32_t>(s.numEntries)) {}
+
+  // The leaf for the code at the top of acc; *len gets the code's length.
+  AKL_VLC_INLINE std::uint32_t Lookup(std::uint64_t acc, unsigned* len) const {
+    const std::uint32_t e = static_cast<Raw>(t[1 + (acc >> root_shift)]);
+    if (__builtin_expect((e & 1u) != 0, 1)) {
+      *len = (e >> 1) & length_mask;
+      return e;
+    }
+    const std::uint64_t r = WalkDeep(t, root_bits, num, length_mask, acc, e);
+    *len = static_cast<unsigned>(r >> 32);
+    return static_cast<std::uint32_t>(r);
+  }
+  AKL_VLC_INLINE int Value(std::uint32_t e) const {
+    if constexpr (std::is_same_v<Entry, std::uint8_t>) {
+      return static_cast<int>(e >> value_shift);
+    } else {
+      return static_cast<int>(static_cast<Entry>(e)) >> value_shift;
+    }
+  }
+
+  const Entry* t;
+  int root_bits;
+  unsigned root_shift;
+  unsigned length_mask;
+  unsigned value_shift;
+  std::uint32_t num;
+};
+
+template <class F>
+auto WithFastTable(const DecodeSpec& s, F&& f) {
+  switch (s.entryWidth) {
+    case 8:
+      return f(FastTable<std::uint8_t>(s));
+    case 16:
+      return f(FastTable<std::int16_t>(s));
+    default:
+      return f(FastTable<std::int32_t>(s));
+  }
+}
+
+// K codes per refill (K x longest code <= 32), the tail one refill per code.
+template <int K, class T>
+void FastBlockLoop(const T& tab, WordReader& reader, Akl16s* out, int len) {
+  WordReader r = reader;
+  int i = 0;
+  for (; i + K <= len; i += K) {
+    r.Refill();
+    std::uint64_t acc = r.Acc();
+    unsigned used = 0;
+#pragma GCC unroll 4
+    for (int k = 0; k < K; ++k) {
+      unsigned n;
+      const std::uint32_t e = tab.Lookup(acc, &n);
+      acc <<= n;
+      used += n;
+      out[i + k] = static_cast<Akl16s>(tab.Value(e));
+    }
+    r.Skip(static_cast<int>(used));
+  }
+  for (; i < len; ++i) {
+    r.Refill();
+    unsigned n;
+    const std::uint32_t e = tab.Lookup(r.Acc(), &n);
+    r.Skip(static_cast<int>(n));
+    out[i] = static_cast<Akl16s>(tab.Value(e));
+  }
+  reader = r;
+}
+
+template <class T>
+void FastBlock(const T& tab, WordReader& r, Akl16s* out, int len, int max_length) {
+  if (max_length <= 8) {
+    FastBlockLoop<4>(tab, r, out, len);
+  } else if (max_length <= 10) {
+    FastBlockLoop<3>(tab, r, out, len);
+  } else if (max_length <= 16) {
+    FastBlockLoop<2>(tab, r, out, len);
+  } else {
+    FastBlockLoop<1>(tab, r, out, len);
+  }
+}
+
+// Applies a sign bit s (0 or 1) to a magnitude without a branch.
+AKL_VLC_INLINE Akl16s WithSign(std::uint32_t mag, std::uint32_t s) {
+  return static_cast<Akl16s>((mag ^ (0u - s)) + s);
+}
+
+// Pairs of magnitudes (first, second) with a sign bit after the code for each
+// non-zero one: the signs are read from the accumulator after the code and
+// consumed with it in one shift.  Requires the code plus two bits in hand.
+AKL_VLC_INLINE unsigned PairSigns(std::uint64_t acc_after_code, std::uint32_t first, std::uint32_t second,
+                                  Akl16s* out) {
+  const unsigned nz0 = first != 0;
+  const unsigned nz1 = second != 0;
+  const auto s0 = static_cast<std::uint32_t>(acc_after_code >> 63) & nz0;
+  const auto s1 = static_cast<std::uint32_t>(acc_after_code >> (63 - nz0)) & 1u & nz1;
+  out[0] = WithSign(first, s0);
+  out[1] = WithSign(second, s1);
+  return nz0 + nz1;
+}
+
+// Tuple block for pairs (numElements 2), K codes per refill.
+template <int K, class T>
+void FastPairLoop(const T& tab, WordReader& reader, Akl16s* out, int tuples, int bits) {
+  WordReader r = reader;
+  const std::uint32_t mask = LowMask(bits);
+  const auto ubits = static_cast<unsigned>(bits);
+  int i = 0;
+  for (; i + K <= tuples; i += K) {
+    r.Refill();
+    std::uint64_t acc = r.Acc();
+    unsigned used = 0;
+#pragma GCC unroll 4
+    for (int k = 0; k < K; ++k) {
+      unsigned n;
+      const auto v = static_cast<std::uint32_t>(tab.Value(tab.Lookup(acc, &n)));
+      const unsigned signs = PairSigns(acc << n, (v >> ubits) & mask, v & mask, out + 2 * (i + k));
+      n += signs;
+      acc <<= n;
+      used += n;
+    }
+    r.Skip(static_cast<int>(used));
+  }
+  for (; i < tuples; ++i) {
+    r.Refill();
+    unsigned n;
+    const auto v = static_cast<std::uint32_t>(tab.Value(tab.Lookup(r.Acc(), &n)));
+    n += PairSigns(r.Acc() << n, (v >> ubits) & mask, v & mask, out + 2 * i);
+    r.Skip(static_cast<int>(n));
+  }
+  reader = r;
+}
+
+// Tuple block for quadruples (numElements 4): signs of the non-zero elements
+// in order after the code, consumed with it.  Requires the code plus four bits
+// in hand.
+template <class T>
+void FastQuadLoop(const T& tab, WordReader& reader, Akl16s* out, int tuples, int bits) {
+  WordReader r = reader;
+  const std::uint32_t mask = LowMask(bits);
+  const auto ubits = static_cast<unsigned>(bits);
+  for (int i = 0; i < tuples; ++i) {
+    r.Refill();
+    unsigned n;
+    const auto v = static_cast<std::uint32_t>(tab.Value(tab.Lookup(r.Acc(), &n)));
+    std::uint64_t a = r.Acc() << n;
+    unsigned pos = 0;
+#pragma GCC unroll 4
+    for (unsigned k = 0; k < 4; ++k) {
+      const std::uint32_t mag = (v >> ((3 - k) * ubits)) & mask;
+      const unsigned nz = mag != 0;
+      const auto sgn = static_cast<std::uint32_t>(a >> (63 - pos)) & 1u & nz;
+      out[4 * i + static_cast<int>(k)] = WithSign(mag, sgn);
+      pos += nz;
+    }
+    r.Skip(static_cast<int>(n + pos));
+  }
+  reader = r;
+}
+
+// AAC escape pairs (signed book, first * 256 + second + 128).  The common
+// pair without an escape takes the straight path; a pair holding +-16 goes
+// to the escape reader.  K codes per refill while no escape intervenes.
+AKL_VLC_INLINE bool AacEscapeElement(WordReader& r, int* x) {
+  if (*x != 16 && *x != -16) return true;
+  std::uint32_t mag;
+  if (!ReadAacEscape(r, &mag)) return false;
+  *x = *x < 0 ? -static_cast<int>(mag) : static_cast<int>(mag);
+  return true;
+}
+
+template <int K, class T>
+Status FastEscAacLoop(const T& tab, WordReader& reader, Akl16s* out, int pairs) {
+  WordReader r = reader;
+  int i = 0;
+  while (i < pairs) {
+    r.Refill();
+    const int k_end = pairs - i < K ? pairs - i : K;
+    for (int k = 0; k < k_end; ++k, ++i) {
+      unsigned n;
+      const int v = tab.Value(tab.Lookup(r.Acc(), &n));
+      r.Skip(static_cast<int>(n));
+      int first = v >> 8;
+      int second = (v & 0xFF) - 128;
+      // +-16 are the only elements with bit 4 set and nothing above it.
+      const bool esc = ((first + 16) & ~32) == 0 || ((second + 16) & ~32) == 0;
+      if (__builtin_expect(esc, 0)) {
+        if (!AacEscapeElement(r, &first) || !AacEscapeElement(r, &second)) return kStsVLCDataErr;
+        out[2 * i] = static_cast<Akl16s>(first);
+        out[2 * i + 1] = static_cast<Akl16s>(second);
+        ++i;
+        break;  // the escape used bits of the group: refill
+      }
+      out[2 * i] = static_cast<Akl16s>(first);
+      out[2 * i + 1] = static_cast<Akl16s>(second);
+    }
+  }
+  reader = r;
   return kStsOk;
 }
 
-template <class W>
-Status TupleEscAacKernel(const W& w, WordReader& reader, Akl16s* out, int pairs, int bits, int max_length) {
+// Layer III escape pairs (signed book, signs inside the codes).  Pairs
+// without a 15 take the straight path.
+template <int K, class T>
+void FastEscMp3Loop(const T& tab, WordReader& reader, int linbits, Akl16s* out, int pairs) {
   WordReader r = reader;
-  const Status st = max_length + 2 <= 32 ? TupleEscAacLoop<true>(w, r, out, pairs, bits)
-                                         : TupleEscAacLoop<false>(w, r, out, pairs, bits);
+  int i = 0;
+  while (i < pairs) {
+    r.Refill();
+    const int k_end = pairs - i < K ? pairs - i : K;
+    for (int k = 0; k < k_end; ++k, ++i) {
+      unsigned n;
+      const int v = tab.Value(tab.Lookup(r.Acc(), &n));
+      const int x = v >> 8;
+      const int y = (v & 0xFF) - 128;
+      // +-15 are the only elements whose magnitude has all four low bits set.
+      const bool esc = ((x < 0 ? -x : x) == 15) || ((y < 0 ? -y : y) == 15);
+      if (__builtin_expect(!esc, 1)) {
+        r.Skip(static_cast<int>(n));
+        out[2 * i] = static_cast<Akl16s>(x);
+        out[2 * i + 1] = static_cast<Akl16s>(y);
+        continue;
+      }
+      Akl16s xs = static_cast<Akl16s>(x);
+      Akl16s ys = static_cast<Akl16s>(y);
+      const int code_bits = static_cast<int>(n);
+      if (x == 15 || x == -15) {
+        // The code's length counts x's sign bit and y's; they come after the
+        // linbits field, so only the Huffman part is consumed here.
+        const int signs = y != 0 ? 2 : 1;
+        r.Skip(code_bits > signs ? code_bits - signs : 0);
+        xs = ReadLinbits(r, linbits);
+        if (y == 15 || y == -15) {
+          ys = ReadLinbits(r, linbits);
+        } else if (y != 0) {
+          ys = Signed(static_cast<std::uint32_t>(y < 0 ? -y : y), r.ReadBit());
+        }
+      } else {
+        r.Skip(code_bits > 1 ? code_bits - 1 : 0);
+        ys = ReadLinbits(r, linbits);
+      }
+      out[2 * i] = xs;
+      out[2 * i + 1] = ys;
+      ++i;
+      break;  // linbits used bits of the group: refill
+    }
+  }
   reader = r;
-  return st;
 }
 
-template <bool InHand, class W>
-void TupleEscMp3Loop(const W& w, WordReader& r, int linbits, Akl16s* out, int pairs, int bits) {
+// Tuple escape pairs, AAC: unsigned magnitudes, signs after the code, then
+// the escape words of elements equal to 16.
+template <int K, class T>
+Status FastTupleEscAacLoop(const T& tab, WordReader& reader, Akl16s* out, int pairs, int bits) {
+  WordReader r = reader;
   const std::uint32_t mask = LowMask(bits);
-  for (int i = 0; i < pairs; ++i) {
-    const auto v = static_cast<std::uint32_t>(DecodeValue(w, r));
-    const std::uint32_t x = static_cast<std::uint32_t>(std::uint64_t{v} >> bits) & mask;
-    const std::uint32_t y = v & mask;
-    if (x != 15 && y != 15) {
-      out[2 * i] = x != 0 ? Signed(x, SignBit<InHand>(r)) : Akl16s{0};
-      out[2 * i + 1] = y != 0 ? Signed(y, SignBit<InHand>(r)) : Akl16s{0};
-      continue;
+  const auto ubits = static_cast<unsigned>(bits);
+  int i = 0;
+  while (i < pairs) {
+    r.Refill();
+    const int k_end = pairs - i < K ? pairs - i : K;
+    for (int k = 0; k < k_end; ++k, ++i) {
+      unsigned n;
+      const auto v = static_cast<std::uint32_t>(tab.Value(tab.Lookup(r.Acc(), &n)));
+      std::uint32_t first = (v >> ubits) & mask;
+      std::uint32_t second = v & mask;
+      Akl16s pair[2];
+      const unsigned signs = PairSigns(r.Acc() << n, first, second, pair);
+      r.Skip(static_cast<int>(n + signs));
+      if (__builtin_expect(first != 16 && second != 16, 1)) {
+        out[2 * i] = pair[0];
+        out[2 * i + 1] = pair[1];
+        continue;
+      }
+      // A failing escape leaves its pair unwritten.
+      const bool neg_first = pair[0] < 0;
+      const bool neg_second = pair[1] < 0;
+      if (first == 16 && !ReadAacEscape(r, &first)) return kStsVLCDataErr;
+      if (second == 16 && !ReadAacEscape(r, &second)) return kStsVLCDataErr;
+      out[2 * i] = Signed(first, neg_first);
+      out[2 * i + 1] = Signed(second, neg_second);
+      ++i;
+      break;  // the escape used bits of the group: refill
     }
-    // Escapes: x's linbits, x's sign, y's linbits, y's sign.
-    for (int k = 0; k < 2; ++k) {
-      std::uint32_t mag = k == 0 ? x : y;
-      if (mag == 15) mag += r.Read(linbits);
-      out[2 * i + k] = mag != 0 ? Signed(mag, r.ReadBit()) : Akl16s{0};
-    }
-  }
-}
-
-template <class W>
-void TupleEscMp3Kernel(const W& w, WordReader& reader, int linbits, Akl16s* out, int pairs, int bits,
-                       int max_length) {
-  WordReader r = reader;
-  if (max_length + 2 <= 32) {
-    TupleEscMp3Loop<true>(w, r, linbits, out, pairs, bits);
-  } else {
-    TupleEscMp3Loop<false>(w, r, linbits, out, pairs, bits);
   }
   reader = r;
+  return kStsOk;
+}
+
+// Tuple escape pairs, Layer III: unsigned magnitudes; a pair holding 15 reads
+// x's linbits, x's sign, y's linbits, y's sign.
+template <int K, class T>
+void FastTupleEscMp3Loop(const T& tab, WordReader& reader, int linbits, Akl16s* out, int pairs, int bits) {
+  WordReader r = reader;
+  const std::uint32_t mask = LowMask(bits);
+  const auto ubits = static_cast<unsigned>(bits);
+  int i = 0;
+  while (i < pairs) {
+    r.Refill();
+    const int k_end = pairs - i < K ? pairs - i : K;
+    for (int k = 0; k < k_end; ++k, ++i) {
+      unsigned n;
+      const auto v = static_cast<std::uint32_t>(tab.Value(tab.Lookup(r.Acc(), &n)));
+      const std::uint32_t x = (v >> ubits) & mask;
+      const std::uint32_t y = v & mask;
+      if (__builtin_expect(x != 15 && y != 15, 1)) {
+        const unsigned signs = PairSigns(r.Acc() << n, x, y, out + 2 * i);
+        r.Skip(static_cast<int>(n + signs));
+        continue;
+      }
+      r.Skip(static_cast<int>(n));
+      for (int e = 0; e < 2; ++e) {
+        std::uint32_t mag = e == 0 ? x : y;
+        if (mag == 15) mag += r.Read(linbits);
+        out[2 * i + e] = mag != 0 ? Signed(mag, r.ReadBit()) : Akl16s{0};
+      }
+      ++i;
+      break;  // linbits used bits of the group: refill
+    }
+  }
+  reader = r;
+}
+
+// Codes per refill when each code may take `extra` bits beyond its length.
+constexpr int PerRefill(int max_length, int extra) {
+  const int per = max_length + extra;
+  return per <= 8 ? 4 : per <= 10 ? 3 : per <= 16 ? 2 : per <= 32 ? 1 : 0;
 }
 
 bool BadOffset(int offset) { return static_cast<unsigned>(offset) > 7u; }
@@ -331,7 +563,7 @@ Status aklsVLCDecodeBlock_1u16s(Akl8u** ppBitStream, int* pBitOffset, Akl16s* pD
   if (s.tag != kTagVlcDecode) return kStsVLCDataErr;
   if (len < 1) return kStsOk;
   WordReader r = WordReader::AtAlignedWord(*ppBitStream, *pBitOffset);
-  WithWalker(s, [&](const auto& w) { DecodeBlockKernel(w, r, pData, len, s.maxLength); });
+  WithFastTable(s, [&](const auto& t) { FastBlock(t, r, pData, len, s.maxLength); });
   r.WriteBack(ppBitStream, pBitOffset);
   return kStsOk;
 }
@@ -345,7 +577,14 @@ Status aklsVLCDecodeEscBlock_AAC_1u16s(Akl8u** ppBitStream, int* pBitOffset, Akl
   const int pairs = len / 2;
   if (pairs < 1) return kStsOk;
   WordReader r = WordReader::FromBytePointer(*ppBitStream, *pBitOffset);
-  const Status st = WithWalker(s, [&](const auto& w) { return EscAacKernel(w, r, pData, pairs); });
+  const Status st = WithFastTable(s, [&](const auto& t) {
+    switch (PerRefill(s.maxLength, 0)) {
+      case 4: return FastEscAacLoop<4>(t, r, pData, pairs);
+      case 3: return FastEscAacLoop<3>(t, r, pData, pairs);
+      case 2: return FastEscAacLoop<2>(t, r, pData, pairs);
+      default: return FastEscAacLoop<1>(t, r, pData, pairs);
+    }
+  });
   if (st != kStsOk) return st;
   r.WriteBack(ppBitStream, pBitOffset);
   return kStsOk;
@@ -360,7 +599,15 @@ Status aklsVLCDecodeEscBlock_MP3_1u16s(Akl8u** ppBitStream, int* pBitOffset, int
   const int pairs = len / 2;
   if (pairs < 1) return kStsOk;
   WordReader r = WordReader::FromBytePointer(*ppBitStream, *pBitOffset);
-  WithWalker(s, [&](const auto& w) { EscMp3Kernel(w, r, ClampLinbits(linbits), pData, pairs); });
+  const int lb = ClampLinbits(linbits);
+  WithFastTable(s, [&](const auto& t) {
+    switch (PerRefill(s.maxLength, 0)) {
+      case 4: return FastEscMp3Loop<4>(t, r, lb, pData, pairs);
+      case 3: return FastEscMp3Loop<3>(t, r, lb, pData, pairs);
+      case 2: return FastEscMp3Loop<2>(t, r, lb, pData, pairs);
+      default: return FastEscMp3Loop<1>(t, r, lb, pData, pairs);
+    }
+  });
   r.WriteBack(ppBitStream, pBitOffset);
   return kStsOk;
 }
@@ -384,8 +631,20 @@ Status aklsVLCDecodeUTupleBlock_1u16s(Akl8u** ppBitStream, int* pBitOffset, Akl1
   if (s.tag != kTagVlcDecode) return kStsVLCDataErr;
   const int tuples = len / s.numElements;
   if (tuples < 1) return kStsOk;
+  const int per = PerRefill(s.maxLength, s.numElements);
+  if ((s.numElements != 2 && s.numElements != 4) || per == 0) {
+    return ref::DecodeUTupleBlock_1u16sRef(ppBitStream, pBitOffset, pData, len, pSpec);
+  }
   WordReader r = WordReader::AtAlignedWord(*ppBitStream, *pBitOffset);
-  WithWalker(s, [&](const auto& w) { TupleKernel(w, r, pData, tuples, s.numElements, s.numValueBits, s.maxLength); });
+  WithFastTable(s, [&](const auto& t) {
+    if (s.numElements == 4) return FastQuadLoop(t, r, pData, tuples, s.numValueBits);
+    switch (per) {
+      case 4: return FastPairLoop<4>(t, r, pData, tuples, s.numValueBits);
+      case 3: return FastPairLoop<3>(t, r, pData, tuples, s.numValueBits);
+      case 2: return FastPairLoop<2>(t, r, pData, tuples, s.numValueBits);
+      default: return FastPairLoop<1>(t, r, pData, tuples, s.numValueBits);
+    }
+  });
   r.WriteBack(ppBitStream, pBitOffset);
   return kStsOk;
 }
@@ -398,9 +657,17 @@ Status aklsVLCDecodeUTupleEscBlock_AAC_1u16s(Akl8u** ppBitStream, int* pBitOffse
   if (s.tag != kTagVlcDecode) return kStsContextMismatch;
   const int pairs = len / 2;
   if (pairs < 1) return kStsOk;
+  const int per = PerRefill(s.maxLength, 2);
+  if (per == 0) return ref::DecodeUTupleEscBlock_AAC_1u16sRef(ppBitStream, pBitOffset, pData, len, pSpec);
   WordReader r = WordReader::FromBytePointer(*ppBitStream, *pBitOffset);
-  const Status st =
-      WithWalker(s, [&](const auto& w) { return TupleEscAacKernel(w, r, pData, pairs, s.numValueBits, s.maxLength); });
+  const Status st = WithFastTable(s, [&](const auto& t) {
+    switch (per) {
+      case 4: return FastTupleEscAacLoop<4>(t, r, pData, pairs, s.numValueBits);
+      case 3: return FastTupleEscAacLoop<3>(t, r, pData, pairs, s.numValueBits);
+      case 2: return FastTupleEscAacLoop<2>(t, r, pData, pairs, s.numValueBits);
+      default: return FastTupleEscAacLoop<1>(t, r, pData, pairs, s.numValueBits);
+    }
+  });
   if (st != kStsOk) return st;
   r.WriteBack(ppBitStream, pBitOffset);
   return kStsOk;
@@ -414,9 +681,19 @@ Status aklsVLCDecodeUTupleEscBlock_MP3_1u16s(Akl8u** ppBitStream, int* pBitOffse
   if (s.tag != kTagVlcDecode) return kStsContextMismatch;
   const int pairs = len / 2;
   if (pairs < 1) return kStsOk;
+  const int per = PerRefill(s.maxLength, 2);
+  if (per == 0) {
+    return ref::DecodeUTupleEscBlock_MP3_1u16sRef(ppBitStream, pBitOffset, linbits, pData, len, pSpec);
+  }
   WordReader r = WordReader::FromBytePointer(*ppBitStream, *pBitOffset);
-  WithWalker(s, [&](const auto& w) {
-    TupleEscMp3Kernel(w, r, ClampLinbits(linbits), pData, pairs, s.numValueBits, s.maxLength);
+  const int lb = ClampLinbits(linbits);
+  WithFastTable(s, [&](const auto& t) {
+    switch (per) {
+      case 4: return FastTupleEscMp3Loop<4>(t, r, lb, pData, pairs, s.numValueBits);
+      case 3: return FastTupleEscMp3Loop<3>(t, r, lb, pData, pairs, s.numValueBits);
+      case 2: return FastTupleEscMp3Loop<2>(t, r, lb, pData, pairs, s.numValueBits);
+      default: return FastTupleEscMp3Loop<1>(t, r, lb, pData, pairs, s.numValueBits);
+    }
   });
   r.WriteBack(ppBitStream, pBitOffset);
   return kStsOk;
