@@ -178,7 +178,7 @@ void TupleKernel(const W& w, WordReader& reader, Akl16s* out, int tuples, int el
 // The table walk below the root for an entry `e` that is not a leaf; returns
 // the leaf in the low half and the code's whole length in the high half.
 template <class Entry>
-__attribute__((noinline, cold)) std::uint64_t WalkDeep(const Entry* t, int root_bits, std::uint32_t num,
+AKL_VLC_INLINE std::uint64_t WalkDeep(const Entry* t, int root_bits, std::uint32_t num,
                                                        unsigned length_mask, std::uint64_t acc, std::uint32_t e) {
   using Raw = std::make_unsigned_t<Entry>;
   int before = 0;
@@ -371,92 +371,111 @@ void FastQuadLoop(const T& tab, WordReader& reader, Akl16s* out, int tuples, int
   reader = r;
 }
 
-// AAC escape pairs (signed book, first * 256 + second + 128).  The common
-// pair without an escape takes the straight path; a pair holding +-16 goes
-// to the escape reader.  K codes per refill while no escape intervenes.
+// AAC escape word read inline (the escape path is common in the escape book's
+// realistic statistics); false for nine leading ones.
+AKL_VLC_INLINE bool AacEscapeInline(WordReader& r, std::uint32_t* magnitude) {
+  r.Refill();
+  const std::uint32_t bits = r.Peek(21);
+  const int ones = std::countl_one(bits << 11);
+  if (__builtin_expect(ones > 8, 0)) return false;
+  const int total = 2 * ones + 5;
+  *magnitude = (1u << (ones + 4)) + ((bits >> (21 - total)) & LowMask(ones + 4));
+  r.Skip(total);
+  return true;
+}
+
 AKL_VLC_INLINE bool AacEscapeElement(WordReader& r, int* x) {
   if (*x != 16 && *x != -16) return true;
   std::uint32_t mag;
-  if (!ReadAacEscape(r, &mag)) return false;
+  if (!AacEscapeInline(r, &mag)) return false;
   *x = *x < 0 ? -static_cast<int>(mag) : static_cast<int>(mag);
   return true;
 }
 
-template <int K, class T>
+// AAC escape pairs (signed book, first * 256 + second + 128), one refill per
+// pair: escapes make the bits a pair takes unbounded, so grouping pairs per
+// refill gains nothing (measured).
+template <class T>
 Status FastEscAacLoop(const T& tab, WordReader& reader, Akl16s* out, int pairs) {
   WordReader r = reader;
-  int i = 0;
-  while (i < pairs) {
+  for (int i = 0; i < pairs; ++i) {
     r.Refill();
-    const int k_end = pairs - i < K ? pairs - i : K;
-    for (int k = 0; k < k_end; ++k, ++i) {
-      unsigned n;
-      const int v = tab.Value(tab.Lookup(r.Acc(), &n));
-      r.Skip(static_cast<int>(n));
-      int first = v >> 8;
-      int second = (v & 0xFF) - 128;
-      // +-16 are the only elements with bit 4 set and nothing above it.
-      const bool esc = ((first + 16) & ~32) == 0 || ((second + 16) & ~32) == 0;
-      if (__builtin_expect(esc, 0)) {
-        if (!AacEscapeElement(r, &first) || !AacEscapeElement(r, &second)) return kStsVLCDataErr;
-        out[2 * i] = static_cast<Akl16s>(first);
-        out[2 * i + 1] = static_cast<Akl16s>(second);
-        ++i;
-        break;  // the escape used bits of the group: refill
-      }
-      out[2 * i] = static_cast<Akl16s>(first);
-      out[2 * i + 1] = static_cast<Akl16s>(second);
-    }
+    unsigned n;
+    const int v = tab.Value(tab.Lookup(r.Acc(), &n));
+    r.Skip(static_cast<int>(n));
+    int first = v >> 8;
+    int second = (v & 0xFF) - 128;
+    // +-16 are the only elements with bit 4 set and nothing above it.
+    const bool esc = ((first + 16) & ~32) == 0 || ((second + 16) & ~32) == 0;
+    if (esc && (!AacEscapeElement(r, &first) || !AacEscapeElement(r, &second))) return kStsVLCDataErr;
+    out[2 * i] = static_cast<Akl16s>(first);
+    out[2 * i + 1] = static_cast<Akl16s>(second);
   }
   reader = r;
   return kStsOk;
 }
 
+// Layer III escaped element from bits in hand: linbits bits, then the sign.
+AKL_VLC_INLINE Akl16s TakeLinbits(WordReader& r, int linbits) {
+  const std::uint32_t b = r.Peek(linbits + 1);
+  r.Skip(linbits + 1);
+  return Signed(15u + (b >> 1), (b & 1u) != 0);
+}
+
 // Layer III escape pairs (signed book, signs inside the codes).  Pairs
-// without a 15 take the straight path.
-template <int K, class T>
+// without a 15 take the straight path; an escaped pair refills once after its
+// Huffman part, which leaves 32 bits for two linbits fields of up to 14 bits
+// and their signs (linbits above 14 read each field with its own refill).
+template <class T>
 void FastEscMp3Loop(const T& tab, WordReader& reader, int linbits, Akl16s* out, int pairs) {
   WordReader r = reader;
-  int i = 0;
-  while (i < pairs) {
+  const bool in_hand = linbits <= 14;
+  for (int i = 0; i < pairs; ++i) {
     r.Refill();
-    const int k_end = pairs - i < K ? pairs - i : K;
-    for (int k = 0; k < k_end; ++k, ++i) {
-      unsigned n;
-      const int v = tab.Value(tab.Lookup(r.Acc(), &n));
-      const int x = v >> 8;
-      const int y = (v & 0xFF) - 128;
-      // +-15 are the only elements whose magnitude has all four low bits set.
-      const bool esc = ((x < 0 ? -x : x) == 15) || ((y < 0 ? -y : y) == 15);
-      if (__builtin_expect(!esc, 1)) {
-        r.Skip(static_cast<int>(n));
-        out[2 * i] = static_cast<Akl16s>(x);
-        out[2 * i + 1] = static_cast<Akl16s>(y);
-        continue;
-      }
-      Akl16s xs = static_cast<Akl16s>(x);
-      Akl16s ys = static_cast<Akl16s>(y);
-      const int code_bits = static_cast<int>(n);
-      if (x == 15 || x == -15) {
-        // The code's length counts x's sign bit and y's; they come after the
-        // linbits field, so only the Huffman part is consumed here.
-        const int signs = y != 0 ? 2 : 1;
-        r.Skip(code_bits > signs ? code_bits - signs : 0);
-        xs = ReadLinbits(r, linbits);
-        if (y == 15 || y == -15) {
-          ys = ReadLinbits(r, linbits);
+    unsigned n;
+    const int v = tab.Value(tab.Lookup(r.Acc(), &n));
+    const int x = v >> 8;
+    const int y = (v & 0xFF) - 128;
+    const bool x_esc = x == 15 || x == -15;
+    const bool y_esc = y == 15 || y == -15;
+    if (!x_esc && !y_esc) {
+      r.Skip(static_cast<int>(n));
+      out[2 * i] = static_cast<Akl16s>(x);
+      out[2 * i + 1] = static_cast<Akl16s>(y);
+      continue;
+    }
+    // The code's length counts x's sign bit and y's (only y's when x is not
+    // escaped); they come after the linbits fields, so only the Huffman part
+    // is consumed here.
+    const int signs = x_esc ? (y != 0 ? 2 : 1) : 1;
+    const int code_bits = static_cast<int>(n);
+    r.Skip(code_bits > signs ? code_bits - signs : 0);
+    Akl16s xs = static_cast<Akl16s>(x);
+    Akl16s ys = static_cast<Akl16s>(y);
+    if (in_hand) {
+      r.Refill();
+      if (x_esc) {
+        xs = TakeLinbits(r, linbits);
+        if (y_esc) {
+          ys = TakeLinbits(r, linbits);
         } else if (y != 0) {
-          ys = Signed(static_cast<std::uint32_t>(y < 0 ? -y : y), r.ReadBit());
+          ys = Signed(static_cast<std::uint32_t>(y < 0 ? -y : y), r.TakeBit());
         }
       } else {
-        r.Skip(code_bits > 1 ? code_bits - 1 : 0);
-        ys = ReadLinbits(r, linbits);
+        ys = TakeLinbits(r, linbits);
       }
-      out[2 * i] = xs;
-      out[2 * i + 1] = ys;
-      ++i;
-      break;  // linbits used bits of the group: refill
+    } else if (x_esc) {
+      xs = ReadLinbits(r, linbits);
+      if (y_esc) {
+        ys = ReadLinbits(r, linbits);
+      } else if (y != 0) {
+        ys = Signed(static_cast<std::uint32_t>(y < 0 ? -y : y), r.ReadBit());
+      }
+    } else {
+      ys = ReadLinbits(r, linbits);
     }
+    out[2 * i] = xs;
+    out[2 * i + 1] = ys;
   }
   reader = r;
 }
@@ -578,12 +597,7 @@ Status aklsVLCDecodeEscBlock_AAC_1u16s(Akl8u** ppBitStream, int* pBitOffset, Akl
   if (pairs < 1) return kStsOk;
   WordReader r = WordReader::FromBytePointer(*ppBitStream, *pBitOffset);
   const Status st = WithFastTable(s, [&](const auto& t) {
-    switch (PerRefill(s.maxLength, 0)) {
-      case 4: return FastEscAacLoop<4>(t, r, pData, pairs);
-      case 3: return FastEscAacLoop<3>(t, r, pData, pairs);
-      case 2: return FastEscAacLoop<2>(t, r, pData, pairs);
-      default: return FastEscAacLoop<1>(t, r, pData, pairs);
-    }
+    return FastEscAacLoop(t, r, pData, pairs);
   });
   if (st != kStsOk) return st;
   r.WriteBack(ppBitStream, pBitOffset);
@@ -601,12 +615,7 @@ Status aklsVLCDecodeEscBlock_MP3_1u16s(Akl8u** ppBitStream, int* pBitOffset, int
   WordReader r = WordReader::FromBytePointer(*ppBitStream, *pBitOffset);
   const int lb = ClampLinbits(linbits);
   WithFastTable(s, [&](const auto& t) {
-    switch (PerRefill(s.maxLength, 0)) {
-      case 4: return FastEscMp3Loop<4>(t, r, lb, pData, pairs);
-      case 3: return FastEscMp3Loop<3>(t, r, lb, pData, pairs);
-      case 2: return FastEscMp3Loop<2>(t, r, lb, pData, pairs);
-      default: return FastEscMp3Loop<1>(t, r, lb, pData, pairs);
-    }
+    FastEscMp3Loop(t, r, lb, pData, pairs);
   });
   r.WriteBack(ppBitStream, pBitOffset);
   return kStsOk;
