@@ -280,8 +280,81 @@ void FastBlockLoop(const T& tab, WordReader& reader, Akl16s* out, int len) {
   reader = r;
 }
 
+// Byte-stepping reader for the body of a long block: a 64-bit big-endian load
+// at a byte pointer tops the buffer up to at least 56 bits without a branch,
+// and the pointer for the next load is known a whole group ahead, so neither
+// a mispredicted refill branch nor the load's latency sits on the codes'
+// chain.  The load starts where the buffered bits end (up to 63 bits ahead)
+// and spans 64 bits, so it reaches at most 126 bits past the current
+// position.  It is used only while at least kLookaheadCodes codes remain,
+// each taking one bit or more: the last bit the block uses is then at least
+// 95 bits ahead, and the aligned word after it covers 31 more, so the load
+// stays inside the read contract.
+constexpr int kLookaheadCodes = 96;
+
+AKL_VLC_INLINE std::uint64_t LoadBE64(const Akl8u* p) {
+  std::uint64_t v;
+  std::memcpy(&v, p, 8);
+  return __builtin_bswap64(v);
+}
+
+// Decodes whole groups of K codes while enough codes remain for the
+// lookahead; returns how many codes it decoded and leaves `reader` after them.
+template <int K, class T>
+int BodyLoop(const T& tab, WordReader& reader, Akl16s* out, int len) {
+  if (len < K + kLookaheadCodes) return 0;
+  const Akl8u* base = reader.Base();
+  const std::size_t start = reader.Position();
+  const Akl8u* ptr = base + start / 8;
+  std::uint64_t buf = 0;
+  unsigned count = 0;  // valid bits at the top of buf; 8 * ptr = position + count
+  auto refill = [&]() __attribute__((always_inline)) {
+    buf |= LoadBE64(ptr) >> count;
+    ptr += (63 - count) >> 3;
+    count |= 56;
+  };
+  refill();
+  buf <<= start % 8;
+  count -= static_cast<unsigned>(start % 8);
+  int i = 0;
+  for (; i + K + kLookaheadCodes <= len; i += K) {
+    refill();
+#pragma GCC unroll 8
+    for (int k = 0; k < K; ++k) {
+      unsigned n;
+      const std::uint32_t e = tab.Lookup(buf, &n);
+      buf <<= n;
+      count -= n;
+      out[i + k] = static_cast<Akl16s>(tab.Value(e));
+    }
+  }
+  const auto pos = static_cast<std::size_t>(ptr - base) * 8 - count;
+  reader = WordReader::AtPosition(base, pos);
+  return i;
+}
+
 template <class T>
 void FastBlock(const T& tab, WordReader& r, Akl16s* out, int len, int max_length) {
+  // K codes per 56-bit top-up in the body.
+  int done;
+  if (max_length <= 7) {
+    done = BodyLoop<8>(tab, r, out, len);
+  } else if (max_length <= 9) {
+    done = BodyLoop<6>(tab, r, out, len);
+  } else if (max_length <= 11) {
+    done = BodyLoop<5>(tab, r, out, len);
+  } else if (max_length <= 14) {
+    done = BodyLoop<4>(tab, r, out, len);
+  } else if (max_length <= 18) {
+    done = BodyLoop<3>(tab, r, out, len);
+  } else if (max_length <= 28) {
+    done = BodyLoop<2>(tab, r, out, len);
+  } else {
+    done = BodyLoop<1>(tab, r, out, len);
+  }
+  out += done;
+  len -= done;
+
   if (max_length <= 8) {
     FastBlockLoop<4>(tab, r, out, len);
   } else if (max_length <= 10) {

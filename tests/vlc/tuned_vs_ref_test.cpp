@@ -1,10 +1,10 @@
 // The tuned block decoders against their reference forms (decode_ref.cpp):
-// every real code book, several level splits, every bit offset and byte
-// alignment, on encoded realistic symbols and on random bytes (streams that
-// hit empty slots, escapes and deep levels at random).  Values, status and
-// cursor must agree exactly; the comparison runs in buffers that end at the
-// reading limit of the longer of the two reads, so an overread is caught
-// under AddressSanitizer.
+// every real code book, several level splits, every byte alignment with a
+// random bit offset, short and long blocks, on encoded realistic symbols and
+// on random bytes (streams that hit empty slots, escapes and deep levels at
+// random).  Values, status and cursor must agree exactly; the tuned decoder
+// runs in a buffer that ends at the reading limit of the reference's result,
+// so an overread is caught under AddressSanitizer.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -15,6 +15,7 @@
 #include "support/test_util.hpp"
 #include "vlc/books.hpp"
 #include "vlc/decode_ref.hpp"
+#include "vlc/vlc_test_util.hpp"
 
 namespace {
 
@@ -170,8 +171,9 @@ TEST(VlcTunedVsRef, RealBooksEncodedAndRandomStreams) {
       for (const auto& sizes : splits) {
         Ctx c = Build(entries, sizes, elements, vlc_test::ValueBits(b));
         for (int align = 0; align < 4; ++align) {
-          for (int offset = 0; offset < 8; offset += 3) {
-            const int count = 37 + static_cast<int>(rng() % 60);
+          {
+            const int offset = static_cast<int>(rng() % 8);
+            const int count = 37 + static_cast<int>(rng() % 300);  // short blocks and long ones
             const int len = count * (elements ? elements : (op == Op::kBlock ? 1 : b.dim)) - static_cast<int>(rng() % 2);
             const std::string what = b.name + " op " + std::to_string(static_cast<int>(op)) + " levels " +
                                      std::to_string(sizes.size()) + " at " + std::to_string(align) + "/" +
@@ -179,9 +181,36 @@ TEST(VlcTunedVsRef, RealBooksEncodedAndRandomStreams) {
             Compare(op, c.spec(), Encoded(b, op, rng, count, align, offset), align, offset, len, b.linbits, what);
             std::vector<Akl8u> noise(static_cast<size_t>(count) * 12 + 64);
             for (auto& x : noise) x = static_cast<Akl8u>(rng());
-            Compare(op, c.spec(), noise, align, offset, len / 4, b.linbits, what + " noise");
+            Compare(op, c.spec(), noise, align, offset, len / 2, b.linbits, what + " noise");
           }
         }
+      }
+    }
+  }
+}
+
+// One-bit codes are the worst case for the block decoder's look-ahead loads:
+// the stream ends closest to them.  Every block length around the switch from
+// the body loop to the tail, in buffers that end at the reading limit.
+TEST(VlcTunedVsRef, OneBitCodesEndingAtTheReadingLimit) {
+  const auto book = vlc_test::Entries({{5, "0"}, {6, "10"}, {7, "11"}});
+  auto ctx = vlc_test::DecodeContext(book, {2});
+  for (int len = 90; len <= 140; ++len) {
+    for (int offset = 0; offset < 8; ++offset) {
+      for (const Akl8u fill : {Akl8u{0x00}, Akl8u{0x24}}) {
+        // 0x24 = 00100100: codes 0 0 10 0 10 0 ..., mostly one bit.
+        std::vector<Akl8u> roomy(static_cast<size_t>(len) + 64, fill);
+        std::vector<Akl16s> want(static_cast<size_t>(len)), got(want.size());
+        Akl8u* p = roomy.data();
+        int off = offset;
+        ASSERT_EQ(ref::DecodeBlock_1u16sRef(&p, &off, want.data(), len, ctx.dec()), kStsOk);
+        const size_t end = static_cast<size_t>(p - roomy.data()) * 8 + static_cast<size_t>(off);
+        auto exact = vlc_test::ExactCopy(roomy, static_cast<size_t>(offset), end - static_cast<size_t>(offset));
+        Akl8u* q = exact.Start(0);
+        int qoff = offset;
+        ASSERT_EQ(aklsVLCDecodeBlock_1u16s(&q, &qoff, got.data(), len, ctx.dec()), kStsOk);
+        EXPECT_EQ(got, want) << len;
+        EXPECT_EQ(static_cast<size_t>(q - exact.bytes.data()) * 8 + static_cast<size_t>(qoff), end) << len;
       }
     }
   }
