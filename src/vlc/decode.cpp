@@ -298,10 +298,12 @@ AKL_VLC_INLINE std::uint64_t LoadBE64(const Akl8u* p) {
   return __builtin_bswap64(v);
 }
 
-// Decodes whole groups of K codes while enough codes remain for the
-// lookahead; returns how many codes it decoded and leaves `reader` after them.
-template <int K, class T>
-int BodyLoop(const T& tab, WordReader& reader, Akl16s* out, int len) {
+// Runs `code(buf, index)` for whole groups of K codes while enough codes
+// remain for the look-ahead; `code` decodes the code at the top of buf (at
+// least 56 / K bits valid) and returns the bits it used.  Returns how many
+// codes were decoded and leaves `reader` after them.
+template <int K, class Code>
+AKL_VLC_INLINE int BodyLoop(WordReader& reader, int len, Code&& code) {
   if (len < K + kLookaheadCodes) return 0;
   const Akl8u* base = reader.Base();
   const std::size_t start = reader.Position();
@@ -321,11 +323,9 @@ int BodyLoop(const T& tab, WordReader& reader, Akl16s* out, int len) {
     refill();
 #pragma GCC unroll 8
     for (int k = 0; k < K; ++k) {
-      unsigned n;
-      const std::uint32_t e = tab.Lookup(buf, &n);
+      const unsigned n = code(buf, i + k);
       buf <<= n;
       count -= n;
-      out[i + k] = static_cast<Akl16s>(tab.Value(e));
     }
   }
   const auto pos = static_cast<std::size_t>(ptr - base) * 8 - count;
@@ -333,24 +333,33 @@ int BodyLoop(const T& tab, WordReader& reader, Akl16s* out, int len) {
   return i;
 }
 
+template <int K, class T>
+int BlockBody(const T& tab, WordReader& reader, Akl16s* out, int len) {
+  return BodyLoop<K>(reader, len, [&](std::uint64_t buf, int i) __attribute__((always_inline)) {
+    unsigned n;
+    out[i] = static_cast<Akl16s>(tab.Value(tab.Lookup(buf, &n)));
+    return n;
+  });
+}
+
 template <class T>
 void FastBlock(const T& tab, WordReader& r, Akl16s* out, int len, int max_length) {
   // K codes per 56-bit top-up in the body.
   int done;
   if (max_length <= 7) {
-    done = BodyLoop<8>(tab, r, out, len);
+    done = BlockBody<8>(tab, r, out, len);
   } else if (max_length <= 9) {
-    done = BodyLoop<6>(tab, r, out, len);
+    done = BlockBody<6>(tab, r, out, len);
   } else if (max_length <= 11) {
-    done = BodyLoop<5>(tab, r, out, len);
+    done = BlockBody<5>(tab, r, out, len);
   } else if (max_length <= 14) {
-    done = BodyLoop<4>(tab, r, out, len);
+    done = BlockBody<4>(tab, r, out, len);
   } else if (max_length <= 18) {
-    done = BodyLoop<3>(tab, r, out, len);
+    done = BlockBody<3>(tab, r, out, len);
   } else if (max_length <= 28) {
-    done = BodyLoop<2>(tab, r, out, len);
+    done = BlockBody<2>(tab, r, out, len);
   } else {
-    done = BodyLoop<1>(tab, r, out, len);
+    done = BlockBody<1>(tab, r, out, len);
   }
   out += done;
   len -= done;
@@ -415,6 +424,32 @@ void FastPairLoop(const T& tab, WordReader& reader, Akl16s* out, int tuples, int
     r.Skip(static_cast<int>(n));
   }
   reader = r;
+}
+
+// The body of a long pair-tuple block: K codes with their sign bits per
+// 56-bit top-up.
+template <int K, class T>
+int PairBody(const T& tab, WordReader& reader, Akl16s* out, int tuples, int bits) {
+  const std::uint32_t mask = LowMask(bits);
+  const auto ubits = static_cast<unsigned>(bits);
+  return BodyLoop<K>(reader, tuples, [&](std::uint64_t buf, int i) __attribute__((always_inline)) {
+    unsigned n;
+    const auto v = static_cast<std::uint32_t>(tab.Value(tab.Lookup(buf, &n)));
+    return n + PairSigns(buf << n, (v >> ubits) & mask, v & mask, out + 2 * i);
+  });
+}
+
+template <class T>
+int PairBodyFor(const T& tab, WordReader& r, Akl16s* out, int tuples, int bits, int max_length) {
+  switch (56 / (max_length + 2)) {
+    case 0: return 0;
+    case 1: return PairBody<1>(tab, r, out, tuples, bits);
+    case 2: return PairBody<2>(tab, r, out, tuples, bits);
+    case 3: return PairBody<3>(tab, r, out, tuples, bits);
+    case 4: return PairBody<4>(tab, r, out, tuples, bits);
+    case 5: return PairBody<5>(tab, r, out, tuples, bits);
+    default: return PairBody<6>(tab, r, out, tuples, bits);
+  }
 }
 
 // Tuple block for quadruples (numElements 4): signs of the non-zero elements
@@ -720,11 +755,14 @@ Status aklsVLCDecodeUTupleBlock_1u16s(Akl8u** ppBitStream, int* pBitOffset, Akl1
   WordReader r = WordReader::AtAlignedWord(*ppBitStream, *pBitOffset);
   WithFastTable(s, [&](const auto& t) {
     if (s.numElements == 4) return FastQuadLoop(t, r, pData, tuples, s.numValueBits);
+    const int done = PairBodyFor(t, r, pData, tuples, s.numValueBits, s.maxLength);
+    Akl16s* rest = pData + 2 * done;
+    const int left = tuples - done;
     switch (per) {
-      case 4: return FastPairLoop<4>(t, r, pData, tuples, s.numValueBits);
-      case 3: return FastPairLoop<3>(t, r, pData, tuples, s.numValueBits);
-      case 2: return FastPairLoop<2>(t, r, pData, tuples, s.numValueBits);
-      default: return FastPairLoop<1>(t, r, pData, tuples, s.numValueBits);
+      case 4: return FastPairLoop<4>(t, r, rest, left, s.numValueBits);
+      case 3: return FastPairLoop<3>(t, r, rest, left, s.numValueBits);
+      case 2: return FastPairLoop<2>(t, r, rest, left, s.numValueBits);
+      default: return FastPairLoop<1>(t, r, rest, left, s.numValueBits);
     }
   });
   r.WriteBack(ppBitStream, pBitOffset);
