@@ -588,6 +588,62 @@ void FastEscMp3Loop(const T& tab, WordReader& reader, int linbits, Akl16s* out, 
   reader = r;
 }
 
+// The body of a long Layer III escape block: one top-up per K pairs, K pairs
+// of the worst case (the longest code and two linbits fields with signs)
+// fitting in 56 bits.
+template <int K, class T>
+int EscMp3Body(const T& tab, WordReader& reader, int linbits, Akl16s* out, int pairs) {
+  const auto field = static_cast<unsigned>(linbits + 1);
+  return BodyLoop<K>(reader, pairs, [&](std::uint64_t buf, int i) __attribute__((always_inline)) {
+    unsigned n;
+    const int v = tab.Value(tab.Lookup(buf, &n));
+    const int x = v >> 8;
+    const int y = (v & 0xFF) - 128;
+    const bool x_esc = x == 15 || x == -15;
+    const bool y_esc = y == 15 || y == -15;
+    if (!x_esc && !y_esc) {
+      out[2 * i] = static_cast<Akl16s>(x);
+      out[2 * i + 1] = static_cast<Akl16s>(y);
+      return n;
+    }
+    // As in FastEscMp3Loop: only the Huffman part of the code is consumed
+    // before the linbits fields.
+    const unsigned signs = x_esc ? (y != 0 ? 2u : 1u) : 1u;
+    unsigned used = n > signs ? n - signs : 0;
+    auto take_field = [&]() __attribute__((always_inline)) {
+      const auto b = static_cast<std::uint32_t>((buf << used) >> (64 - field));
+      used += field;
+      return Signed(15u + (b >> 1), (b & 1u) != 0);
+    };
+    Akl16s xs = static_cast<Akl16s>(x);
+    Akl16s ys = static_cast<Akl16s>(y);
+    if (x_esc) {
+      xs = take_field();
+      if (y_esc) {
+        ys = take_field();
+      } else if (y != 0) {
+        ys = Signed(static_cast<std::uint32_t>(y < 0 ? -y : y), (((buf << used) >> 63) & 1u) != 0);
+        ++used;
+      }
+    } else {
+      ys = take_field();
+    }
+    out[2 * i] = xs;
+    out[2 * i + 1] = ys;
+    return used;
+  });
+}
+
+template <class T>
+int EscMp3BodyFor(const T& tab, WordReader& r, int linbits, Akl16s* out, int pairs, int max_length) {
+  switch (56 / (max_length + 2 * linbits + 2)) {
+    case 0: return 0;
+    case 1: return EscMp3Body<1>(tab, r, linbits, out, pairs);
+    case 2: return EscMp3Body<2>(tab, r, linbits, out, pairs);
+    default: return EscMp3Body<3>(tab, r, linbits, out, pairs);
+  }
+}
+
 // Tuple escape pairs, AAC: unsigned magnitudes, signs after the code, then
 // the escape words of elements equal to 16.
 template <int K, class T>
@@ -723,7 +779,8 @@ Status aklsVLCDecodeEscBlock_MP3_1u16s(Akl8u** ppBitStream, int* pBitOffset, int
   WordReader r = WordReader::FromBytePointer(*ppBitStream, *pBitOffset);
   const int lb = ClampLinbits(linbits);
   WithFastTable(s, [&](const auto& t) {
-    FastEscMp3Loop(t, r, lb, pData, pairs);
+    const int done = EscMp3BodyFor(t, r, lb, pData, pairs, s.maxLength);
+    FastEscMp3Loop(t, r, lb, pData + 2 * done, pairs - done);
   });
   r.WriteBack(ppBitStream, pBitOffset);
   return kStsOk;
