@@ -5,6 +5,12 @@
 // (WordReader) before a lookup, so a code of up to 32 bits is resolved from
 // the accumulator's top bits without touching memory; the common case is one
 // root-table load, one test of the leaf flag, a shift and a store.
+//
+// The block kernels run at the latency of the chain from one code to the
+// next (index shift, entry load, length mask, accumulator shift): about 3 ns
+// a code on the development machine even for a perfectly predicted stream of
+// one-bit codes.  Going below that would need more than one code per lookup,
+// which the context's table layout does not offer.
 #include <bit>
 #include <cstdint>
 #include <type_traits>
