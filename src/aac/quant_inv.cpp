@@ -5,6 +5,8 @@
 // quarter-step fraction of the scale folded into its four rows), 16..128 from
 // a table of x^(4/3) times a Q31 fraction factor, and larger magnitudes from a
 // degree-7 polynomial in the normalised mantissa.
+#include <emmintrin.h>
+
 #include <cstdint>
 
 #include "aac/spectral.hpp"
@@ -85,7 +87,7 @@ std::int32_t DequantMagnitude(std::int32_t m, int s) {
   return static_cast<std::int32_t>(Magnitude(m, e, k));
 }
 
-int DequantBand(std::int32_t* x, int n, int sf) {
+int DequantBandRef(std::int32_t* x, int n, int sf) {
   int e = 0, k = 0;
   SplitScale(sf - 100, &e, &k);
   // Most lines are 0 or small: their table row and shifts are fixed per band.
@@ -109,6 +111,51 @@ int DequantBand(std::int32_t* x, int n, int sf) {
       return i;
     }
     x[i] = static_cast<std::int32_t>((r ^ sign) - sign);
+  }
+  return n;
+}
+
+// The tuned form of DequantBandRef (same results, bit for bit).  Two things
+// make it cheaper: the sixteen small-magnitude results of the band are
+// shifted once into a local table, so a line below 16 costs one lookup; and
+// four lines that are all zero (common in the upper bands) are passed over
+// with one SSE2 compare, as a zero line dequantizes to zero.
+int DequantBand(std::int32_t* x, int n, int sf) {
+  int e = 0, k = 0;
+  SplitScale(sf - 100, &e, &k);
+  const std::int32_t* row = kPow43Small[k];
+  const int shift_q28 = Clamp31(25 - e);
+  const int shift_q25 = Clamp31(22 - e);
+  std::uint32_t small[16];
+  for (int m = 0; m < 4; ++m) small[m] = static_cast<std::uint32_t>(row[m] >> shift_q28);
+  for (int m = 4; m < 16; ++m) small[m] = static_cast<std::uint32_t>(row[m] >> shift_q25);
+  const __m128i zero = _mm_setzero_si128();
+  int i = 0;
+  while (i < n) {
+    if (i + 4 <= n) {
+      const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(x + i));
+      if (_mm_movemask_epi8(_mm_cmpeq_epi32(v, zero)) == 0xFFFF) {
+        i += 4;
+        continue;
+      }
+    }
+    const int end = i + 4 <= n ? i + 4 : n;
+    for (; i < end; ++i) {
+      const std::int32_t v = x[i];
+      const std::uint32_t sign = static_cast<std::uint32_t>(v >> 31);
+      const std::uint32_t m = (static_cast<std::uint32_t>(v) ^ sign) - sign;
+      std::uint32_t r;
+      if (m < 16) {
+        r = small[m];
+      } else if (m <= 128) {
+        r = MediumMagnitude(static_cast<std::int32_t>(m), e, k);
+      } else if (m <= 8191) {
+        r = LargeMagnitude(static_cast<std::int32_t>(m), e, k);
+      } else {
+        return i;
+      }
+      x[i] = static_cast<std::int32_t>((r ^ sign) - sign);
+    }
   }
   return n;
 }
