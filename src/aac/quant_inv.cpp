@@ -117,24 +117,47 @@ int DequantBandRef(std::int32_t* x, int n, int sf) {
 
 // The tuned form of DequantBandRef (same results, bit for bit).  Two things
 // make it cheaper: the sixteen small-magnitude results of the band are
-// shifted once into a local table, so a line below 16 costs one lookup; and
-// four lines that are all zero (common in the upper bands) are passed over
-// with one SSE2 compare, as a zero line dequantizes to zero.
+// shifted once into a local table, so a line below 16 costs one lookup; four
+// lines that are all zero (common in the upper bands) are passed over with
+// one SSE2 compare, as a zero line dequantizes to zero; and four lines that
+// are all small take their signs off and back in SSE2 around the lookups.
+// Lines with a larger magnitude go one by one, in order, so that the stop at
+// a magnitude above 8191 leaves the same lines done as the reference.
 int DequantBand(std::int32_t* x, int n, int sf) {
   int e = 0, k = 0;
   SplitScale(sf - 100, &e, &k);
   const std::int32_t* row = kPow43Small[k];
   const int shift_q28 = Clamp31(25 - e);
   const int shift_q25 = Clamp31(22 - e);
-  std::uint32_t small[16];
-  for (int m = 0; m < 4; ++m) small[m] = static_cast<std::uint32_t>(row[m] >> shift_q28);
-  for (int m = 4; m < 16; ++m) small[m] = static_cast<std::uint32_t>(row[m] >> shift_q25);
+  // small[m] = row[m] >> (m < 4 ? shift_q28 : shift_q25), four at a time.
+  alignas(16) std::uint32_t small[16];
+  const __m128i count_q28 = _mm_cvtsi32_si128(shift_q28);
+  const __m128i count_q25 = _mm_cvtsi32_si128(shift_q25);
+  for (int m = 0; m < 16; m += 4) {
+    const __m128i t = _mm_loadu_si128(reinterpret_cast<const __m128i*>(row + m));
+    _mm_store_si128(reinterpret_cast<__m128i*>(small + m), _mm_sra_epi32(t, m == 0 ? count_q28 : count_q25));
+  }
   const __m128i zero = _mm_setzero_si128();
+  const __m128i plus15 = _mm_set1_epi32(15);
+  const __m128i minus15 = _mm_set1_epi32(-15);
   int i = 0;
   while (i < n) {
     if (i + 4 <= n) {
       const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(x + i));
       if (_mm_movemask_epi8(_mm_cmpeq_epi32(v, zero)) == 0xFFFF) {
+        i += 4;
+        continue;
+      }
+      // Four lines in -15..15 (compared signed, so no magnitude can wrap):
+      // table lookups, with the signs put back four at a time.
+      const __m128i outside = _mm_or_si128(_mm_cmpgt_epi32(v, plus15), _mm_cmplt_epi32(v, minus15));
+      if (_mm_movemask_epi8(outside) == 0) {
+        const __m128i sign = _mm_srai_epi32(v, 31);
+        alignas(16) std::uint32_t m[4];
+        _mm_store_si128(reinterpret_cast<__m128i*>(m), _mm_sub_epi32(_mm_xor_si128(v, sign), sign));
+        const __m128i r = _mm_setr_epi32(static_cast<int>(small[m[0]]), static_cast<int>(small[m[1]]),
+                                         static_cast<int>(small[m[2]]), static_cast<int>(small[m[3]]));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(x + i), _mm_sub_epi32(_mm_xor_si128(r, sign), sign));
         i += 4;
         continue;
       }
