@@ -5,6 +5,8 @@
 // quarter-step fraction of the scale folded into its four rows), 16..128 from
 // a table of x^(4/3) times a Q31 fraction factor, and larger magnitudes from a
 // degree-7 polynomial in the normalised mantissa.
+#include <emmintrin.h>
+
 #include <cstdint>
 
 #include "aac/spectral.hpp"
@@ -85,7 +87,7 @@ std::int32_t DequantMagnitude(std::int32_t m, int s) {
   return static_cast<std::int32_t>(Magnitude(m, e, k));
 }
 
-int DequantBand(std::int32_t* x, int n, int sf) {
+int DequantBandRef(std::int32_t* x, int n, int sf) {
   int e = 0, k = 0;
   SplitScale(sf - 100, &e, &k);
   // Most lines are 0 or small: their table row and shifts are fixed per band.
@@ -109,6 +111,74 @@ int DequantBand(std::int32_t* x, int n, int sf) {
       return i;
     }
     x[i] = static_cast<std::int32_t>((r ^ sign) - sign);
+  }
+  return n;
+}
+
+// The tuned form of DequantBandRef (same results, bit for bit).  Two things
+// make it cheaper: the sixteen small-magnitude results of the band are
+// shifted once into a local table, so a line below 16 costs one lookup; four
+// lines that are all zero (common in the upper bands) are passed over with
+// one SSE2 compare, as a zero line dequantizes to zero; and four lines that
+// are all small take their signs off and back in SSE2 around the lookups.
+// Lines with a larger magnitude go one by one, in order, so that the stop at
+// a magnitude above 8191 leaves the same lines done as the reference.
+int DequantBand(std::int32_t* x, int n, int sf) {
+  int e = 0, k = 0;
+  SplitScale(sf - 100, &e, &k);
+  const std::int32_t* row = kPow43Small[k];
+  const int shift_q28 = Clamp31(25 - e);
+  const int shift_q25 = Clamp31(22 - e);
+  // small[m] = row[m] >> (m < 4 ? shift_q28 : shift_q25), four at a time.
+  alignas(16) std::uint32_t small[16];
+  const __m128i count_q28 = _mm_cvtsi32_si128(shift_q28);
+  const __m128i count_q25 = _mm_cvtsi32_si128(shift_q25);
+  for (int m = 0; m < 16; m += 4) {
+    const __m128i t = _mm_loadu_si128(reinterpret_cast<const __m128i*>(row + m));
+    _mm_store_si128(reinterpret_cast<__m128i*>(small + m), _mm_sra_epi32(t, m == 0 ? count_q28 : count_q25));
+  }
+  const __m128i zero = _mm_setzero_si128();
+  const __m128i plus15 = _mm_set1_epi32(15);
+  const __m128i minus15 = _mm_set1_epi32(-15);
+  int i = 0;
+  while (i < n) {
+    if (i + 4 <= n) {
+      const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(x + i));
+      if (_mm_movemask_epi8(_mm_cmpeq_epi32(v, zero)) == 0xFFFF) {
+        i += 4;
+        continue;
+      }
+      // Four lines in -15..15 (compared signed, so no magnitude can wrap):
+      // table lookups, with the signs put back four at a time.
+      const __m128i outside = _mm_or_si128(_mm_cmpgt_epi32(v, plus15), _mm_cmplt_epi32(v, minus15));
+      if (_mm_movemask_epi8(outside) == 0) {
+        const __m128i sign = _mm_srai_epi32(v, 31);
+        alignas(16) std::uint32_t m[4];
+        _mm_store_si128(reinterpret_cast<__m128i*>(m), _mm_sub_epi32(_mm_xor_si128(v, sign), sign));
+        const __m128i r = _mm_setr_epi32(static_cast<int>(small[m[0]]), static_cast<int>(small[m[1]]),
+                                         static_cast<int>(small[m[2]]), static_cast<int>(small[m[3]]));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(x + i), _mm_sub_epi32(_mm_xor_si128(r, sign), sign));
+        i += 4;
+        continue;
+      }
+    }
+    const int end = i + 4 <= n ? i + 4 : n;
+    for (; i < end; ++i) {
+      const std::int32_t v = x[i];
+      const std::uint32_t sign = static_cast<std::uint32_t>(v >> 31);
+      const std::uint32_t m = (static_cast<std::uint32_t>(v) ^ sign) - sign;
+      std::uint32_t r;
+      if (m < 16) {
+        r = small[m];
+      } else if (m <= 128) {
+        r = MediumMagnitude(static_cast<std::int32_t>(m), e, k);
+      } else if (m <= 8191) {
+        r = LargeMagnitude(static_cast<std::int32_t>(m), e, k);
+      } else {
+        return i;
+      }
+      x[i] = static_cast<std::int32_t>((r ^ sign) - sign);
+    }
   }
   return n;
 }

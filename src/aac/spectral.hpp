@@ -45,6 +45,8 @@ std::int32_t DequantMagnitude(std::int32_t m, int s);
 // Dequantizes n values in place; returns the index of the first magnitude
 // above 8191, or n if there is none.
 int DequantBand(std::int32_t* x, int n, int sf);
+// The plain line-by-line form of DequantBand, kept as its checker's reference.
+int DequantBandRef(std::int32_t* x, int n, int sf);
 Status QuantInvKernel(std::int32_t* spec, const Akl16s* sf, const Grouping& g, int maxSfb, const Akl8u* cb,
                       const BandTable& bands);
 

@@ -137,11 +137,17 @@ std::vector<float> KbdRise(int half, double alpha) {
 struct Windows {
   std::vector<float> rise_long[2];   // [shape] 1024 values
   std::vector<float> rise_short[2];  // [shape] 128 values
+  std::vector<float> fall_long[2];   // the rises reversed, so that the
+  std::vector<float> fall_short[2];  // windowing loops run forwards
   Windows() {
     rise_long[0] = SineRise(1024);
     rise_long[1] = KbdRise(1024, 4.0);
     rise_short[0] = SineRise(128);
     rise_short[1] = KbdRise(128, 6.0);
+    for (int k = 0; k < 2; ++k) {
+      fall_long[k].assign(rise_long[k].rbegin(), rise_long[k].rend());
+      fall_short[k].assign(rise_short[k].rbegin(), rise_short[k].rend());
+    }
   }
 };
 
@@ -375,6 +381,7 @@ class Decoder {
   std::size_t dirty_ = 0;  // bytes of frame_ that may be non-zero
   std::vector<float> out_;       // channels x 1024, bitstream order
   std::vector<std::int16_t> pcm_;  // interleaved, WAV order
+  std::vector<const float*> rows_;  // WAV position -> row of out_
   std::string* message_ = nullptr;
 };
 
@@ -738,43 +745,51 @@ void Decoder::Synthesize(const ChannelStream& ch, ChannelState& st, float* out) 
   const AklAACIcsInfo& ics = ch.ics();
   const int shape = ics.windowShape & 1;
   const int prev = st.prev_shape;
-  const float* rl_prev = windows_.rise_long[prev].data();
-  const float* rl_cur = windows_.rise_long[shape].data();
-  const float* rs_prev = windows_.rise_short[prev].data();
-  const float* rs_cur = windows_.rise_short[shape].data();
+  const float* __restrict rl_prev = windows_.rise_long[prev].data();
+  const float* __restrict fl_cur = windows_.fall_long[shape].data();
+  const float* __restrict rs_prev = windows_.rise_short[prev].data();
+  const float* __restrict rs_cur = windows_.rise_short[shape].data();
+  const float* __restrict fs_cur = windows_.fall_short[shape].data();
+  float* __restrict ov = st.overlap.data();
+  float* __restrict dst = out;
   alignas(64) float src[kFrame];
   alignas(64) float y[2 * kFrame];
-  alignas(64) float z[2 * kFrame];
   for (int i = 0; i < kFrame; ++i) src[i] = static_cast<float>(ch.spec[i]) * 0.125f;  // Q3
   if (ics.windowSequence == kEightShort) {
+    alignas(64) float z[2 * kFrame];
     std::fill(z, z + 2 * kFrame, 0.0f);
     for (int j = 0; j < 8; ++j) {
       imdct_short_.Run(src + 128 * j, y);
-      const float* rise = j == 0 ? rs_prev : rs_cur;
-      float* dst = z + 448 + 128 * j;
-      for (int n = 0; n < 128; ++n) dst[n] += y[n] * rise[n];
-      for (int n = 0; n < 128; ++n) dst[128 + n] += y[128 + n] * rs_cur[127 - n];
+      const float* __restrict rise = j == 0 ? rs_prev : rs_cur;
+      float* __restrict zw = z + 448 + 128 * j;
+      for (int n = 0; n < 128; ++n) zw[n] += y[n] * rise[n];
+      for (int n = 0; n < 128; ++n) zw[128 + n] += y[128 + n] * fs_cur[n];
     }
-  } else {
-    imdct_long_.Run(src, y);
-    if (ics.windowSequence == kLongStop) {
-      for (int n = 0; n < 448; ++n) z[n] = 0.0f;
-      for (int n = 448; n < 576; ++n) z[n] = y[n] * rs_prev[n - 448];
-      for (int n = 576; n < kFrame; ++n) z[n] = y[n];
-    } else {
-      for (int n = 0; n < kFrame; ++n) z[n] = y[n] * rl_prev[n];
+    for (int n = 0; n < kFrame; ++n) {
+      dst[n] = z[n] + ov[n];
+      ov[n] = z[kFrame + n];
     }
-    if (ics.windowSequence == kLongStart) {
-      for (int n = kFrame; n < 1472; ++n) z[n] = y[n];
-      for (int n = 1472; n < 1600; ++n) z[n] = y[n] * rs_cur[127 - (n - 1472)];
-      for (int n = 1600; n < 2 * kFrame; ++n) z[n] = 0.0f;
-    } else {
-      for (int n = kFrame; n < 2 * kFrame; ++n) z[n] = y[n] * rl_cur[2 * kFrame - 1 - n];
-    }
+    st.prev_shape = shape;
+    return;
   }
-  for (int n = 0; n < kFrame; ++n) {
-    out[n] = z[n] + st.overlap[static_cast<std::size_t>(n)];
-    st.overlap[static_cast<std::size_t>(n)] = z[kFrame + n];
+  // Long blocks: the first half, windowed, is added to the overlap and
+  // written out; the second half, windowed, becomes the next overlap.  The
+  // products and sums are those of windowing into a full block first.
+  imdct_long_.Run(src, y);
+  if (ics.windowSequence == kLongStop) {
+    for (int n = 0; n < 448; ++n) dst[n] = 0.0f + ov[n];
+    for (int n = 448; n < 576; ++n) dst[n] = y[n] * rs_prev[n - 448] + ov[n];
+    for (int n = 576; n < kFrame; ++n) dst[n] = y[n] + ov[n];
+  } else {
+    for (int n = 0; n < kFrame; ++n) dst[n] = y[n] * rl_prev[n] + ov[n];
+  }
+  const float* __restrict y2 = y + kFrame;
+  if (ics.windowSequence == kLongStart) {
+    for (int n = 0; n < 448; ++n) ov[n] = y2[n];
+    for (int n = 448; n < 576; ++n) ov[n] = y2[n] * fs_cur[n - 448];
+    for (int n = 576; n < kFrame; ++n) ov[n] = 0.0f;
+  } else {
+    for (int n = 0; n < kFrame; ++n) ov[n] = y2[n] * fl_cur[n];
   }
   st.prev_shape = shape;
 }
@@ -913,18 +928,14 @@ bool Decoder::EmitBlock(bool damaged) {
   if (damaged)
     for (ChannelState& st : cce_states_) st.overlap.fill(0.0f);
 
+  // Clipping, rounding to nearest and interleaving in WAV order: the
+  // library's SSE2 join, one row pointer per WAV position.
   pcm_.resize(static_cast<std::size_t>(channels) * kFrame);
-  for (int c = 0; c < channels; ++c) {
-    const float* src = out_.data() + static_cast<std::size_t>(c) * kFrame;
-    const int slot = wav_order_[static_cast<std::size_t>(c)];
-    std::int16_t* dst = pcm_.data() + slot;
-    for (int n = 0; n < kFrame; ++n) {
-      // Round half away from zero after clipping: a plain truncating
-      // conversion, much cheaper than the library's rounding call.
-      const float x = std::min(32767.0f, std::max(-32768.0f, src[n]));
-      dst[n * channels] = static_cast<std::int16_t>(x + (x >= 0.0f ? 0.5f : -0.5f));
-    }
-  }
+  rows_.resize(static_cast<std::size_t>(channels));
+  for (int c = 0; c < channels; ++c)
+    rows_[static_cast<std::size_t>(wav_order_[static_cast<std::size_t>(c)])] =
+        out_.data() + static_cast<std::size_t>(c) * kFrame;
+  aklsJoin_32f16s_D2L(rows_.data(), channels, kFrame, pcm_.data());
   stats_->samples += kFrame;
   return sink_->Frame(pcm_.data(), kFrame);
 }
