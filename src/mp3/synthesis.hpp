@@ -28,7 +28,9 @@ void SynthSlotKernelRef(const std::int32_t* subband_q26, std::int16_t* pcm, int 
 void SynthDct32(const std::int32_t* subband_q26, std::int32_t* a_q25);
 void SynthDct32Ref(const std::int32_t* subband_q26, std::int32_t* a_q25);
 // The windowed sum over the 16 slots of the ring whose newest slot is slot0,
-// to 32 PCM samples at `stride`; the tuned and plain forms agree bit for bit.
+// to 32 PCM samples at `stride`.  The plain form sums exactly in 64-bit
+// integers; the tuned one in single precision, within one PCM step of it while
+// the history stays below 2^26 (and within 2^-26.8 x max|A| + 1 steps always).
 void SynthWindowSum(const std::int32_t* history_q25, int slot0, std::int16_t* pcm, int stride);
 void SynthWindowSumRef(const std::int32_t* history_q25, int slot0, std::int16_t* pcm, int stride);
 

@@ -53,20 +53,35 @@ TEST(TunedRequant, RunMatchesReferenceBitExact) {
   }
 }
 
-// The windowed sum is exact in both forms (64-bit integers in one, integer
-// values below 2^53 in double lanes in the other), so they agree bit for bit
-// on any history, extremes included.
-TEST(TunedSynthesis, WindowSumMatchesReferenceBitExact) {
+// The windowed sum: exact 64-bit integers in the plain form, single-precision
+// lanes in the tuned one.  The tuned form rounds each history value, product
+// and partial sum (about 48 roundings of 2^-24 relative of at most
+// sum |D| x max|A| = 3.03 x 2^16 x max|A| in Q41), so its error is below
+// 2^-26.8 x max|A| PCM steps before the final rounding: within one step of
+// the plain form for histories below 2^26 (decoded signals stay well inside
+// that), within 2^4.2 + 1 steps for any int32 history.  A wrong coefficient,
+// slot or lane would be off by hundreds of steps on these inputs.
+TEST(TunedSynthesis, WindowSumWithinOneStepOfReference) {
   std::mt19937 rng(akl::test::TestSeed());
   std::vector<std::int32_t> hist(akl::mp3::kSynthHistoryValues);
-  for (int trial = 0; trial < 2000; ++trial) {
-    for (auto& v : hist) v = (trial % 4 == 0) ? RandomValue(rng) : RandomValue(rng) >> 6;
+  long differing = 0;
+  for (int trial = 0; trial < 4000; ++trial) {
+    const bool extreme = trial % 4 == 0;
+    for (auto& v : hist) v = extreme ? RandomValue(rng) : RandomValue(rng) >> 6;
     const int slot0 = static_cast<int>(rng() % 16), stride = 1 + trial % 2;
     std::vector<std::int16_t> pa(64, 123), pb(64, 123);
     akl::mp3::SynthWindowSum(hist.data(), slot0, pa.data(), stride);
     akl::mp3::SynthWindowSumRef(hist.data(), slot0, pb.data(), stride);
-    ASSERT_EQ(pa, pb) << "trial " << trial;
+    for (int i = 0; i < 64; ++i) {
+      if (i % stride != 0) {
+        ASSERT_EQ(pa[i], 123);  // the other channel's samples are left alone
+        continue;
+      }
+      differing += pa[i] != pb[i];
+      ASSERT_LE(std::abs(pa[i] - pb[i]), extreme ? 20 : 1) << "trial " << trial << " sample " << i;
+    }
   }
+  std::printf("windowed sum: %ld samples differ from the exact sum\n", differing);
 }
 
 // The transform against the direct sum in long double: the tuned form rounds
