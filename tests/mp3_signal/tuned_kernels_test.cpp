@@ -174,12 +174,19 @@ TEST(TunedSynthesis, SlotKernelWithinOnePcmStep) {
 // 2^-23 of full scale, 1/256 of the 16-bit step; a wrong constant, window row,
 // sign or sample order would be off by many thousands.  Inputs stay below
 // full scale (|line| < 2^26) so that no intermediate saturation of the plain
-// path fires.
+// path fires.  Runs of four long subbands go through single-precision lanes:
+// each stage rounds at 2^-24 of values a few times the input peak (of this
+// granule or, through the tails, the previous one), which adds up to 2^-17 of
+// that peak (measured: 2^-19.9), 2^9 steps at full scale, still 1/4 of a
+// 16-bit step, while a wrong constant or lane would be off by a sizeable
+// fraction of the peak.
 TEST(TunedImdct, MatchesReferenceWithinFewSteps) {
   std::mt19937 rng(akl::test::TestSeed());
   std::vector<std::int32_t> ov_a(576, 0), ov_b(576, 0);
-  std::int32_t prev_a = 0, prev_b = 0;
+  std::int32_t prev_a = 0, prev_b = 0, prev_peak = 0;
   int worst = 0;
+  double worst_ratio = 0.0;
+  constexpr double kRel = 1.0 / 131072.0;  // 2^-17
   for (int granule = 0; granule < 2000; ++granule) {
     const int block_type = static_cast<int>(rng() % 4);
     // Mixed flags on every block type: the plain path then windows subbands 0
@@ -190,6 +197,11 @@ TEST(TunedImdct, MatchesReferenceWithinFewSteps) {
     const int scale = static_cast<int>(rng() % 26) + 1;
     for (int i = 0; i < bound; ++i)
       spec_a[i] = static_cast<std::int32_t>(rng() % (2u << scale)) - (1 << scale);
+    std::int32_t peak = 0;
+    for (int i = 0; i < bound; ++i) peak = std::max(peak, std::abs(spec_a[i]));
+    const double reach = std::max(peak, prev_peak);  // the tails carry the previous granule
+    prev_peak = peak;
+    const int limit = 8 + static_cast<int>(reach * kRel);
     std::vector<std::int32_t> spec_b = spec_a, out_a(576, 7), out_b(576, 7);
     akl::mp3::MdctInvKernel(spec_a.data(), out_a.data(), ov_a.data(), bound, &prev_a, block_type, mixed);
     akl::mp3::MdctInvKernelRef(spec_b.data(), out_b.data(), ov_b.data(), bound, &prev_b, block_type, mixed);
@@ -197,12 +209,15 @@ TEST(TunedImdct, MatchesReferenceWithinFewSteps) {
     ASSERT_EQ(spec_a, spec_b);  // alias reduction in place is shared and exact
     for (int i = 0; i < 576; ++i) {
       const int d = std::abs(out_a[i] - out_b[i]);
-      worst = std::max(worst, d);
-      ASSERT_LE(d, 8) << "granule " << granule << " sample " << i << " type " << block_type;
-      ASSERT_LE(std::abs(ov_a[i] - ov_b[i]), 8) << "granule " << granule << " tail " << i;
+      const int dt = std::abs(ov_a[i] - ov_b[i]);
+      worst = std::max(worst, std::max(d, dt));
+      if (reach > 0) worst_ratio = std::max(worst_ratio, (std::max(d, dt) - 8) / reach);
+      ASSERT_LE(d, limit) << "granule " << granule << " sample " << i << " type " << block_type;
+      ASSERT_LE(dt, limit) << "granule " << granule << " tail " << i;
     }
   }
   RecordProperty("worst_q26_steps", worst);
+  std::printf("IMDCT: within %d Q26 steps of the plain form; worst (difference - 8) / input peak %g\n", worst, worst_ratio);
 }
 
 }  // namespace
