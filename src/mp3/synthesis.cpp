@@ -326,8 +326,7 @@ void SynthWindowSum(const std::int32_t* history, int slot0, std::int16_t* pcm, i
 }
 
 // The tuned transform: the same even/odd split as Dct32, four lanes wide in
-// SSE2 single precision.  The first two butterfly stages (u, d, u2, d2) run
-// exactly in int32 lanes (|s| < 2^29, so |u2|, |d2| < 2^31).  The even half is
+// SSE2 single precision; it clamps its inputs itself.  The even half is
 // two 8 x 8 products, A[4r] on u2 and A[4r+2] on d2; the odd half goes through
 // a 16-point DCT-II (see below) made of the same two products.  Each product
 // adds a column times a broadcast input to two four-row accumulators.  Each
@@ -355,7 +354,6 @@ constexpr Dct32FloatTables MakeDct32Float() {
 }
 alignas(16) inline constexpr Dct32FloatTables kDct32Float = MakeDct32Float();
 
-inline __m128i Reverse32(__m128i v) { return _mm_shuffle_epi32(v, 0x1B); }
 inline __m128 ReversePs(__m128 v) { return _mm_shuffle_ps(v, v, 0x1B); }
 
 // y = M x for an 8 x 8 matrix stored by columns ([k][r]) and x in two halves.
@@ -394,27 +392,30 @@ inline void StoreRows(__m128 c0, __m128 c1, __m128 c2, __m128 c3, std::int32_t* 
 }  // namespace
 
 void SynthDct32(const std::int32_t* s, std::int32_t* a) {
+  // Inputs to float, clamped to +-2^29 (the clamp of SynthSlotKernelRef, up to
+  // the float rounding of 2^29 - 1).
   const __m128i* in = reinterpret_cast<const __m128i*>(s);
-  const __m128i s0 = _mm_loadu_si128(in), s1 = _mm_loadu_si128(in + 1), s2 = _mm_loadu_si128(in + 2),
-                s3 = _mm_loadu_si128(in + 3);
+  const __m128 lim = _mm_set1_ps(536870912.0f), neg_lim = _mm_set1_ps(-536870912.0f);
+  const auto load = [&](int q) {
+    return _mm_max_ps(_mm_min_ps(_mm_cvtepi32_ps(_mm_loadu_si128(in + q)), lim), neg_lim);
+  };
+  const __m128 s0 = load(0), s1 = load(1), s2 = load(2), s3 = load(3);
   // s[31 - k] for k = 0..15, four at a time.
-  const __m128i r0 = Reverse32(_mm_loadu_si128(in + 7)), r1 = Reverse32(_mm_loadu_si128(in + 6)),
-                r2 = Reverse32(_mm_loadu_si128(in + 5)), r3 = Reverse32(_mm_loadu_si128(in + 4));
-  const __m128i u0 = _mm_add_epi32(s0, r0), u1 = _mm_add_epi32(s1, r1), u2 = _mm_add_epi32(s2, r2),
-                u3 = _mm_add_epi32(s3, r3);
-  const __m128i u3r = Reverse32(u3), u2r = Reverse32(u2);
-  const __m128 su_lo = _mm_cvtepi32_ps(_mm_add_epi32(u0, u3r)), su_hi = _mm_cvtepi32_ps(_mm_add_epi32(u1, u2r));
-  const __m128 du_lo = _mm_cvtepi32_ps(_mm_sub_epi32(u0, u3r)), du_hi = _mm_cvtepi32_ps(_mm_sub_epi32(u1, u2r));
+  const __m128 r0 = ReversePs(load(7)), r1 = ReversePs(load(6)), r2 = ReversePs(load(5)), r3 = ReversePs(load(4));
+  const __m128 u0 = _mm_add_ps(s0, r0), u1 = _mm_add_ps(s1, r1), u2 = _mm_add_ps(s2, r2), u3 = _mm_add_ps(s3, r3);
+  const __m128 u3r = ReversePs(u3), u2r = ReversePs(u2);
+  const __m128 su_lo = _mm_add_ps(u0, u3r), su_hi = _mm_add_ps(u1, u2r);
+  const __m128 du_lo = _mm_sub_ps(u0, u3r), du_hi = _mm_sub_ps(u1, u2r);
   // Odd outputs: with t_k = (2k+1) pi/64, cos((2p+1) t) = 2 cos(t) cos(2p t)
   // - cos((2p-1) t), so A[2p+1] = B[p] - A[2p-1] and A[1] = B[0]/2, where B
   // is the 16-point DCT-II of e[k] = 2 cos(t_k) d[k].  B splits like the even
   // half: B[2r] and B[2r+1] are the same two 8 x 8 products on e[k] + e[15-k]
   // and e[k] - e[15-k].
   const float* tc = kDct32Float.twice_cos;
-  const __m128 e0 = _mm_mul_ps(_mm_cvtepi32_ps(_mm_sub_epi32(s0, r0)), _mm_load_ps(tc));
-  const __m128 e1 = _mm_mul_ps(_mm_cvtepi32_ps(_mm_sub_epi32(s1, r1)), _mm_load_ps(tc + 4));
-  const __m128 e2r = ReversePs(_mm_mul_ps(_mm_cvtepi32_ps(_mm_sub_epi32(s2, r2)), _mm_load_ps(tc + 8)));
-  const __m128 e3r = ReversePs(_mm_mul_ps(_mm_cvtepi32_ps(_mm_sub_epi32(s3, r3)), _mm_load_ps(tc + 12)));
+  const __m128 e0 = _mm_mul_ps(_mm_sub_ps(s0, r0), _mm_load_ps(tc));
+  const __m128 e1 = _mm_mul_ps(_mm_sub_ps(s1, r1), _mm_load_ps(tc + 4));
+  const __m128 e2r = ReversePs(_mm_mul_ps(_mm_sub_ps(s2, r2), _mm_load_ps(tc + 8)));
+  const __m128 e3r = ReversePs(_mm_mul_ps(_mm_sub_ps(s3, r3), _mm_load_ps(tc + 12)));
   __m128 be_lo, be_hi, bo_lo, bo_hi;  // B[2r] / 2 and B[2r+1] / 2
   Product8(kDct32Float.even, _mm_add_ps(e0, e3r), _mm_add_ps(e1, e2r), be_lo, be_hi);
   Product8(kDct32Float.odd, _mm_sub_ps(e0, e3r), _mm_sub_ps(e1, e2r), bo_lo, bo_hi);
@@ -444,9 +445,7 @@ void SynthSlotKernel(const std::int32_t* s, std::int16_t* pcm, int stride, std::
                      std::int32_t* offset) {
   const int slot0 = (*offset + kSynthSlots - 1) % kSynthSlots;
   *offset = slot0;
-  std::int32_t clamped[32];
-  ClampSubbands(s, clamped);
-  SynthDct32(clamped, history + kSynthSlotValues * slot0);
+  SynthDct32(s, history + kSynthSlotValues * slot0);  // clamps as it converts
   SynthWindowSum(history, slot0, pcm, stride);
 }
 
