@@ -24,10 +24,10 @@
 // Two forms.  The plain one (SynthSlotKernelRef) does all of the above in
 // 64-bit integers, the transform factorised with roundings at each stage.
 // The tuned one keeps the same history format and window integers but works
-// in SSE2 double lanes: its transform is a few 8 x 8 products on the even/odd
-// split with one rounding of each A to Q25 (within one step of the exact
-// sum), and its windowed sum is exact (integer values below 2^53), so
-// it equals the plain 64-bit sum for any history.
+// in SSE2 lanes: its transform is a few 8 x 8 products on the even/odd split
+// in double precision with one rounding of each A to Q25 (within one step of
+// the exact sum), and its windowed sum runs in single precision, within one
+// PCM step of the plain 64-bit sum for histories of realistic size.
 #include "mp3/synthesis.hpp"
 
 #include <emmintrin.h>
@@ -252,187 +252,200 @@ void SynthSlotKernelRef(const std::int32_t* s, std::int16_t* pcm, int stride, st
   SynthWindowSumRef(history, slot0, pcm, stride);
 }
 
-// The tuned windowed sum: the same 64-bit integer sums carried in SSE2
-// double lanes, two outputs per register.  Every product is an integer of at
-// most 2^17 x 2^31 = 2^48 and every partial sum of the 16 terms stays below
-// 16 x 2^48 = 2^52, inside the 53-bit mantissa, so each addition and
-// multiplication is exact and the result equals the integer sum of
-// SynthSlotKernelRef bit for bit, for any history contents.
+// The tuned windowed sum: the same sums in SSE2 single-precision lanes, four
+// outputs per register.  The window integers (below 2^17) are exact in float;
+// they are stored times 2^-26 (an exact power-of-two scaling), so the sums come
+// out in 16-bit PCM steps directly.  Each history value is rounded to float
+// once per visit, and the 16 products and their sums round too: about 48
+// roundings of 2^-24 relative, so the error is at most 2^-18.4 of the sum of
+// |D| x |A| over the 16 terms.  With sum |D| <= 3.03 per output that is at
+// most 2^-26.8 x max|A| steps (A in Q25): under 0.6 of a step when the history
+// stays below 2^26 (A of subband signals up to twice full scale), so the result
+// is then within one step of the exact integer sum of SynthWindowSumRef.  The
+// conversion to int32 rounds to nearest (ties to even, where the plain form
+// rounds half up) and the pack saturates to -32768..32767; the sums stay below
+// 2^23 in magnitude for any history, so the conversion never overflows.
 namespace {
 
-// Coefficients as doubles, grouped per block of four outputs (jb) and slot
-// pair (h): even_lo, odd_lo, even_hi, odd_hi for outputs 4jb..4jb+3.
-struct alignas(16) DoubleWindow {
-  double w[4][8][4][4];
+// Coefficients times 2^-26, grouped per slot pair (h) and block of four
+// outputs (jb): even_lo, odd_lo, even_hi, odd_hi for outputs 4jb..4jb+3.
+struct alignas(16) FloatWindow {
+  float w[8][4][4][4];
 };
-constexpr DoubleWindow MakeDoubleWindow() {
-  DoubleWindow d{};
-  for (int jb = 0; jb < 4; ++jb)
-    for (int h = 0; h < 8; ++h)
+constexpr FloatWindow MakeFloatWindow() {
+  FloatWindow f{};
+  constexpr double kScale = 1.0 / 67108864.0;
+  for (int h = 0; h < 8; ++h)
+    for (int jb = 0; jb < 4; ++jb)
       for (int l = 0; l < 4; ++l) {
         const int j = 4 * jb + l;
-        d.w[jb][h][0][l] = kPaired.even_lo[h][j];
-        d.w[jb][h][1][l] = kPaired.odd_lo[h][j];
-        d.w[jb][h][2][l] = kPaired.even_hi[h][j];
-        d.w[jb][h][3][l] = kPaired.odd_hi[h][j];
+        f.w[h][jb][0][l] = static_cast<float>(kPaired.even_lo[h][j] * kScale);
+        f.w[h][jb][1][l] = static_cast<float>(kPaired.odd_lo[h][j] * kScale);
+        f.w[h][jb][2][l] = static_cast<float>(kPaired.even_hi[h][j] * kScale);
+        f.w[h][jb][3][l] = static_cast<float>(kPaired.odd_hi[h][j] * kScale);
       }
-  return d;
+  return f;
 }
-alignas(16) inline constexpr DoubleWindow kDoubleWindow = MakeDoubleWindow();
-
-// Q41 sums of four outputs (two registers) to 16-bit PCM: adding
-// 2^25 + 2^15 x 2^26 and scaling by 2^-26 (exact: the result is below 2^27
-// with 26 fraction bits) turns round-half-up and the offset to unsigned
-// into truncation of a value clamped to 0..65535.
-inline __m128i PcmFromQ41(__m128d a, __m128d b) {
-  const __m128d scale = _mm_set1_pd(1.0 / 67108864.0);
-  const __m128d bias = _mm_set1_pd(32768.5);
-  const __m128d lo = _mm_setzero_pd(), top = _mm_set1_pd(65535.0);
-  a = _mm_min_pd(_mm_max_pd(_mm_add_pd(_mm_mul_pd(a, scale), bias), lo), top);
-  b = _mm_min_pd(_mm_max_pd(_mm_add_pd(_mm_mul_pd(b, scale), bias), lo), top);
-  const __m128i ia = _mm_cvttpd_epi32(a), ib = _mm_cvttpd_epi32(b);
-  return _mm_sub_epi32(_mm_unpacklo_epi64(ia, ib), _mm_set1_epi32(32768));
-}
+alignas(16) inline constexpr FloatWindow kFloatWindow = MakeFloatWindow();
 
 }  // namespace
 
 void SynthWindowSum(const std::int32_t* history, int slot0, std::int16_t* pcm, int stride) {
   std::int64_t mid = 0;
-  for (int h = 0; h < 8; ++h)
-    mid += static_cast<std::int64_t>(kPaired.odd_mid[h]) *
-           history[kSynthSlotValues * ((slot0 + 2 * h + 1) & (kSynthSlots - 1))];
-  const std::int32_t* even_slot[8];
-  const std::int32_t* odd_slot[8];
+  __m128 lo[4], hi[4];
+  for (int jb = 0; jb < 4; ++jb) lo[jb] = hi[jb] = _mm_setzero_ps();
   for (int h = 0; h < 8; ++h) {
-    even_slot[h] = history + kSynthSlotValues * ((slot0 + 2 * h) & (kSynthSlots - 1));
-    odd_slot[h] = history + kSynthSlotValues * ((slot0 + 2 * h + 1) & (kSynthSlots - 1));
-  }
-  alignas(16) std::int16_t out[40];
-  for (int jb = 0; jb < 4; ++jb) {
-    __m128d lo01 = _mm_setzero_pd(), lo23 = _mm_setzero_pd(), hi01 = _mm_setzero_pd(), hi23 = _mm_setzero_pd();
-    for (int h = 0; h < 8; ++h) {
-      const double* w = &kDoubleWindow.w[jb][h][0][0];
-      const std::int32_t* ae = even_slot[h];
-      const std::int32_t* ao = odd_slot[h];
-      const __m128i ei = _mm_loadu_si128(reinterpret_cast<const __m128i*>(ae + 16 + 4 * jb));
+    const std::int32_t* ae = history + kSynthSlotValues * ((slot0 + 2 * h) & (kSynthSlots - 1));
+    const std::int32_t* ao = history + kSynthSlotValues * ((slot0 + 2 * h + 1) & (kSynthSlots - 1));
+    mid += static_cast<std::int64_t>(kPaired.odd_mid[h]) * ao[0];
+    for (int jb = 0; jb < 4; ++jb) {
+      const float* w = &kFloatWindow.w[h][jb][0][0];
+      const __m128 e = _mm_cvtepi32_ps(_mm_loadu_si128(reinterpret_cast<const __m128i*>(ae + 16 + 4 * jb)));
       // ao[16 - j] for j = 4jb..4jb+3, reversed into output order.
-      const __m128i oi =
-          _mm_shuffle_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(ao + 13 - 4 * jb)), 0x1B);
-      const __m128d e01 = _mm_cvtepi32_pd(ei), e23 = _mm_cvtepi32_pd(_mm_shuffle_epi32(ei, 0xEE));
-      const __m128d o01 = _mm_cvtepi32_pd(oi), o23 = _mm_cvtepi32_pd(_mm_shuffle_epi32(oi, 0xEE));
-      lo01 = _mm_add_pd(lo01, _mm_add_pd(_mm_mul_pd(e01, _mm_load_pd(w + 0)), _mm_mul_pd(o01, _mm_load_pd(w + 4))));
-      lo23 = _mm_add_pd(lo23, _mm_add_pd(_mm_mul_pd(e23, _mm_load_pd(w + 2)), _mm_mul_pd(o23, _mm_load_pd(w + 6))));
-      hi01 = _mm_add_pd(hi01, _mm_add_pd(_mm_mul_pd(e01, _mm_load_pd(w + 8)), _mm_mul_pd(o01, _mm_load_pd(w + 12))));
-      hi23 = _mm_add_pd(hi23, _mm_add_pd(_mm_mul_pd(e23, _mm_load_pd(w + 10)), _mm_mul_pd(o23, _mm_load_pd(w + 14))));
+      const __m128 o = _mm_cvtepi32_ps(
+          _mm_shuffle_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(ao + 13 - 4 * jb)), 0x1B));
+      lo[jb] = _mm_add_ps(lo[jb], _mm_add_ps(_mm_mul_ps(e, _mm_load_ps(w)), _mm_mul_ps(o, _mm_load_ps(w + 4))));
+      hi[jb] = _mm_add_ps(hi[jb], _mm_add_ps(_mm_mul_ps(e, _mm_load_ps(w + 8)), _mm_mul_ps(o, _mm_load_ps(w + 12))));
     }
-    const __m128i l = PcmFromQ41(lo01, lo23), u = PcmFromQ41(hi01, hi23);
-    _mm_storel_epi64(reinterpret_cast<__m128i*>(out + 4 * jb), _mm_packs_epi32(l, l));
-    _mm_storel_epi64(reinterpret_cast<__m128i*>(out + 20 + 4 * jb), _mm_packs_epi32(u, u));
   }
-  // out[0..15]: outputs 0..15; out[20 + j]: output 32 - j.
+  // out[0..15]: outputs 0..15; out[16 + j]: output 32 - j (out[16] unused).
+  alignas(16) std::int16_t out[32];
+  __m128i* dst = reinterpret_cast<__m128i*>(out);
+  _mm_store_si128(dst + 0, _mm_packs_epi32(_mm_cvtps_epi32(lo[0]), _mm_cvtps_epi32(lo[1])));
+  _mm_store_si128(dst + 1, _mm_packs_epi32(_mm_cvtps_epi32(lo[2]), _mm_cvtps_epi32(lo[3])));
+  _mm_store_si128(dst + 2, _mm_packs_epi32(_mm_cvtps_epi32(hi[0]), _mm_cvtps_epi32(hi[1])));
+  _mm_store_si128(dst + 3, _mm_packs_epi32(_mm_cvtps_epi32(hi[2]), _mm_cvtps_epi32(hi[3])));
   if (stride == 1) {
     for (int j = 0; j < 16; ++j) pcm[j] = out[j];
-    for (int j = 1; j < 16; ++j) pcm[32 - j] = out[20 + j];
+    for (int j = 1; j < 16; ++j) pcm[32 - j] = out[16 + j];
   } else {
     for (int j = 0; j < 16; ++j) pcm[2 * j] = out[j];
-    for (int j = 1; j < 16; ++j) pcm[2 * (32 - j)] = out[20 + j];
+    for (int j = 1; j < 16; ++j) pcm[2 * (32 - j)] = out[16 + j];
   }
   pcm[stride * 16] = SatS16(RoundShr(mid, 26));
 }
 
-// The tuned transform: the same even/odd split as Dct32, in SSE2 double lanes
-// instead of rounded 64-bit integers: the even half as two 8 x 8 products
-// side by side (A[4r], A[4r+2]), the odd half through a 16-point DCT-II made
-// of the same two products (see below).
-// Inputs (|s| < 2^29) are exact in double; the 53-bit products and sums
-// carry relative errors near 2^-50, and each A is rounded once (to nearest)
-// to Q25 and saturated to int32, so it is within a step of the plain form
-// (which rounds at several stages).
+// The tuned transform: the same even/odd split as Dct32, four lanes wide in
+// SSE2 single precision; it clamps its inputs itself.  The even half is
+// two 8 x 8 products, A[4r] on u2 and A[4r+2] on d2; the odd half goes through
+// a 16-point DCT-II (see below) made of the same two products.  Each product
+// adds a column times a broadcast input to two four-row accumulators.  Each
+// value rounds to float (2^-24 relative) at every stage, and the alternating
+// recursion of the odd half chains up to 15 subtractions, so the error of A is
+// a few times 2^-20 of sum |s| in Q25 steps: for decoded signals (sum |s| below
+// 2^31) some hundreds of Q25 steps, a fraction of a PCM step below 2^-1.5.
+// Each A is rounded to nearest int32, clamped to +-(2^31 - 128) (the largest
+// float below 2^31) where the plain form saturates at 2^31 - 1.
 namespace {
-struct alignas(16) Dct32DoubleTables {
-  double even[8][8][2]; // [r][k]: {cos(r (2k+1) pi/16), cos((2r+1)(2k+1) pi/32)} / 2 (Q26 -> Q25)
-  double twice_cos[16]; // 2 cos((2k+1) pi/64)
+struct alignas(16) Dct32FloatTables {
+  float even[8][8];     // [k][r]: cos(r (2k+1) pi/16) / 2 (Q26 -> Q25)
+  float odd[8][8];      // [k][r]: cos((2r+1)(2k+1) pi/32) / 2
+  float twice_cos[16];  // 2 cos((2k+1) pi/64)
 };
-constexpr Dct32DoubleTables MakeDct32Double() {
-  Dct32DoubleTables t{};
-  for (int k = 0; k < 16; ++k) t.twice_cos[k] = 2.0 * ConstCos(kPi / 64.0 * (2 * k + 1));
+constexpr Dct32FloatTables MakeDct32Float() {
+  Dct32FloatTables t{};
+  for (int k = 0; k < 16; ++k) t.twice_cos[k] = static_cast<float>(2.0 * ConstCos(kPi / 64.0 * (2 * k + 1)));
   for (int r = 0; r < 8; ++r)
     for (int k = 0; k < 8; ++k) {
-      t.even[r][k][0] = 0.5 * ConstCos(kPi / 16.0 * r * (2 * k + 1));
-      t.even[r][k][1] = 0.5 * ConstCos(kPi / 32.0 * (2 * r + 1) * (2 * k + 1));
+      t.even[k][r] = static_cast<float>(0.5 * ConstCos(kPi / 16.0 * r * (2 * k + 1)));
+      t.odd[k][r] = static_cast<float>(0.5 * ConstCos(kPi / 32.0 * (2 * r + 1) * (2 * k + 1)));
     }
   return t;
 }
-alignas(16) inline constexpr Dct32DoubleTables kDct32Double = MakeDct32Double();
+alignas(16) inline constexpr Dct32FloatTables kDct32Float = MakeDct32Float();
 
-inline __m128i RoundSatPair(__m128d v) {
-  v = _mm_max_pd(_mm_min_pd(v, _mm_set1_pd(2147483647.0)), _mm_set1_pd(-2147483648.0));
-  return _mm_cvtpd_epi32(v);
+inline __m128 ReversePs(__m128 v) { return _mm_shuffle_ps(v, v, 0x1B); }
+
+// y = M x for an 8 x 8 matrix stored by columns ([k][r]) and x in two halves.
+inline void Product8(const float (*m)[8], __m128 x_lo, __m128 x_hi, __m128& y_lo, __m128& y_hi) {
+  __m128 b = _mm_shuffle_ps(x_lo, x_lo, 0x00);
+  y_lo = _mm_mul_ps(b, _mm_load_ps(m[0]));
+  y_hi = _mm_mul_ps(b, _mm_load_ps(m[0] + 4));
+#define AKL_MP3_COLUMN(k, x, sel)                                   \
+  b = _mm_shuffle_ps(x, x, sel);                                    \
+  y_lo = _mm_add_ps(y_lo, _mm_mul_ps(b, _mm_load_ps(m[k])));        \
+  y_hi = _mm_add_ps(y_hi, _mm_mul_ps(b, _mm_load_ps(m[k] + 4)));
+  AKL_MP3_COLUMN(1, x_lo, 0x55)
+  AKL_MP3_COLUMN(2, x_lo, 0xAA)
+  AKL_MP3_COLUMN(3, x_lo, 0xFF)
+  AKL_MP3_COLUMN(4, x_hi, 0x00)
+  AKL_MP3_COLUMN(5, x_hi, 0x55)
+  AKL_MP3_COLUMN(6, x_hi, 0xAA)
+  AKL_MP3_COLUMN(7, x_hi, 0xFF)
+#undef AKL_MP3_COLUMN
+}
+
+inline __m128i RoundSatFloat(__m128 v) {
+  v = _mm_max_ps(_mm_min_ps(v, _mm_set1_ps(2147483520.0f)), _mm_set1_ps(-2147483520.0f));
+  return _mm_cvtps_epi32(v);
+}
+// Four vectors (A[4r], A[4r+1], A[4r+2], A[4r+3] for r = r0..r0+3), one per
+// residue, transposed into A[4r0..4r0+15] and stored as int32.
+inline void StoreRows(__m128 c0, __m128 c1, __m128 c2, __m128 c3, std::int32_t* a) {
+  _MM_TRANSPOSE4_PS(c0, c1, c2, c3);
+  __m128i* out = reinterpret_cast<__m128i*>(a);
+  _mm_storeu_si128(out, RoundSatFloat(c0));
+  _mm_storeu_si128(out + 1, RoundSatFloat(c1));
+  _mm_storeu_si128(out + 2, RoundSatFloat(c2));
+  _mm_storeu_si128(out + 3, RoundSatFloat(c3));
 }
 }  // namespace
 
 void SynthDct32(const std::int32_t* s, std::int32_t* a) {
-  alignas(16) double d[16];
-  alignas(16) double ud[8][2];  // {u2[k], d2[k]}
-  double u[16];
-  for (int k = 0; k < 16; ++k) {
-    const double x = s[k], y = s[31 - k];
-    u[k] = x + y;
-    d[k] = x - y;
-  }
-  for (int k = 0; k < 8; ++k) {
-    ud[k][0] = u[k] + u[15 - k];
-    ud[k][1] = u[k] - u[15 - k];
-  }
+  // Inputs to float, clamped to +-2^29 (the clamp of SynthSlotKernelRef, up to
+  // the float rounding of 2^29 - 1).
+  const __m128i* in = reinterpret_cast<const __m128i*>(s);
+  const __m128 lim = _mm_set1_ps(536870912.0f), neg_lim = _mm_set1_ps(-536870912.0f);
+  const auto load = [&](int q) {
+    return _mm_max_ps(_mm_min_ps(_mm_cvtepi32_ps(_mm_loadu_si128(in + q)), lim), neg_lim);
+  };
+  const __m128 s0 = load(0), s1 = load(1), s2 = load(2), s3 = load(3);
+  // s[31 - k] for k = 0..15, four at a time.
+  const __m128 r0 = ReversePs(load(7)), r1 = ReversePs(load(6)), r2 = ReversePs(load(5)), r3 = ReversePs(load(4));
+  const __m128 u0 = _mm_add_ps(s0, r0), u1 = _mm_add_ps(s1, r1), u2 = _mm_add_ps(s2, r2), u3 = _mm_add_ps(s3, r3);
+  const __m128 u3r = ReversePs(u3), u2r = ReversePs(u2);
+  const __m128 su_lo = _mm_add_ps(u0, u3r), su_hi = _mm_add_ps(u1, u2r);
+  const __m128 du_lo = _mm_sub_ps(u0, u3r), du_hi = _mm_sub_ps(u1, u2r);
   // Odd outputs: with t_k = (2k+1) pi/64, cos((2p+1) t) = 2 cos(t) cos(2p t)
   // - cos((2p-1) t), so A[2p+1] = B[p] - A[2p-1] and A[1] = B[0]/2, where B
   // is the 16-point DCT-II of e[k] = 2 cos(t_k) d[k].  B splits like the even
-  // half above: B[2r] and B[2r+1] are the same two 8 x 8 products on
-  // e[k] + e[15-k] and e[k] - e[15-k].  The recursion adds 15 double
-  // roundings at most, near 2^-50 relative.
-  alignas(16) double ed[8][2];
-  {
-    double e[16];
-    for (int k = 0; k < 16; ++k) e[k] = d[k] * kDct32Double.twice_cos[k];
-    for (int k = 0; k < 8; ++k) {
-      ed[k][0] = e[k] + e[15 - k];
-      ed[k][1] = e[k] - e[15 - k];
-    }
+  // half: B[2r] and B[2r+1] are the same two 8 x 8 products on e[k] + e[15-k]
+  // and e[k] - e[15-k].
+  const float* tc = kDct32Float.twice_cos;
+  const __m128 e0 = _mm_mul_ps(_mm_sub_ps(s0, r0), _mm_load_ps(tc));
+  const __m128 e1 = _mm_mul_ps(_mm_sub_ps(s1, r1), _mm_load_ps(tc + 4));
+  const __m128 e2r = ReversePs(_mm_mul_ps(_mm_sub_ps(s2, r2), _mm_load_ps(tc + 8)));
+  const __m128 e3r = ReversePs(_mm_mul_ps(_mm_sub_ps(s3, r3), _mm_load_ps(tc + 12)));
+  __m128 be_lo, be_hi, bo_lo, bo_hi;  // B[2r] / 2 and B[2r+1] / 2
+  Product8(kDct32Float.even, _mm_add_ps(e0, e3r), _mm_add_ps(e1, e2r), be_lo, be_hi);
+  Product8(kDct32Float.odd, _mm_sub_ps(e0, e3r), _mm_sub_ps(e1, e2r), bo_lo, bo_hi);
+  alignas(16) float be[8], bo[8], ao_e[8], ao_o[8];  // A[4q+1] / 2 in ao_e, A[4q+3] / 2 in ao_o
+  _mm_store_ps(be, be_lo);
+  _mm_store_ps(be + 4, be_hi);
+  _mm_store_ps(bo, bo_lo);
+  _mm_store_ps(bo + 4, bo_hi);
+  float prev = 0.5f * be[0];
+  ao_e[0] = prev;
+  prev = bo[0] - prev;
+  ao_o[0] = prev;
+  for (int q = 1; q < 8; ++q) {
+    prev = be[q] - prev;
+    ao_e[q] = prev;
+    prev = bo[q] - prev;
+    ao_o[q] = prev;
   }
-  alignas(16) double b_half[16];  // B[p] / 2
-  {
-    __m128d y[8];
-    for (int k = 0; k < 8; ++k) y[k] = _mm_load_pd(ed[k]);
-    for (int r = 0; r < 8; ++r) {
-      __m128d acc = _mm_mul_pd(y[0], _mm_load_pd(kDct32Double.even[r][0]));
-      for (int k = 1; k < 8; ++k) acc = _mm_add_pd(acc, _mm_mul_pd(y[k], _mm_load_pd(kDct32Double.even[r][k])));
-      _mm_store_pd(b_half + 2 * r, acc);
-    }
-  }
-  alignas(16) double a_odd[16];  // A[2p+1] / 2
-  a_odd[0] = 0.5 * b_half[0];
-  for (int p = 1; p < 16; ++p) a_odd[p] = b_half[p] - a_odd[p - 1];
-  __m128d odd[8];  // pairs (A[4q+1], A[4q+3]) / 2
-  for (int q = 0; q < 8; ++q) odd[q] = _mm_load_pd(a_odd + 2 * q);
-  // Even outputs as pairs (A[4r], A[4r+2]).
-  __m128d x[8];
-  for (int k = 0; k < 8; ++k) x[k] = _mm_load_pd(ud[k]);
-  for (int r = 0; r < 8; ++r) {
-    __m128d e = _mm_mul_pd(x[0], _mm_load_pd(kDct32Double.even[r][0]));
-    for (int k = 1; k < 8; ++k) e = _mm_add_pd(e, _mm_mul_pd(x[k], _mm_load_pd(kDct32Double.even[r][k])));
-    const __m128i lo = RoundSatPair(_mm_unpacklo_pd(e, odd[r]));  // A[4r], A[4r+1]
-    const __m128i hi = RoundSatPair(_mm_unpackhi_pd(e, odd[r]));  // A[4r+2], A[4r+3]
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(a + 4 * r), _mm_unpacklo_epi64(lo, hi));
-  }
+  __m128 ev_lo, ev_hi, od_lo, od_hi;  // A[4r], A[4r+2]
+  Product8(kDct32Float.even, su_lo, su_hi, ev_lo, ev_hi);
+  Product8(kDct32Float.odd, du_lo, du_hi, od_lo, od_hi);
+  StoreRows(ev_lo, _mm_load_ps(ao_e), od_lo, _mm_load_ps(ao_o), a);
+  StoreRows(ev_hi, _mm_load_ps(ao_e + 4), od_hi, _mm_load_ps(ao_o + 4), a + 16);
 }
 
 void SynthSlotKernel(const std::int32_t* s, std::int16_t* pcm, int stride, std::int32_t* history,
                      std::int32_t* offset) {
   const int slot0 = (*offset + kSynthSlots - 1) % kSynthSlots;
   *offset = slot0;
-  std::int32_t clamped[32];
-  ClampSubbands(s, clamped);
-  SynthDct32(clamped, history + kSynthSlotValues * slot0);
+  SynthDct32(s, history + kSynthSlotValues * slot0);  // clamps as it converts
   SynthWindowSum(history, slot0, pcm, stride);
 }
 

@@ -24,11 +24,14 @@ void SynthSlotKernelRef(const std::int32_t* subband_q26, std::int16_t* pcm, int 
 // The two stages of the slot kernel.  The transform: 32 Q26 subband samples
 // (|s| < 2^29) to the 32 Q25 values A[m] = sum s[k] cos(m (2k+1) pi/64) of
 // one history slot; the tuned form is within one Q25 step of the exact sum.
-// Both expect inputs clamped to +-(2^29 - 1).
+// The plain form expects inputs clamped to +-(2^29 - 1); the tuned one clamps
+// them itself (to +-2^29, the nearest float).
 void SynthDct32(const std::int32_t* subband_q26, std::int32_t* a_q25);
 void SynthDct32Ref(const std::int32_t* subband_q26, std::int32_t* a_q25);
 // The windowed sum over the 16 slots of the ring whose newest slot is slot0,
-// to 32 PCM samples at `stride`; the tuned and plain forms agree bit for bit.
+// to 32 PCM samples at `stride`.  The plain form sums exactly in 64-bit
+// integers; the tuned one in single precision, within one PCM step of it while
+// the history stays below 2^26 (and within 2^-26.8 x max|A| + 1 steps always).
 void SynthWindowSum(const std::int32_t* history_q25, int slot0, std::int16_t* pcm, int stride);
 void SynthWindowSumRef(const std::int32_t* history_q25, int slot0, std::int16_t* pcm, int stride);
 
