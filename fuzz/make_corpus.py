@@ -1,0 +1,59 @@
+#!/usr/bin/env python3
+"""Builds the seed corpora of the fuzz targets from the streams in tests/data.
+
+Run from the repository root:  python3 fuzz/make_corpus.py <target>...
+Seeds are whole frames cut from the test streams, prefixed with the parameter
+bytes each target reads first; the choice is fixed (no randomness) so the
+corpora are reproducible.
+"""
+import os
+import sys
+
+ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
+
+
+def mp3_frames(data):
+    """Offsets and lengths of Layer III frames found by walking sync words."""
+    bitrates = {1: [0, 32, 40, 48, 56, 64, 80, 96, 112, 128, 160, 192, 224, 256, 320],
+                0: [0, 8, 16, 24, 32, 40, 48, 56, 64, 80, 96, 112, 128, 144, 160]}
+    rates = {1: [44100, 48000, 32000], 0: [22050, 24000, 16000]}
+    i, out = 0, []
+    while i + 4 <= len(data):
+        b1, b2 = data[i + 1], data[i + 2]
+        if data[i] == 0xFF and (b1 & 0xE0) == 0xE0 and ((b1 >> 1) & 3) == 1 and (b1 >> 3) & 3 in (2, 3):
+            mpeg1 = (b1 >> 3) & 1
+            br = bitrates[mpeg1][b2 >> 4] if (b2 >> 4) < 15 else 0
+            sr_idx = (b2 >> 2) & 3
+            if br and sr_idx < 3:
+                n = (144 if mpeg1 else 72) * br * 1000 // rates[mpeg1][sr_idx] + ((b2 >> 1) & 1)
+                out.append((i, n))
+                i += n
+                continue
+        i += 1
+    return out
+
+
+def write(target, name, blob):
+    d = os.path.join(ROOT, 'fuzz', 'corpus', target)
+    os.makedirs(d, exist_ok=True)
+    with open(os.path.join(d, name), 'wb') as f:
+        f.write(blob)
+
+
+def mp3_bitstream():
+    src = os.path.join(ROOT, 'tests', 'data', 'mp3')
+    for fn in sorted(os.listdir(src)):
+        if not (fn.endswith('.bit') or fn.endswith('.mp3')):
+            continue
+        data = open(os.path.join(src, fn), 'rb').read()
+        frames = mp3_frames(data)
+        for k, idx in enumerate((1, 7, 30)):
+            if idx < len(frames):
+                off, n = frames[idx]
+                # parameter bytes: variant/start bit, hufSize override (even = none)
+                write('mp3_bitstream', f'{os.path.splitext(fn)[0]}_f{idx}', bytes([k * 8 + k, 0]) + data[off:off + n])
+
+
+if __name__ == '__main__':
+    for t in sys.argv[1:]:
+        globals()[t]()
