@@ -505,11 +505,461 @@ AKLAC_API Status aklsHuffmanDecodeSfbMbp_MP3_1u32s(Akl8u** ppBitStream, Akl32s* 
                                                    const Akl16s* pMbpTable);
 
 /* @mp3-bitstream-end */
+/* ---- Layer III signal stages: requantization ----
+ *
+ * Requantizes one granule, both channels, in place: power law, global gain,
+ * scale factors (with scalefac_scale and pre-emphasis), sub-block gains,
+ * mid/side and intensity stereo, and for short blocks the reordering into
+ * three runs of six lines per subband (window w of subband s at lines
+ * 18*s + 6*w .. 18*s + 6*w + 5) that aklsMDCTInv_MP3_32s reads.
+ *   pSrcDstIsXr    in/out  2 x 576 Akl32s, channel 0 then channel 1: the
+ *                          Huffman decoder's quantized values (magnitudes up
+ *                          to 8206) in, Q26 values (saturated) out
+ *   pNonZeroBound  in/out  per channel, last non-zero line + 1 (0..576);
+ *                          recomputed on return (short blocks first rounded
+ *                          up to a whole subband)
+ *   pScaleFactor   in      2 x 39 Akl8s: channel 0's array at entry 0 and
+ *                          channel 1's at entry 39, each in the layout of
+ *                          aklsUnpackScaleFactors_MP3_1u8s (negative values
+ *                          mark illegal MPEG-2 intensity positions)
+ *   pSideInfo      in      the granule's two side-information records,
+ *                          channel 0 then channel 1
+ *   pFrameHeader   in      the frame's header (id, samplingFreqIndex, mode,
+ *                          modeExtension are read)
+ *   pBuffer        work    576 Akl32s
+ *   pSfbTableLong  in      long band boundaries, 23 per row, 6 rows
+ *                          (row = id * 3 + samplingFreqIndex)
+ *   pSfbTableShort in      short band boundaries in lines of one window, 14
+ *                          per row, same rows
+ * Statuses, in check order: kStsNullPtr; kStsMP3FrameHeaderErr (id above 1,
+ * samplingFreqIndex above 2, mode or modeExtension above 3);
+ * kStsMP3SideInfoErr (a stereo tool on and the channels' blockType or
+ * mixedBlockFlag differ; blockType above 3 or mixedBlockFlag above 1);
+ * kStsBadArgErr (a bound above 576); then, while converting (spectrum left
+ * partly converted): kStsMP3SideInfoErr (globalGain above 255,
+ * scalefacScale or preflag above 1), kStsErr (subblockGain above 7 in a
+ * short block, or a quantized magnitude above 8206). */
+AKLAC_API Status aklsReQuantizeSfb_MP3_32s_I(Akl32s* pSrcDstIsXr, int* pNonZeroBound, const Akl8s* pScaleFactor,
+                                             const AklMP3SideInfo* pSideInfo, const AklMP3FrameHeader* pFrameHeader,
+                                             Akl32s* pBuffer, const Akl16s* pSfbTableLong,
+                                             const Akl16s* pSfbTableShort);
+
+/* aklsReQuantizeSfb_MP3_32s_I with the library's scale-factor band tables
+ * (ISO/IEC 11172-3 and 13818-3).  Arguments and statuses as there. */
+AKLAC_API Status aklsReQuantize_MP3_32s_I(Akl32s* pSrcDstIsXr, int* pNonZeroBound, const Akl8s* pScaleFactor,
+                                          const AklMP3SideInfo* pSideInfo, const AklMP3FrameHeader* pFrameHeader,
+                                          Akl32s* pBuffer);
+
+/* ---- Layer III signal stages: inverse MDCT and polyphase synthesis ----
+ *
+ * Fixed-point formats between the stages: requantized spectra are Q26 (the
+ * standard's values times 2^26); the inverse MDCT's time samples, which the
+ * synthesis filter bank reads, are Q26 as well.  Per channel a decoder keeps
+ * an overlap buffer of 576 Akl32s and a subband count (both zero at the
+ * start), and a synthesis history of 512 Akl32s with a ring offset (zero at
+ * the start). */
+
+/* Alias reduction, inverse MDCT with the block-type window, overlap-add and
+ * frequency inversion for one channel of one granule.
+ *   pSrcXr          in/out  576 Q26 lines in the requantizer's layout (short
+ *                           blocks: each window's 6 lines of a subband
+ *                           consecutive); alias reduction works in place
+ *   pDstY           out     576 Q26 time samples, slot-major: subband s of
+ *                           time slot t at 32*t + s (pass pDstY + 32*t to
+ *                           aklsSynthPQMF_MP3_32s16s for t = 0..17)
+ *   pOverlapBuf     in/out  576 Q26 overlap tails of this channel (18 per
+ *                           subband, subband-major)
+ *   nonZeroBound    in      last non-zero line + 1, 0..576
+ *   pPrevNumSbImdct in/out  subbands transformed for the previous granule,
+ *                           0..32; set to this granule's count
+ *   blockType       in      0 normal, 1 start, 2 short, 3 stop
+ *   mixedBlock      in      0 or 1 (1: subbands 0 and 1 long, normal window)
+ * Statuses: kStsNullPtr (any pointer null); kStsBadArgErr (bound above 576,
+ * block type outside 0..3, mixed flag above 1, previous count above 32). */
+AKLAC_API Status aklsMDCTInv_MP3_32s(Akl32s* pSrcXr, Akl32s* pDstY, Akl32s* pOverlapBuf, int nonZeroBound,
+                                     int* pPrevNumSbImdct, int blockType, int mixedBlock);
+
+/* Polyphase synthesis of one time slot to 16-bit PCM.
+ *   pSrcY      in      32 Q26 subband samples of one slot, subband 0 first
+ *   pDstPcm    out     32 PCM samples, written at pDstPcm[mode * j]
+ *   pVBuffer   in/out  the channel's history: 512 Akl32s (16 slots of 32)
+ *   pVPosition in/out  ring slot index 0..15, stepped back by one per call
+ *   mode       in      1 (one channel) or 2 (interleaved stereo: the caller
+ *                      points at the channel's first sample)
+ * Output is rounded to nearest and saturated to -32768..32767.
+ * Statuses: kStsNullPtr; kStsBadArgErr (mode not 1 or 2, *pVPosition not in
+ * 0..15). */
+AKLAC_API Status aklsSynthPQMF_MP3_32s16s(const Akl32s* pSrcY, Akl16s* pDstPcm, Akl32s* pVBuffer, int* pVPosition,
+                                          int mode);
+
+/* Floating-point polyphase synthesis context (tag 0x434D4167): the history
+ * of one channel (16 slots of 32 values) and its ring position. */
+typedef struct AklsFilterState_PQMF_MP3_32f AklsFilterState_PQMF_MP3_32f;
+
+/* Bytes that aklsSynthesisFilterInit_PQMF_MP3_32f needs (alignment slack
+ * included).
+ *   pSize out  the size
+ * Statuses: kStsNullPtr. */
+AKLAC_API Status aklsSynthesisFilterGetSize_PQMF_MP3_32f(int* pSize);
+
+/* Builds a synthesis context with cleared history in caller memory of at
+ * least the GetSize size (any alignment; built at the next 16-byte boundary).
+ *   pState in/out  the memory
+ * Statuses: kStsNullPtr. */
+AKLAC_API Status aklsSynthesisFilterInit_PQMF_MP3_32f(AklsFilterState_PQMF_MP3_32f* pState);
+
+/* Allocates (aklMalloc) and builds a synthesis context.
+ *   ppState out  the raw pointer to pass to the other operations
+ * Statuses: kStsNullPtr; kStsMemAllocErr (*ppState unwritten). */
+AKLAC_API Status aklsSynthesisFilterInitAlloc_PQMF_MP3_32f(AklsFilterState_PQMF_MP3_32f** ppState);
+
+/* Releases a context built by InitAlloc (caller memory is left alone); the
+ * tag is kept.
+ *   pState in  the context
+ * Statuses: kStsNullPtr; kStsContextMismatch (wrong tag, nothing released). */
+AKLAC_API Status aklsSynthesisFilterFree_PQMF_MP3_32f(AklsFilterState_PQMF_MP3_32f* pState);
+
+/* Polyphase synthesis of numSlots time slots on floats.
+ *   pSrc      in      numSlots x 32 subband samples, slot-major (subband 0
+ *                     first), the standard's scale (full scale 1.0)
+ *   pDst      out     numSlots x 32 PCM samples, full scale 1.0, not clipped
+ *   pState    in/out  the context (history carried between calls)
+ *   numSlots  in      number of 32-sample time slots, at least 1
+ * Statuses: kStsNullPtr; kStsSizeErr (numSlots below 1);
+ * kStsContextMismatch. */
+AKLAC_API Status aklsSynthesisFilter_PQMF_MP3_32f(const Akl32f* pSrc, Akl32f* pDst,
+                                                  AklsFilterState_PQMF_MP3_32f* pState, int numSlots);
+
 /* @mp3-signal-end */
 
 /* ========================================================================
  * AAC
  * ====================================================================== */
+/* --- AAC transport headers and program configuration ------------------- */
+
+/* ADTS fixed and variable header; every field holds the raw coded value. */
+typedef struct {
+  Akl32s id;                     /* 1 bit: 0 MPEG-4, 1 MPEG-2 */
+  Akl32s layer;                  /* 2 bits, not checked */
+  Akl32s protectionAbsent;       /* 1 bit: 1 = no CRC word follows */
+  Akl32s profile;                /* 2 bits: object type minus one */
+  Akl32s samplingFrequencyIndex; /* 4 bits */
+  Akl32s privateBit;             /* 1 bit */
+  Akl32s channelConfiguration;   /* 3 bits */
+  Akl32s originalCopy;           /* 1 bit */
+  Akl32s home;                   /* 1 bit */
+  Akl32s reserved;               /* never written by the parser: keeps the caller's value */
+  Akl32s copyIdBit;              /* 1 bit */
+  Akl32s copyIdStart;            /* 1 bit */
+  Akl32s aacFrameLength;         /* 13 bits: frame bytes, header included */
+  Akl32s adtsBufferFullness;     /* 11 bits (0x7FF: variable rate) */
+  Akl32s numRawDataBlocks;       /* coded 2 bits plus one: 1..4 */
+  Akl32s crcCheck;               /* 16 bits; untouched when protectionAbsent is 1 */
+} AklAACADTSFrameHeader;
+
+/* ADIF header. */
+typedef struct {
+  Akl32s adifId;                 /* 32 bits, not compared with "ADIF" */
+  Akl32s copyIdPresent;          /* 1 bit */
+  Akl32s originalCopy;           /* 1 bit */
+  Akl32s home;                   /* 1 bit */
+  Akl32s bitstreamType;          /* 1 bit: 0 constant rate, 1 variable rate */
+  Akl32s bitrate;                /* 23 bits */
+  Akl32s numPrgCfgElt;           /* coded 4 bits plus one: 1..16 */
+  Akl32s adifBufferFullness[16]; /* 20 bits each, only when bitstreamType is 0 */
+  Akl8u copyId[9];               /* only when copyIdPresent is 1 */
+} AklAACADIFHeader;
+
+/* Program configuration element.  Array entries beyond their count are not written. */
+typedef struct {
+  Akl32s elementInstanceTag;        /* 4 bits */
+  Akl32s objectType;                /* 2 bits */
+  Akl32s samplingFrequencyIndex;    /* 4 bits */
+  Akl32s numFrontElt;               /* 4 bits */
+  Akl32s numSideElt;                /* 4 bits */
+  Akl32s numBackElt;                /* 4 bits */
+  Akl32s numLfeElt;                 /* 2 bits */
+  Akl32s numAssocDataElt;           /* 3 bits */
+  Akl32s numValidCcElt;             /* 4 bits */
+  Akl32s monoMixdownPresent;        /* 1 bit */
+  Akl32s monoMixdownEltNum;         /* 4 bits if present, else 0 */
+  Akl32s stereoMixdownPresent;      /* 1 bit */
+  Akl32s stereoMixdownEltNum;       /* 4 bits if present, else 0 */
+  Akl32s matrixMixdownIdxPresent;   /* 1 bit */
+  Akl32s matrixMixdownIdx;          /* 2 bits if present, else 0 */
+  Akl32s pseudoSurroundEnable;      /* 1 bit if present, else 0 */
+  Akl32s frontElementIsCpe[16];     /* 1 = channel pair */
+  Akl32s frontElementTagSel[16];    /* instance tags */
+  Akl32s sideElementIsCpe[16];
+  Akl32s sideElementTagSel[16];
+  Akl32s backElementIsCpe[16];
+  Akl32s backElementTagSel[16];
+  Akl32s lfeElementTagSel[4];
+  Akl32s assocDataElementTagSel[8];
+  Akl32s ccElementIsIndSw[16];      /* 1 = independently switched coupling */
+  Akl32s validCcElementTagSel[16];
+  Akl32s commentFieldBytes;         /* 0..255 */
+  Akl8u commentFieldData[256];      /* only the first commentFieldBytes are written */
+} AklAACPrgCfgElt;
+
+/* Unpacks a 7-byte (no CRC) or 9-byte ADTS header starting on a byte boundary.
+ *   ppBitStream  in/out: byte pointer at the sync word; advanced by 7 or 9 bytes.
+ *                Four bytes are fetched per field read, so up to 3 bytes past the
+ *                header may be touched.
+ *   pHeader      out: every field except `reserved` (and `crcCheck` without CRC).
+ * The sync word, layer and CRC are not checked.
+ * Statuses: kStsNullPtr (ppBitStream, *ppBitStream or pHeader null); kStsOk. */
+AKLAC_API Status aklsUnpackADTSFrameHeader_AAC(Akl8u** ppBitStream, AklAACADTSFrameHeader* pHeader);
+
+/* Unpacks an ADIF header and its program configuration elements.
+ *   ppBitStream   in/out: byte pointer at the header; advanced past the last element
+ *                 (on a count failure, by the whole bytes read so far).
+ *   pHeader       out: header fields.
+ *   pPrgCfgElt    out: array of prgCfgEltMax records, numPrgCfgElt of them filled.
+ *   prgCfgEltMax  in: records in pPrgCfgElt, 1..16.
+ * Statuses, in check order: kStsNullPtr (any pointer or *ppBitStream null);
+ * kStsAacPrgNumErr (prgCfgEltMax outside 1..16; then, after the count field,
+ * numPrgCfgElt above prgCfgEltMax, the fields read so far being written); kStsOk. */
+AKLAC_API Status aklsUnpackADIFHeader_AAC(Akl8u** ppBitStream, AklAACADIFHeader* pHeader,
+                                          AklAACPrgCfgElt* pPrgCfgElt, Akl32s prgCfgEltMax);
+
+/* Decodes a program configuration element at a bit cursor.  The comment field is
+ * preceded by a byte alignment of the cursor (offset 0 of the next byte).
+ *   ppBitStream, pBitOffset  in/out: cursor (offset 0..7); left after the last comment byte.
+ *   pPrgCfgElt               out: the element.
+ * Statuses, in check order: kStsNullPtr; kStsAacBitOffsetErr (offset outside 0..7); kStsOk. */
+AKLAC_API Status aklsDecodePrgCfgElt_AAC(Akl8u** ppBitStream, Akl32s* pBitOffset, AklAACPrgCfgElt* pPrgCfgElt);
+
+/* --- AAC syntax elements -------------------------------------------------
+ * Window sequences: 0 only-long, 1 long-start, 2 eight-short, 3 long-stop. */
+
+/* Individual channel stream information. */
+typedef struct {
+  Akl32s icsReservedBit;         /* 1 bit, unchecked */
+  Akl32s windowSequence;         /* 2 bits */
+  Akl32s windowShape;            /* 1 bit: 0 sine, 1 KBD */
+  Akl32s maxSfb;                 /* 4 bits (short) or 6 bits (long, at most 51) */
+  Akl32s scaleFactorGrouping;    /* 7 bits, short windows only */
+  Akl32s predictorDataPresent;   /* 1 bit, long windows only; else 0 */
+  Akl32s predictorReset;         /* 1 bit if predictorDataPresent; else 0 */
+  Akl32s predictorResetGroupNum; /* 5 bits if predictorReset */
+  Akl8u predictionUsed[44];      /* bands below min(maxSfb, predSfbMax); 0 from there to predSfbMax */
+  Akl32s numWindowGroups;        /* 1..8; 1 for long windows */
+  Akl32s windowGroupLength[8];   /* windows per group */
+} AklAACIcsInfo;
+
+/* Channel pair element header. */
+typedef struct {
+  Akl32s commonWindow;           /* 1 bit */
+  Akl32s msMaskPresent;          /* 2 bits, only with a common window */
+  Akl8u msUsed[8][60];           /* [group][band], only when msMaskPresent is 1 */
+} AklAACChanPairElt;
+
+/* Temporal noise shaping side information of one channel (256 bytes).
+ * length, order, direction and coef run over all filters of all windows. */
+typedef struct {
+  Akl32s tnsDataPresent;
+  Akl32s nFilt[8];               /* filters per window */
+  Akl32s coefRes[8];             /* coefficient width 3 or 4 (resolution bit plus 3) */
+  Akl32s length[8];              /* per filter */
+  Akl32s order[8];               /* per filter */
+  Akl32s direction[16];          /* per filter of non-zero order */
+  Akl8s coef[60];                /* order coefficients per filter of non-zero order, sign-extended */
+} AklAACTnsData;
+
+/* Long-term prediction side information of one channel. */
+typedef struct {
+  Akl32s ltpDataPresent;
+  Akl32s ltpLag;                 /* 11 bits */
+  Akl16s ltpCoef;                /* Q14 gain for the coded 3-bit index */
+  Akl32s longUsed[41];           /* [0] copies ltpDataPresent, [1..40] per-band flags */
+  Akl32s shortUsed[8];
+  Akl32s shortLagPresent[8];
+  Akl32s shortLag[8];
+} AklAACLtpData;
+
+/* Long-term prediction information of a channel or channel pair: the window
+ * sequence and maxSfb of the ICS it was read with, then one AklAACLtpData per
+ * channel.  The long-term prediction operations may append their own state
+ * after these fields. */
+typedef struct {
+  Akl32s windowSequence;
+  Akl32s maxSfb;
+  AklAACLtpData ltpData[2];
+} AklAACLtpInfo;
+
+/* Scalable main-layer header. */
+typedef struct {
+  Akl32s windowSequence;
+  Akl32s windowShape;
+  Akl32s maxSfb;
+  Akl32s scaleFactorGrouping;
+  Akl32s numWindowGroups;
+  Akl32s windowGroupLength[8];
+  Akl32s msMaskPresent;
+  Akl8u* pMsUsed;                /* caller buffer of 8 x 60 bytes, [group * 60 + band] */
+  AklAACTnsData tnsData[2];
+  AklAACLtpData ltpData[2];
+} AklAACMainHeader;
+
+/* Scalable extension-layer header. */
+typedef struct {
+  Akl32s msMaskPresent;
+  Akl32s maxSfb;
+  Akl8u* pMsUsed;                /* caller buffer of 8 x 60 bytes, [group * 60 + band] */
+  AklAACTnsData tnsData[2];
+  Akl32s diffControl[2][51];     /* flags actually read, packed from entry 0 */
+} AklAACExtHeader;
+
+/* Decodes the channel pair element header after its instance tag: common_window
+ * and, with a common window, the ICS information and the M/S mask.
+ *   ppBitStream, pBitOffset  in/out: cursor (offset 0..7).
+ *   pIcsInfo       out: shared ICS information (written only with a common window).
+ *   pChanPairElt   out: commonWindow, msMaskPresent (0 without a common window), msUsed
+ *                  (rows below numWindowGroups, bands below maxSfb, only when msMaskPresent
+ *                  is 1).
+ *   predSfbMax     in: limit of predictor bands, 0..41 (0 for low complexity).
+ * Statuses, in check order: kStsNullPtr; kStsAacBitOffsetErr; kStsAacPredSfbErr
+ * (predSfbMax outside 0..41); kStsAacMaxSfbErr (long-window maxSfb above 51, read);
+ * kStsOk.  After a failure found in the data the cursor stands after the bits read. */
+AKLAC_API Status aklsDecodeChanPairElt_AAC(Akl8u** ppBitStream, Akl32s* pBitOffset, AklAACIcsInfo* pIcsInfo,
+                                           AklAACChanPairElt* pChanPairElt, Akl32s predSfbMax);
+
+/* As aklsDecodeChanPairElt_AAC with the MPEG-4 ICS information: for a long window
+ * with predictor data, audioObjectType 1 reads main-profile prediction flags and
+ * any other value reads long-term prediction data for both channels into pLtpInfo.
+ *   pLtpInfo        out: both ltpDataPresent cleared first; window sequence, maxSfb
+ *                   and ltpData[0..1] when LTP data is read.
+ *   predSfbMax      in: 0..51; above 41 fails when main-profile flags are read.
+ *   audioObjectType in: object type of the stream (1 main profile).
+ * Statuses, in check order: kStsNullPtr; kStsAacBitOffsetErr; kStsAacMaxSfbErr
+ * (predSfbMax outside 0..51, or long-window maxSfb above 51, read); kStsAacPredSfbErr
+ * (main-profile flags with predSfbMax above 41); kStsOk. */
+AKLAC_API Status aklsDecodeChanPairElt_MP4_AAC(Akl8u** ppBitStream, Akl32s* pBitOffset, AklAACIcsInfo* pIcsInfo,
+                                               AklAACChanPairElt* pChanPairElt, AklAACLtpInfo* pLtpInfo,
+                                               Akl32s predSfbMax, Akl32s audioObjectType);
+
+/* Decodes a data stream element after its element id.
+ *   ppBitStream, pBitOffset  in/out: cursor (offset 0..7).
+ *   pElementInstanceTag  out: 4-bit tag.
+ *   pDataCount           out: 0..510 bytes.
+ *   pDataBytes           out: the data bytes (room for 510).
+ * Statuses, in check order: kStsNullPtr; kStsAacBitOffsetErr; kStsOk. */
+AKLAC_API Status aklsDecodeDatStrElt_AAC(Akl8u** ppBitStream, Akl32s* pBitOffset, Akl32s* pElementInstanceTag,
+                                         Akl32s* pDataCount, Akl8u* pDataBytes);
+
+/* Decodes a fill element after its element id; the payload is copied, not interpreted.
+ *   ppBitStream, pBitOffset  in/out: cursor (offset 0..7).
+ *   pFillCount   out: 0..269 bytes.
+ *   pFillBytes   out: the payload bytes (room for 269).
+ * Statuses, in check order: kStsNullPtr; kStsAacBitOffsetErr; kStsOk. */
+AKLAC_API Status aklsDecodeFillElt_AAC(Akl8u** ppBitStream, Akl32s* pBitOffset, Akl32s* pFillCount,
+                                       Akl8u* pFillBytes);
+
+/* Decodes the header of a scalable main layer: window information, M/S mask and
+ * per-channel TNS and LTP data.  For eight short windows the group lengths follow
+ * this header's own rule (entry 0 reset to 1 on each new group, later increments
+ * added to what the entry held), so callers derive standard group lengths from
+ * scaleFactorGrouping; numWindowGroups is exact.
+ *   ppBitStream, pBitOffset  in/out: cursor (offset 0..7).
+ *   pMainHeader     in/out: pMsUsed must point at 8 x 60 bytes.
+ *   channels        in: 1..2.
+ *   monoStereoFlag  in: 0..1; 1 parses everything and then reports kStsNotSupportedModeErr.
+ * Statuses, in check order: kStsNullPtr (including pMainHeader->pMsUsed);
+ * kStsAacBitOffsetErr; kStsAacChanErr; kStsAacStereoFlagErr; kStsAacTnsOrderErr
+ * (TNS order above 7 short / 12 long, read); kStsNotSupportedModeErr; kStsOk. */
+AKLAC_API Status aklsDecodeMainHeader_AAC(Akl8u** ppBitStream, Akl32s* pBitOffset, AklAACMainHeader* pMainHeader,
+                                          Akl32s channels, Akl32s monoStereoFlag);
+
+/* Decodes the header of a scalable extension layer.  With eight short windows the
+ * M/S mask is read for four groups.
+ *   ppBitStream, pBitOffset  in/out: cursor (offset 0..7).
+ *   pExtHeader         in/out: pMsUsed must point at 8 x 60 bytes.
+ *   tnsPresent         in: 0..1.
+ *   msMaskEnable       in: 0..1.
+ *   diffControlEnable  in: 0..1.
+ *   lowerMaxSfb        in: 0..51, first band of this layer.
+ *   lowerMaxSfbPrev    in: 0..51.
+ *   windowSequence     in: 0..3.
+ * Statuses, in check order: kStsNullPtr (including pExtHeader->pMsUsed);
+ * kStsAacBitOffsetErr; kStsAacStereoFlagErr (tnsPresent); kStsAacMsMaskFlagErr;
+ * kStsAacDiffCtrlFlagErr; kStsAacMaxSfbErr (band limits above 51; read maxSfb above 60);
+ * kStsAacWinSeqErr; kStsAacTnsOrderErr (read); kStsOk. */
+AKLAC_API Status aklsDecodeExtensionHeader_AAC(Akl8u** ppBitStream, Akl32s* pBitOffset, AklAACExtHeader* pExtHeader,
+                                               Akl32s tnsPresent, Akl32s msMaskEnable, Akl32s diffControlEnable,
+                                               Akl32s lowerMaxSfb, Akl32s lowerMaxSfbPrev, Akl32s windowSequence);
+
+/* --- AAC noiseless decoding --------------------------------------------- */
+
+/* Per-channel state of the noiseless decoders (caller-owned). */
+typedef struct {
+  Akl32s samplingFrequencyIndex; /* in: 0..11 */
+  Akl32s predSfbMax;             /* in: predictor band limit for the ICS reader (0 for low complexity) */
+  Akl32s windowLength;           /* out: 1024 or 128 */
+  Akl32s numWindows;             /* out: 1 or 8 */
+  Akl32s numSwb;                 /* out: scale-factor bands of the window length */
+  Akl32s globalGain;             /* out: 8 bits */
+  Akl32s pulseDataPresent;       /* out */
+  Akl32s tnsDataPresent;         /* out */
+  Akl32s gainControlDataPresent; /* out */
+  AklAACIcsInfo* pIcsInfo;       /* in: the channel's ICS information (read into or taken from) */
+  Akl8u sectCb[120];             /* out: codebook of each section, groups one after the other */
+  Akl8u sectEnd[120];            /* out: end band (exclusive) of each section */
+  Akl32s numSec[8];              /* out: sections per window group */
+  Akl32s nFilt[8];               /* out: TNS filters per window */
+  Akl32s coefRes[8];             /* out: TNS coefficient width 3 or 4 */
+  Akl32s length[8];              /* out: per TNS filter */
+  Akl32s order[8];               /* out: per TNS filter */
+  Akl32s direction[8];           /* out: per TNS filter of non-zero order */
+} AklAACChanInfo;
+
+/* Decodes one low-complexity individual channel stream from global_gain through the
+ * spectral data: ICS information (when commonWindow is 0), sections, scale factors
+ * and intensity positions, pulse, TNS and gain-control flags, and the quantised
+ * spectrum with pulses added.
+ *   ppBitStream, pBitOffset  in/out: cursor (offset 0..7); after the last spectral bit.
+ *   commonWindow   in: 0..1; 1 takes the ICS information already in pChanInfo->pIcsInfo.
+ *   pChanInfo      in/out: see AklAACChanInfo; predSfbMax must be 0.
+ *   pScaleFactor   out: numWindowGroups x maxSfb values (group-major): scale factor,
+ *                  intensity position, or 0 for codebook 0.
+ *   pSpectrum      out: 1024 quantised values; short windows grouped and interleaved
+ *                  (group, then band, then window).
+ *   pSfbCb         out: numWindowGroups x maxSfb codebooks.
+ *   pTnsCoef       out: TNS coefficients (up to 60).
+ * Statuses, in check order: kStsNullPtr (including *ppBitStream and pIcsInfo);
+ * kStsAacBitOffsetErr; kStsAacCommonWinErr; kStsAacSmpRateIdxErr; kStsAacPredSfbErr
+ * (predSfbMax not 0); then from the data: kStsAacMaxSfbErr (maxSfb above numSwb),
+ * kStsAacWinGrpErr (a handed-in grouping of more than 8 windows), kStsAacSectDataErr
+ * (section lengths not adding up to maxSfb, an empty section, more than 120 sections),
+ * kStsAacCodebookErr (12 or 13), kStsAacSfValErr, kStsAacPulseErr, kStsAacTnsOrderErr,
+ * kStsAacGainCtrlErr, kStsAacCoefValErr (escape above 8191); kStsOk. */
+AKLAC_API Status aklsNoiselessDecoder_LC_AAC(Akl8u** ppBitStream, Akl32s* pBitOffset, Akl32s commonWindow,
+                                             AklAACChanInfo* pChanInfo, Akl16s* pScaleFactor, Akl32s* pSpectrum,
+                                             Akl8u* pSfbCb, Akl8s* pTnsCoef);
+
+/* Decodes one individual channel stream of the MPEG-4 object types (LTP ICS
+ * information, scalable layers, noise substitution).
+ *   pLayerInfo      in/out: AklAACLtpInfo* when the ICS information is read here
+ *                   (LTP data of channel 0), AklAACMainHeader* when scalableLayer is 1
+ *                   (window grouping taken from it).
+ *   pScaleFactor    out: as in the LC decoder; codebook 13 bands hold noise energies,
+ *                   which share one running value with the scale factors.
+ *   pSpectrum, pSfbCb, pTnsCoef, pChanInfo: as in the LC decoder.
+ *   windowSequence  in: 0..3, used when scalableLayer is 1.
+ *   maxSfb          in: 0..51, used when scalableLayer is 1.
+ *   commonWindow    in: 0..1; 1 takes pChanInfo->pIcsInfo as read.
+ *   scalableLayer   in: 0..1; 1 reads no ICS information, pulse, TNS or gain-control data.
+ *   audioObjectType in: 0..16 (1 main profile).
+ * Statuses, in check order: kStsNullPtr; kStsAacBitOffsetErr; kStsAacCommonWinErr;
+ * kStsAacWinSeqErr; kStsAacLayerFlagErr; kStsAacAotErr; kStsAacMaxSfbErr;
+ * kStsAacSmpRateIdxErr; then from the data as the LC decoder (kStsAacWinGrpErr also
+ * for a main-layer grouping of more than 8 windows), plus kStsErr (a section
+ * beyond the band table) and kStsAacPredSfbErr (main-profile flags with predSfbMax
+ * above 41); kStsOk. */
+AKLAC_API Status aklsNoiselessDecode_AAC(Akl8u** ppBitStream, Akl32s* pBitOffset, void* pLayerInfo,
+                                         Akl16s* pScaleFactor, Akl32s* pSpectrum, Akl8u* pSfbCb, Akl8s* pTnsCoef,
+                                         AklAACChanInfo* pChanInfo, Akl32s windowSequence, Akl32s maxSfb,
+                                         Akl32s commonWindow, Akl32s scalableLayer, Akl32s audioObjectType);
 /* @aac-bitstream-end */
 /* @aac-spectral-end */
 
