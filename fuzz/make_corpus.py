@@ -54,6 +54,17 @@ def mp3_bitstream():
                 write('mp3_bitstream', f'{os.path.splitext(fn)[0]}_f{idx}', bytes([k * 8 + k, 0]) + data[off:off + n])
 
 
+def mp3dec():
+    """Stream heads (tags, Xing frames, CRC, MPEG-2, free format) and the small
+    edge-case streams whole."""
+    for sub, limit in (('mp3', 6000), ('mp3_e2e', 9000), ('mp3_ref', 6000)):
+        src = os.path.join(ROOT, 'tests', 'data', sub)
+        for fn in sorted(os.listdir(src)):
+            if fn.endswith(('.bit', '.mp3', '.mp2')):
+                data = open(os.path.join(src, fn), 'rb').read()
+                write('mp3dec', f'{sub}_{os.path.splitext(fn)[0]}', data[:limit])
+
+
 if __name__ == '__main__':
     for t in sys.argv[1:]:
         globals()[t]()
