@@ -104,6 +104,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if (size < 1) return 0;
   std::vector<std::uint8_t> main(data, data + size);
   const std::size_t main_bits = size * 8;
+  // Windows are cut from this copy, so one reaching past the frame (hufSize 0
+  // at its very end) reads zero bytes the caller would have supplied.
+  std::vector<std::uint8_t> padded(main);
+  padded.resize(main.size() + 64, 0);
   std::size_t pos = how & 7;
   const int row = static_cast<int>(std::clamp(hdr.id, 0, 1) * 3 + std::clamp(hdr.samplingFreqIndex, 0, 2));
   Akl16s long_rows[6 * 23], short_rows[6 * 14], mbp_rows[6 * 2];
@@ -121,8 +125,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       std::memset(sf_first, 0x55, sizeof sf_first);
       std::memset(sf_second, 0x55, sizeof sf_second);
       AklMP3SideInfo s_first = s, s_second = s;
-      std::vector<std::uint8_t> padded(main);
-      padded.resize(main.size() + 64, 0);
       std::size_t sf_end;
       Status st1;
       {
@@ -137,7 +139,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       }
       if (sf_end > main_bits) return 0;  // the frame ends inside its scale factors
       {
-        Window w(main, pos, std::max(sf_end, pos + 1));
+        Window w(padded, pos, std::max(sf_end, pos + 1));
         const Status st2 =
             aklsUnpackScaleFactors_MP3_1u8s(&w.ptr, &w.off, sf_second, &s_second, scfsi + ch * 4, &hdr, gr, ch);
         Trap(st2 == st1 && w.Position() == sf_end);
@@ -157,7 +159,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       std::fill(std::begin(is), std::end(is), 0x7EADBEEF);
       Akl32s bound = -1;
       const std::size_t huf_end = pos + static_cast<std::size_t>(std::max(huf_size, 0));
-      Window w(main, pos, std::max(huf_end, pos + 1));
+      Window w(padded, pos, std::max(huf_end, pos + 1));
       Status st;
       switch ((how >> 3) % 3) {
         case 0:
