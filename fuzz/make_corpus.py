@@ -65,6 +65,45 @@ def mp3dec():
                 write('mp3dec', f'{sub}_{os.path.splitext(fn)[0]}', data[:limit])
 
 
+def adts_frames(data):
+    i, out = 0, []
+    while i + 7 <= len(data):
+        if data[i] == 0xFF and (data[i + 1] & 0xF6) == 0xF0:
+            n = ((data[i + 3] & 3) << 11) | (data[i + 4] << 3) | (data[i + 5] >> 5)
+            if n >= 7:
+                out.append((i, n))
+                i += n
+                continue
+        i += 1
+    return out
+
+
+def aac_bitstream():
+    """ADTS frames for the element walk (LC and MPEG-4 forms), the first
+    bytes of frames as scalable headers, and synthetic ADIF headers."""
+    src = os.path.join(ROOT, 'tests', 'data', 'aac')
+    for fn in sorted(os.listdir(src)):
+        if not fn.endswith(('.adts', '.aac')):
+            continue
+        data = open(os.path.join(src, fn), 'rb').read()
+        frames = adts_frames(data)
+        for k, idx in enumerate((2, 25)):
+            if idx < len(frames):
+                off, n = frames[idx]
+                mode = k % 2
+                prefix = bytes([mode, 2 * k + 1, 0] + [0] * 9)
+                write('aac_bitstream', f'{os.path.splitext(fn)[0]}_f{idx}_m{mode}', prefix + data[off:off + n])
+        if frames:
+            off, n = frames[5]
+            write('aac_bitstream', f'{os.path.splitext(fn)[0]}_scalable',
+                  bytes([3, 2, 0, 1, 0, 0x10, 4, 0, 0, 40, 0, 0]) + data[off + 7:off + n])
+    # ADIF: "ADIF", no copyright id, original, home, constant rate, bitrate,
+    # one PCE (count 0), buffer fullness, then a small PCE.
+    body = bytes.fromhex('41444946') + bytes.fromhex('18 00 fa 00 00 00 00 10 20 30 40 50 60 70 80'.replace(' ', ''))
+    write('aac_bitstream', 'adif_small', bytes([2, 1, 0] + [0] * 9) + body)
+    write('aac_bitstream', 'adif_many', bytes([2, 16, 0] + [0] * 9) + body.replace(b'\x00\x00\x00\x00\x10', b'\x00\x00\x00\x00\xf0'))
+
+
 if __name__ == '__main__':
     for t in sys.argv[1:]:
         globals()[t]()
