@@ -104,6 +104,16 @@ def aac_bitstream():
     write('aac_bitstream', 'adif_many', bytes([2, 16, 0] + [0] * 9) + body.replace(b'\x00\x00\x00\x00\x10', b'\x00\x00\x00\x00\xf0'))
 
 
+def mp3_signal():
+    """Records and spectra are drawn from the bytes themselves; seeds are
+    fixed pseudo-random bytes with the header choices spread."""
+    import random
+    r = random.Random(3)
+    for k in range(24):
+        head = bytes([k % 2, (k // 2) % 3, k % 4, (k // 3) % 4, r.randrange(256)])
+        write('mp3_signal', f'seed_{k:02d}', head + bytes(r.randrange(256) for _ in range(2500)))
+
+
 if __name__ == '__main__':
     for t in sys.argv[1:]:
         globals()[t]()
