@@ -219,4 +219,25 @@ TEST(AllocationFailure, FirBlockInitAlloc) {
   EXPECT_EQ(LiveAllocations(), live);
 }
 
+TEST(AllocationFailure, Mp3SynthesisFilterInitAlloc) {
+  const int live = LiveAllocations();
+  auto* st = SweepInitAlloc<AklsFilterState_PQMF_MP3_32f>(
+      [](AklsFilterState_PQMF_MP3_32f** pp) { return aklsSynthesisFilterInitAlloc_PQMF_MP3_32f(pp); },
+      [](AklsFilterState_PQMF_MP3_32f* s) { aklsSynthesisFilterFree_PQMF_MP3_32f(s); });
+  ASSERT_NE(st, nullptr);
+  // The allocated context filters like one built in caller memory.
+  int size = 0;
+  ASSERT_EQ(aklsSynthesisFilterGetSize_PQMF_MP3_32f(&size), kStsOk);
+  std::vector<Akl8u> mem(static_cast<size_t>(size));
+  auto* own = reinterpret_cast<AklsFilterState_PQMF_MP3_32f*>(mem.data());
+  ASSERT_EQ(aklsSynthesisFilterInit_PQMF_MP3_32f(own), kStsOk);
+  std::vector<float> x(64), a(64), b(64);
+  for (int i = 0; i < 64; ++i) x[static_cast<size_t>(i)] = static_cast<float>(i % 9) * 0.01f;
+  EXPECT_EQ(aklsSynthesisFilter_PQMF_MP3_32f(x.data(), a.data(), st, 2), kStsOk);
+  EXPECT_EQ(aklsSynthesisFilter_PQMF_MP3_32f(x.data(), b.data(), own, 2), kStsOk);
+  EXPECT_EQ(a, b);
+  EXPECT_EQ(aklsSynthesisFilterFree_PQMF_MP3_32f(st), kStsOk);
+  EXPECT_EQ(LiveAllocations(), live);
+}
+
 }  // namespace
