@@ -248,7 +248,9 @@ TEST(NoiselessDecoder, ScaleFactorRangeEdges) {
     // next band would come back into range.
     const bool ok = row.target >= 0 && row.target <= 255 && row.d[1] != -41;
     EXPECT_EQ(DecodeRaw(r, Decoder::kLc, o), ok ? kStsOk : kStsAacSfValErr);
-    if (ok) EXPECT_EQ(o.sf[2], row.target);
+    if (ok) {
+      EXPECT_EQ(o.sf[2], row.target);
+    }
   }
 }
 
