@@ -32,6 +32,30 @@ class ExactBuffer {
   std::size_t size_;
 };
 
+// A bit cursor over a copy of `src` (which the caller pads with zero bytes
+// past the real data) from the aligned word holding bit `pos` to the end of
+// the byte holding bit `end_bits - 1`, in an ExactBuffer: a reader that keeps
+// to the contract (the aligned word after its last bit) stays inside.
+class BitWindow {
+ public:
+  BitWindow(const std::uint8_t* src, std::size_t pos, std::size_t end_bits)
+      : first_((pos / 8) & ~std::size_t{3}),
+        buf_(src + first_, (end_bits + 7) / 8 > first_ ? (end_bits + 7) / 8 - first_ : 1) {
+    ptr = buf_.data() + (pos / 8 - first_);
+    off = static_cast<std::int32_t>(pos % 8);
+  }
+  // Bit position of the cursor in `src` terms.
+  std::size_t Position() {
+    return first_ * 8 + static_cast<std::size_t>(ptr - buf_.data()) * 8 + static_cast<std::size_t>(off);
+  }
+  std::uint8_t* ptr;
+  std::int32_t off;
+
+ private:
+  std::size_t first_;
+  ExactBuffer buf_;
+};
+
 // Takes leading parameter bytes off the input.
 class Params {
  public:
