@@ -34,22 +34,29 @@ extern "C" {
 /* ------------------------------------------------------------------------
  * Element types
  * ---------------------------------------------------------------------- */
-typedef unsigned char Akl8u;
-typedef signed char Akl8s;
-typedef short Akl16s;
-typedef int Akl32s;
-typedef unsigned int Akl32u;
-typedef unsigned long long Akl64u;
-typedef float Akl32f;
-typedef struct { Akl16s re; Akl16s im; } Akl16sc;
-typedef struct { Akl32s re; Akl32s im; } Akl32sc;
-typedef struct { Akl32f re; Akl32f im; } Akl32fc;
+typedef unsigned char Akl8u;       /* unsigned 8-bit: bytes of a bitstream, per-band flags */
+typedef signed char Akl8s;         /* signed 8-bit */
+typedef short Akl16s;              /* signed 16-bit: PCM samples, decoded VLC values */
+typedef int Akl32s;                /* signed 32-bit: record fields, fixed-point spectra */
+typedef unsigned int Akl32u;       /* unsigned 32-bit */
+typedef unsigned long long Akl64u; /* unsigned 64-bit: processor-feature masks */
+typedef float Akl32f;              /* IEEE single precision */
+/* Complex pair of signed 16-bit values, real part first. */
+typedef struct { Akl16s re; /* real part */ Akl16s im; /* imaginary part */ } Akl16sc;
+/* Complex pair of signed 32-bit values, real part first. */
+typedef struct { Akl32s re; /* real part */ Akl32s im; /* imaginary part */ } Akl32sc;
+/* Complex pair of floats, real part first. */
+typedef struct { Akl32f re; /* real part */ Akl32f im; /* imaginary part */ } Akl32fc;
 
 /* ------------------------------------------------------------------------
  * Status values
  * ---------------------------------------------------------------------- */
+/* Result of every operation: 0 success, negative error, 2 a warning after
+ * which the work has been done in full.  Values are those of AklStatusCode. */
 typedef Akl32s Status;
 
+/* The status values.  Two family statuses share a value with a general one
+ * (kStsVLCLinbitsErr, kStsVLCEscValueErr): the operation tells them apart. */
 enum AklStatusCode {
   kStsMisalignedWarn = 2,       /* warning: a data pointer is not 16-byte aligned; work done in full */
   kStsOk = 0,                   /* success */
@@ -106,6 +113,7 @@ enum AklStatusCode {
 /* ------------------------------------------------------------------------
  * Version record
  * ---------------------------------------------------------------------- */
+/* The library's version record (constant, returned by aklacGetLibVersion). */
 typedef struct {
   Akl32s major;          /* 8 */
   Akl32s minor;          /* 1 */
@@ -117,7 +125,8 @@ typedef struct {
   const char* BuildDate; /* "Apr 10 2014" */
 } AklLibraryVersion;
 
-/* Returns the library's constant version record; the same pointer on every call. */
+/* Returns the library's constant version record; the same pointer on every call.
+ * Status: none; the result is never null. */
 AKLAC_API const AklLibraryVersion* aklacGetLibVersion(void);
 
 /* ========================================================================
@@ -126,9 +135,9 @@ AKLAC_API const AklLibraryVersion* aklacGetLibVersion(void);
 /* A code-book entry: `length` (1..32) low bits of `code` form the code word,
  * most significant bit sent first; `value` is what it decodes to. */
 typedef struct {
-  Akl32s value;
-  Akl32s code;
-  Akl32s length;
+  Akl32s value;  /* what the code decodes to (for tuple and pair books, the packed elements) */
+  Akl32s code;   /* the code word in its `length` low bits; higher bits are ignored */
+  Akl32s length; /* code length in bits, 1..32 */
 } VlcCodeEntry;
 
 /* VLC decoding context (plain and tuple decoders share it; tag 0x434D4160).
@@ -174,6 +183,8 @@ AKLAC_API Status aklsVLCDecodeInit_32s(const VlcCodeEntry* pInputTable, int inpu
                                        const int* pSubTablesSizes, int numSubTables,
                                        aklsVLCDecodeSpec_32s* pSpec);
 /* As aklsVLCDecodeInit_32s in memory from aklMalloc; *ppSpec receives it.
+ *   pInputTable, inputTableSize, pSubTablesSizes, numSubTables  in  as GetSize
+ *   ppSpec           out  the raw pointer of the new context
  * Status: kStsNullPtr; kStsVLCTableErr as GetSize; kStsMemAllocErr (*ppSpec
  * unwritten); kStsVLCTableErr for a prefix conflict, reported after *ppSpec
  * has been written: release it with aklsVLCDecodeFree_32s. */
@@ -181,7 +192,8 @@ AKLAC_API Status aklsVLCDecodeInitAlloc_32s(const VlcCodeEntry* pInputTable, int
                                             const int* pSubTablesSizes, int numSubTables,
                                             aklsVLCDecodeSpec_32s** ppSpec);
 /* Clears the context's tag and releases the memory if InitAlloc obtained it.
- * A null pointer is ignored.  Also frees tuple contexts. */
+ * A null pointer is ignored.  Also frees tuple contexts.
+ *   pSpec            in/out  decoding context (raw pointer), or null */
 AKLAC_API void aklsVLCDecodeFree_32s(aklsVLCDecodeSpec_32s* pSpec);
 
 /* --- decoders -------------------------------------------------------------
@@ -199,6 +211,10 @@ AKLAC_API void aklsVLCDecodeFree_32s(aklsVLCDecodeSpec_32s* pSpec);
 AKLAC_API Status aklsVLCDecodeOne_1u16s(Akl8u** ppBitStream, int* pBitOffset, Akl16s* pData,
                                         const aklsVLCDecodeSpec_32s* pSpec);
 /* Decodes len codes into pData[0..len-1]; len < 1 decodes nothing.
+ *   ppBitStream, pBitOffset  in/out  cursor; offset 0..7
+ *   pData            out  len values
+ *   len              in   number of codes
+ *   pSpec            in   decoding context
  * Status: kStsNullPtr; kStsVLCDataErr (offset outside 0..7); kStsVLCDataErr (tag). */
 AKLAC_API Status aklsVLCDecodeBlock_1u16s(Akl8u** ppBitStream, int* pBitOffset, Akl16s* pData, int len,
                                           const aklsVLCDecodeSpec_32s* pSpec);
@@ -209,7 +225,10 @@ AKLAC_API Status aklsVLCDecodeBlock_1u16s(Akl8u** ppBitStream, int* pBitOffset, 
  * sign of the decoded element.  The first partial word is read byte by byte
  * from *ppBitStream: the bytes before it are not touched.  A context with
  * 8-bit entries is not meant for these decoders (its values are unsigned).
- *   pData            out  len rounded down to even values
+ *   ppBitStream, pBitOffset  in/out  cursor; offset 0..7; advanced past the last pair
+ *   pData            out  len rounded down to even values, -8191..8191
+ *   len              in   number of values; below 2 decodes nothing
+ *   pSpec            in   decoding context built from a signed pair book
  * Status: kStsNullPtr; kStsBitOffsetErr (offset outside 0..7);
  * kStsContextMismatch (tag); kStsVLCDataErr (an escape of nine leading ones:
  * the pairs before it are written, the cursor is left as it was). */
@@ -220,8 +239,12 @@ AKLAC_API Status aklsVLCDecodeEscBlock_AAC_1u16s(Akl8u** ppBitStream, int* pBitO
  * the non-zero elements.  For x or y of magnitude 15 the decoder steps back
  * over the sign bits still to come and reads linbits bits and a sign per
  * escaped element: Huffman code, x's linbits, x's sign, y's linbits, y's sign.
+ *   ppBitStream, pBitOffset  in/out  cursor; offset 0..7; advanced past the last pair
  *   linbits          in   extra bits of the table in use (0..13); not checked,
  *                         values outside 0..31 are taken as clamped to it
+ *   pData            out  len rounded down to even values, |v| <= 15 + 2^linbits - 1
+ *   len              in   number of values; below 2 decodes nothing
+ *   pSpec            in   decoding context built from a signed pair book
  * Status: kStsNullPtr; kStsBitOffsetErr; kStsContextMismatch. */
 AKLAC_API Status aklsVLCDecodeEscBlock_MP3_1u16s(Akl8u** ppBitStream, int* pBitOffset, int linbits, Akl16s* pData,
                                                  int len, const aklsVLCDecodeSpec_32s* pSpec);
@@ -234,39 +257,62 @@ AKLAC_API Status aklsVLCDecodeEscBlock_MP3_1u16s(Akl8u** ppBitStream, int* pBitO
  * plain context reads as one element of 16 bits). */
 
 /* Bytes needed by aklsVLCDecodeUTupleInit_32s.
+ *   pInputTable, inputTableSize, pSubTablesSizes, numSubTables  in  as aklsVLCDecodeGetSize_32s
  *   numElements      in   magnitudes per code, >= 1
  *   numValueBits     in   bits per magnitude, >= 1; numElements x numValueBits <= 32
+ *   pSize            out  size in bytes
  * Status: kStsNullPtr; kStsBadArgErr (numElements or numValueBits below 1, or
  * their product above 32); kStsVLCTableErr as aklsVLCDecodeGetSize_32s. */
 AKLAC_API Status aklsVLCDecodeUTupleGetSize_32s(const VlcCodeEntry* pInputTable, int inputTableSize,
                                                 const int* pSubTablesSizes, int numSubTables, int numElements,
                                                 int numValueBits, int* pSize);
 /* Builds a tuple decoding context; as aklsVLCDecodeInit_32s.
- * Status: kStsNullPtr; kStsBadArgErr; kStsVLCTableErr. */
+ *   pInputTable, inputTableSize, pSubTablesSizes, numSubTables  in  as aklsVLCDecodeGetSize_32s
+ *   numElements, numValueBits  in  as aklsVLCDecodeUTupleGetSize_32s
+ *   pSpec            out  context memory of the GetSize size, any alignment
+ * Status: kStsNullPtr; kStsBadArgErr; kStsVLCTableErr (as GetSize, then a
+ * prefix conflict: the context is then built in part and carries its tag). */
 AKLAC_API Status aklsVLCDecodeUTupleInit_32s(const VlcCodeEntry* pInputTable, int inputTableSize,
                                              const int* pSubTablesSizes, int numSubTables, int numElements,
                                              int numValueBits, aklsVLCDecodeSpec_32s* pSpec);
 /* Builds a tuple decoding context in memory from aklMalloc; as
  * aklsVLCDecodeInitAlloc_32s.
+ *   pInputTable, inputTableSize, pSubTablesSizes, numSubTables  in  as aklsVLCDecodeGetSize_32s
+ *   numElements, numValueBits  in  as aklsVLCDecodeUTupleGetSize_32s
+ *   ppSpec           out  the raw pointer of the new context; unwritten on any
+ *                         failure but the prefix conflict
  * Status: kStsNullPtr; kStsBadArgErr; kStsVLCTableErr; kStsMemAllocErr;
  * kStsVLCTableErr (prefix conflict, *ppSpec written). */
 AKLAC_API Status aklsVLCDecodeUTupleInitAlloc_32s(const VlcCodeEntry* pInputTable, int inputTableSize,
                                                   const int* pSubTablesSizes, int numSubTables, int numElements,
                                                   int numValueBits, aklsVLCDecodeSpec_32s** ppSpec);
-/* The same operation as aklsVLCDecodeFree_32s. */
+/* Clears the tag and releases the memory if InitAlloc obtained it; the same
+ * operation as aklsVLCDecodeFree_32s.
+ *   pSpec            in/out  context (plain or tuple); null is ignored */
 AKLAC_API void aklsVLCDecodeUTupleFree_32s(aklsVLCDecodeSpec_32s* pSpec);
 /* Decodes one tuple with its sign bits into pData[0..numElements-1].
+ *   ppBitStream, pBitOffset  in/out  cursor; offset 0..7
+ *   pData            out  numElements signed values (a plain context: one value)
+ *   pSpec            in   decoding context
  * Status: kStsNullPtr; kStsVLCDataErr (offset outside 0..7, or tag). */
 AKLAC_API Status aklsVLCDecodeUTupleOne_1u16s(Akl8u** ppBitStream, int* pBitOffset, Akl16s* pData,
                                               const aklsVLCDecodeSpec_32s* pSpec);
 /* Decodes len / numElements tuples (len counts elements; a remainder is not
  * written) into consecutive groups of numElements values.
+ *   ppBitStream, pBitOffset  in/out  cursor; offset 0..7
+ *   pData            out  len / numElements x numElements signed values
+ *   len              in   number of elements; below numElements decodes nothing
+ *   pSpec            in   decoding context
  * Status: kStsNullPtr; kStsVLCDataErr (offset outside 0..7); kStsVLCDataErr (tag). */
 AKLAC_API Status aklsVLCDecodeUTupleBlock_1u16s(Akl8u** ppBitStream, int* pBitOffset, Akl16s* pData, int len,
                                                 const aklsVLCDecodeSpec_32s* pSpec);
 /* Decodes len / 2 AAC pairs from an unsigned pair book (numValueBits bits per
  * magnitude): code, a sign bit per non-zero magnitude, then for a magnitude of
  * 16 the escape sequence (first element's before second's).
+ *   ppBitStream, pBitOffset  in/out  cursor; offset 0..7
+ *   pData            out  len rounded down to even signed values, -8191..8191
+ *   len              in   number of values; below 2 decodes nothing
+ *   pSpec            in   decoding context of an unsigned pair book
  * Status: kStsNullPtr; kStsBitOffsetErr; kStsContextMismatch; kStsVLCDataErr
  * (nine leading ones; earlier pairs written, cursor unchanged). */
 AKLAC_API Status aklsVLCDecodeUTupleEscBlock_AAC_1u16s(Akl8u** ppBitStream, int* pBitOffset, Akl16s* pData,
@@ -274,7 +320,11 @@ AKLAC_API Status aklsVLCDecodeUTupleEscBlock_AAC_1u16s(Akl8u** ppBitStream, int*
 /* Decodes len / 2 Layer III pairs from an unsigned pair book: a magnitude of
  * 15 takes linbits extra bits (added to 15) before its sign bit, in the order
  * x's linbits, x's sign, y's linbits, y's sign.
+ *   ppBitStream, pBitOffset  in/out  cursor; offset 0..7
  *   linbits          in   0..13; not checked, values outside 0..31 are taken as clamped
+ *   pData            out  len rounded down to even signed values
+ *   len              in   number of values; below 2 decodes nothing
+ *   pSpec            in   decoding context of an unsigned pair book
  * Status: kStsNullPtr; kStsBitOffsetErr; kStsContextMismatch. */
 AKLAC_API Status aklsVLCDecodeUTupleEscBlock_MP3_1u16s(Akl8u** ppBitStream, int* pBitOffset, int linbits,
                                                        Akl16s* pData, int len, const aklsVLCDecodeSpec_32s* pSpec);
@@ -299,14 +349,19 @@ AKLAC_API Status aklsVLCDecodeUTupleEscBlock_MP3_1u16s(Akl8u** ppBitStream, int*
  * range too wide for an int-sized context). */
 AKLAC_API Status aklsVLCEncodeGetSize_32s(const VlcCodeEntry* pInputTable, int inputTableSize, int* pSize);
 /* Builds the encoding context in caller memory of at least the GetSize size.
+ *   pInputTable, inputTableSize  in  as aklsVLCEncodeGetSize_32s
+ *   pSpec            out  context memory, any alignment (built at the first 64-byte boundary)
  * Status: kStsNullPtr; kStsVLCDataErr as GetSize. */
 AKLAC_API Status aklsVLCEncodeInit_32s(const VlcCodeEntry* pInputTable, int inputTableSize,
                                        aklsVLCEncodeSpec_32s* pSpec);
 /* As aklsVLCEncodeInit_32s in memory from aklMalloc.
+ *   pInputTable, inputTableSize  in  as aklsVLCEncodeGetSize_32s
+ *   ppSpec           out  the raw pointer of the new context
  * Status: kStsNullPtr; kStsVLCDataErr; kStsMemAllocErr (*ppSpec unwritten). */
 AKLAC_API Status aklsVLCEncodeInitAlloc_32s(const VlcCodeEntry* pInputTable, int inputTableSize,
                                             aklsVLCEncodeSpec_32s** ppSpec);
-/* Clears the tag and releases the memory if InitAlloc obtained it; null ignored. */
+/* Clears the tag and releases the memory if InitAlloc obtained it.
+ *   pSpec            in/out  encoding context; null is ignored */
 AKLAC_API void aklsVLCEncodeFree_32s(aklsVLCEncodeSpec_32s* pSpec);
 /* Writes the code of one value at the cursor.
  *   value            in   a value of the book
@@ -317,6 +372,10 @@ AKLAC_API void aklsVLCEncodeFree_32s(aklsVLCEncodeSpec_32s* pSpec);
 AKLAC_API Status aklsVLCEncodeOne_16s1u(Akl16s value, Akl8u** ppBitStream, int* pBitOffset,
                                         const aklsVLCEncodeSpec_32s* pSpec);
 /* Writes the codes of pSrc[0..len-1]; len < 1 writes nothing.
+ *   pSrc             in   len values of the book
+ *   len              in   number of values
+ *   ppBitStream, pBitOffset  in/out  cursor; offset 0..7
+ *   pSpec            in   encoding context
  * Status: kStsNullPtr; kStsVLCDataErr (offset or tag). */
 AKLAC_API Status aklsVLCEncodeBlock_16s1u(const Akl16s* pSrc, int len, Akl8u** ppBitStream, int* pBitOffset,
                                           const aklsVLCEncodeSpec_32s* pSpec);
@@ -324,6 +383,10 @@ AKLAC_API Status aklsVLCEncodeBlock_16s1u(const Akl16s* pSrc, int len, Akl8u** p
  * elements of magnitude 16 or more are coded as +-16 and followed by their
  * escape sequences.  Magnitudes up to 8191 are allowed; nothing is written
  * unless every element is in range.
+ *   pSrc             in   len values, -8191..8191
+ *   len              in   number of values; below 2 writes nothing
+ *   ppBitStream, pBitOffset  in/out  cursor; offset 0..7
+ *   pSpec            in   encoding context of a signed pair book
  * Status: kStsNullPtr; kStsBitOffsetErr; kStsContextMismatch;
  * kStsVLCEscValueErr (a magnitude above 8191). */
 AKLAC_API Status aklsVLCEncodeEscBlock_AAC_16s1u(const Akl16s* pSrc, int len, Akl8u** ppBitStream,
@@ -332,20 +395,37 @@ AKLAC_API Status aklsVLCEncodeEscBlock_AAC_16s1u(const Akl16s* pSrc, int len, Ak
  * magnitudes of 15 or more are coded as +-15 and followed by their linbits
  * field (magnitude - 15) and sign.  Magnitudes up to 15 + 2^linbits - 1 are
  * allowed; nothing is written unless every element is in range.
+ *   pSrc             in   len values
+ *   len              in   number of values; below 2 writes nothing
  *   linbits          in   0..13
+ *   ppBitStream, pBitOffset  in/out  cursor; offset 0..7
+ *   pSpec            in   encoding context of a signed pair book
  * Status: kStsNullPtr; kStsBitOffsetErr; kStsVLCLinbitsErr (linbits outside
  * 0..13); kStsContextMismatch; kStsVLCEscValueErr (a magnitude too large). */
 AKLAC_API Status aklsVLCEncodeEscBlock_MP3_16s1u(const Akl16s* pSrc, int len, int linbits, Akl8u** ppBitStream,
                                                  int* pBitOffset, const aklsVLCEncodeSpec_32s* pSpec);
 /* The number of bits aklsVLCEncodeBlock_16s1u would write for pSrc[0..len-1].
+ *   pSrc             in   len values of the book
+ *   len              in   number of values, 1 or more
+ *   pCountBits       out  bit count
+ *   pSpec            in   encoding context
  * Status: kStsNullPtr; kStsVLCDataErr (len below 1); kStsVLCDataErr (tag). */
 AKLAC_API Status aklsVLCCountBits_16s32s(const Akl16s* pSrc, int len, int* pCountBits,
                                          const aklsVLCEncodeSpec_32s* pSpec);
 /* The number of bits aklsVLCEncodeEscBlock_AAC_16s1u would write (0 for len < 2).
+ *   pSrc             in   len values, -8191..8191
+ *   len              in   number of values
+ *   pCountBits       out  bit count
+ *   pSpec            in   encoding context of a signed pair book
  * Status: kStsNullPtr; kStsContextMismatch; kStsVLCEscValueErr. */
 AKLAC_API Status aklsVLCCountEscBits_AAC_16s32s(const Akl16s* pSrc, int len, int* pCountBits,
                                                 const aklsVLCEncodeSpec_32s* pSpec);
 /* The number of bits aklsVLCEncodeEscBlock_MP3_16s1u would write (0 for len < 2).
+ *   pSrc             in   len values
+ *   len              in   number of values
+ *   linbits          in   0..13
+ *   pCountBits       out  bit count
+ *   pSpec            in   encoding context of a signed pair book
  * Status: kStsNullPtr; kStsVLCLinbitsErr; kStsContextMismatch; kStsVLCEscValueErr. */
 AKLAC_API Status aklsVLCCountEscBits_MP3_16s32s(const Akl16s* pSrc, int len, int linbits, int* pCountBits,
                                                 const aklsVLCEncodeSpec_32s* pSpec);
@@ -420,9 +500,9 @@ AKLAC_API Status aklsPredictCoef_SBR_C_32fc_D2L(const Akl32fc* const* ppSrc, Akl
  * common scale of the sums), det is formed exactly as 2^20*(D*C - |A|^2) +
  * |A|^2, and the quotients are rounded to nearest.  alpha1 = 0 if det = 0;
  * alpha0 = 0 if C = 0; all four parts 0 if |alpha1|^2 >= 16 or |alpha0|^2 >= 16.
- *   ppSrc    in   len + 2 row pointers (time slots); entry k of each row is read.
- *                 Samples in any Q format (the result does not depend on the
- *                 scale), full 32-bit range, no overflow.
+ *   ppSrc    in   len + 2 row pointers (time slots); entry k of each row is read;
+ *                 any Q format (the result does not depend on the scale),
+ *                 full 32-bit range, no overflow
  *   pAlpha0  out  alpha0 of subband k, real and imaginary part in Q29
  *   pAlpha1  out  alpha1 of subband k, Q29 (|alpha| < 4 always fits)
  *   k        in   subband index, 0 or more
@@ -432,8 +512,9 @@ AKLAC_API Status aklsPredictCoef_SBR_C_32fc_D2L(const Akl32fc* const* ppSrc, Akl
 AKLAC_API Status aklsPredictOneCoef_SBRHQ_32sc_D2L(const Akl32sc* const* ppSrc, Akl32sc* pAlpha0, Akl32sc* pAlpha1,
                                                    int k, int len);
 
-/* Fixed-point low-power (real) predictor for one subband: the real member's
- * formulas in the integer arithmetic of aklsPredictOneCoef_SBRHQ_32sc_D2L.
+/* Fixed-point low-power (real) predictor for one subband.  The real float
+ * predictor's formulas, computed in the integer arithmetic of
+ * aklsPredictOneCoef_SBRHQ_32sc_D2L.
  *   ppSrc    in   len + 2 row pointers; entry k of each row is read; any Q format
  *   pAlpha0  out  alpha0 of subband k in Q29
  *   pAlpha1  out  alpha1 of subband k in Q29
@@ -472,12 +553,19 @@ typedef struct FIRBlockState_32f FIRBlockState_32f; /* block FIR history (tag 58
  * kStsSizeErr (len not accepted), kStsOk. */
 AKLAC_API Status aklsMDCTFwdGetSize_32f(int len, int* pSpecSize, int* pSpecBufferSize, int* pBufferSize);
 
-/* Sizes for an inverse float MDCT context; identical to aklsMDCTFwdGetSize_32f. */
+/* Sizes for an inverse float MDCT context; identical to aklsMDCTFwdGetSize_32f.
+ *   len              in   12, 36 or a power of two from 32 to 2^28
+ *   pSpecSize        out  bytes for aklsMDCTInvInit_32f's pMemSpec
+ *   pSpecBufferSize  out  bytes for its pMemInit scratch (0 for 12 and 36)
+ *   pBufferSize      out  bytes for the work buffer of one transform
+ * Statuses: kStsNullPtr (checked before the length), kStsSizeErr, kStsOk. */
 AKLAC_API Status aklsMDCTInvGetSize_32f(int len, int* pSpecSize, int* pSpecBufferSize, int* pBufferSize);
 
 /* Sizes for a forward 16-bit MDCT context.
  *   len              in: a power of two >= 32 (12 and 36 are refused)
- *   pSpecSize, pSpecBufferSize, pBufferSize: out, as aklsMDCTFwdGetSize_32f
+ *   pSpecSize        out: bytes for aklsMDCTFwdInit_16s's pMemSpec
+ *   pSpecBufferSize  out: bytes for its pMemInit scratch
+ *   pBufferSize      out: bytes for the work buffer of one transform
  * Statuses: kStsNullPtr, kStsSizeErr, kStsOk. */
 AKLAC_API Status aklsMDCTFwdGetSize_16s(int len, int* pSpecSize, int* pSpecBufferSize, int* pBufferSize);
 
@@ -489,12 +577,19 @@ AKLAC_API Status aklsMDCTFwdGetSize_16s(int len, int* pSpecSize, int* pSpecBuffe
  * Statuses: kStsSizeErr (the length is checked first), kStsNullPtr, kStsOk. */
 AKLAC_API Status aklsMDCTFwdInit_32f(MDCTFwdSpec_32f** ppSpec, int len, Akl8u* pMemSpec, Akl8u* pMemInit);
 
-/* Builds an inverse float MDCT context in caller memory; as aklsMDCTFwdInit_32f. */
+/* Builds an inverse float MDCT context in caller memory; as aklsMDCTFwdInit_32f.
+ *   ppSpec    out: the context's address (inside pMemSpec)
+ *   len       in: 12, 36 or a power of two >= 32
+ *   pMemSpec  in: at least the GetSize spec size, any alignment
+ *   pMemInit  in: scratch of the GetSize spec-buffer size; may be null for 12 and 36
+ * Statuses: kStsSizeErr (the length is checked first), kStsNullPtr, kStsOk. */
 AKLAC_API Status aklsMDCTInvInit_32f(MDCTInvSpec_32f** ppSpec, int len, Akl8u* pMemSpec, Akl8u* pMemInit);
 
 /* Builds a forward 16-bit MDCT context in caller memory.
- *   ppSpec, pMemSpec, pMemInit: as aklsMDCTFwdInit_32f, all required
+ *   ppSpec    out: the context's address (inside pMemSpec)
  *   len       in: a power of two >= 32
+ *   pMemSpec  in: at least the GetSize spec size, any alignment
+ *   pMemInit  in: scratch of the GetSize spec-buffer size, required
  * Statuses: kStsNullPtr (pointers are checked first), kStsSizeErr, kStsOk. */
 AKLAC_API Status aklsMDCTFwdInit_16s(MDCTFwdSpec_16s** ppSpec, int len, Akl8u* pMemSpec, Akl8u* pMemInit);
 
@@ -504,33 +599,51 @@ AKLAC_API Status aklsMDCTFwdInit_16s(MDCTFwdSpec_16s** ppSpec, int len, Akl8u* p
  * Statuses: kStsNullPtr, kStsSizeErr, kStsMemAllocErr, kStsOk. */
 AKLAC_API Status aklsMDCTFwdInitAlloc_32f(MDCTFwdSpec_32f** ppSpec, int len);
 
-/* Allocates and builds an inverse float MDCT context; as aklsMDCTFwdInitAlloc_32f. */
+/* Allocates and builds an inverse float MDCT context; release it with aklsMDCTInvFree_32f.
+ *   ppSpec  out: the new context
+ *   len     in: 12, 36 or a power of two >= 32
+ * Statuses: kStsNullPtr, kStsSizeErr, kStsMemAllocErr, kStsOk. */
 AKLAC_API Status aklsMDCTInvInitAlloc_32f(MDCTInvSpec_32f** ppSpec, int len);
 
-/* Allocates and builds a forward 16-bit MDCT context (len a power of two >= 32). */
+/* Allocates and builds a forward 16-bit MDCT context; release it with aklsMDCTFwdFree_16s.
+ *   ppSpec  out: the new context
+ *   len     in: a power of two >= 32
+ * Statuses: kStsNullPtr, kStsSizeErr, kStsMemAllocErr, kStsOk. */
 AKLAC_API Status aklsMDCTFwdInitAlloc_16s(MDCTFwdSpec_16s** ppSpec, int len);
 
 /* Invalidates a forward float MDCT context (tag set to 0) and releases what
  * InitAlloc allocated; memory given to Init stays the caller's.
- * Statuses: kStsNullPtr, kStsContextMismatch, kStsOk. */
+ *   pSpec   in/out: the context (raw pointer as returned by Init or InitAlloc)
+ * Statuses: kStsNullPtr, kStsContextMismatch (nothing released), kStsOk. */
 AKLAC_API Status aklsMDCTFwdFree_32f(MDCTFwdSpec_32f* pSpec);
 
-/* Invalidates and releases an inverse float MDCT context; as aklsMDCTFwdFree_32f. */
+/* Invalidates and releases an inverse float MDCT context; as aklsMDCTFwdFree_32f.
+ *   pSpec   in/out: the context
+ * Statuses: kStsNullPtr, kStsContextMismatch (nothing released), kStsOk. */
 AKLAC_API Status aklsMDCTInvFree_32f(MDCTInvSpec_32f* pSpec);
 
-/* Invalidates and releases a forward 16-bit MDCT context; as aklsMDCTFwdFree_32f. */
+/* Invalidates and releases a forward 16-bit MDCT context; as aklsMDCTFwdFree_32f.
+ *   pSpec   in/out: the context
+ * Statuses: kStsNullPtr, kStsContextMismatch (nothing released), kStsOk. */
 AKLAC_API Status aklsMDCTFwdFree_16s(MDCTFwdSpec_16s* pSpec);
 
 /* Work-buffer size in bytes that a transform with this context allocates when
  * given no buffer.
- *   pSpec in: the context; pSize out: the size
+ *   pSpec   in: the context
+ *   pSize   out: the size in bytes
  * Statuses: kStsNullPtr, kStsContextMismatch, kStsOk. */
 AKLAC_API Status aklsMDCTFwdGetBufSize_32f(const MDCTFwdSpec_32f* pSpec, int* pSize);
 
-/* Work-buffer size of an inverse float MDCT context; as aklsMDCTFwdGetBufSize_32f. */
+/* Work-buffer size of an inverse float MDCT context; as aklsMDCTFwdGetBufSize_32f.
+ *   pSpec   in: the context
+ *   pSize   out: the size in bytes
+ * Statuses: kStsNullPtr, kStsContextMismatch, kStsOk. */
 AKLAC_API Status aklsMDCTInvGetBufSize_32f(const MDCTInvSpec_32f* pSpec, int* pSize);
 
-/* Work-buffer size of a forward 16-bit MDCT context; as aklsMDCTFwdGetBufSize_32f. */
+/* Work-buffer size of a forward 16-bit MDCT context; as aklsMDCTFwdGetBufSize_32f.
+ *   pSpec   in: the context
+ *   pSize   out: the size in bytes
+ * Statuses: kStsNullPtr, kStsContextMismatch, kStsOk. */
 AKLAC_API Status aklsMDCTFwdGetBufSize_16s(const MDCTFwdSpec_16s* pSpec, int* pSize);
 
 /* Forward float MDCT.
@@ -543,14 +656,29 @@ AKLAC_API Status aklsMDCTFwdGetBufSize_16s(const MDCTFwdSpec_16s* pSpec, int* pS
  * kStsMemAllocErr, kStsOk. */
 AKLAC_API Status aklsMDCTFwd_32f(const Akl32f* pSrc, Akl32f* pDst, const MDCTFwdSpec_32f* pSpec, Akl8u* pBuffer);
 
-/* Inverse float MDCT: N/2 coefficients in pSrc, N samples out in pDst (may
- * equal pSrc when it holds N floats); arguments and statuses as aklsMDCTFwd_32f. */
+/* Inverse float MDCT.
+ *   pSrc     in: N/2 coefficients
+ *   pDst     out: N time-aliased samples (may equal pSrc when it holds N floats)
+ *   pSpec    in: inverse float context
+ *   pBuffer  in/out: work buffer as aklsMDCTFwd_32f, or null
+ * Statuses: kStsNullPtr (pSpec), kStsContextMismatch, kStsNullPtr (pSrc, pDst),
+ * kStsMemAllocErr, kStsOk. */
 AKLAC_API Status aklsMDCTInv_32f(const Akl32f* pSrc, Akl32f* pDst, const MDCTInvSpec_32f* pSpec, Akl8u* pBuffer);
 
-/* In-place forward float MDCT: the N/2 coefficients replace the first half of pSrcDst. */
+/* In-place forward float MDCT.
+ *   pSrcDst  in/out: N samples in; the N/2 coefficients replace its first half
+ *   pSpec    in: forward float context
+ *   pBuffer  in/out: work buffer as aklsMDCTFwd_32f, or null
+ * Statuses: kStsNullPtr (pSpec), kStsContextMismatch, kStsNullPtr (pSrcDst),
+ * kStsMemAllocErr, kStsOk. */
 AKLAC_API Status aklsMDCTFwd_32f_I(Akl32f* pSrcDst, const MDCTFwdSpec_32f* pSpec, Akl8u* pBuffer);
 
-/* In-place inverse float MDCT: N/2 coefficients in, N samples out (pSrcDst holds N floats). */
+/* In-place inverse float MDCT.
+ *   pSrcDst  in/out: N floats; N/2 coefficients in, N samples out
+ *   pSpec    in: inverse float context
+ *   pBuffer  in/out: work buffer as aklsMDCTFwd_32f, or null
+ * Statuses: kStsNullPtr (pSpec), kStsContextMismatch, kStsNullPtr (pSrcDst),
+ * kStsMemAllocErr, kStsOk. */
 AKLAC_API Status aklsMDCTInv_32f_I(Akl32f* pSrcDst, const MDCTInvSpec_32f* pSpec, Akl8u* pBuffer);
 
 /* Forward 16-bit MDCT with block normalisation.
@@ -584,7 +712,9 @@ AKLAC_API Status aklsFIRBlockInitAlloc_32f(FIRBlockState_32f** ppState, int orde
  * aligned (the output is complete), else kStsOk. */
 AKLAC_API Status aklsFIRBlockOne_32f(const Akl32f* pSrc, Akl32f* pDst, FIRBlockState_32f* pState, const Akl32f* pTaps);
 
-/* Releases a block FIR state.  Statuses: kStsNullPtr, kStsContextMismatch, kStsOk. */
+/* Releases a block FIR state made by aklsFIRBlockInitAlloc_32f.
+ *   pState  in/out: the state
+ * Statuses: kStsNullPtr, kStsContextMismatch (nothing released), kStsOk. */
 AKLAC_API Status aklsFIRBlockFree_32f(FIRBlockState_32f* pState);
 
 /* @transform-end */
@@ -603,7 +733,12 @@ AKLAC_API Status aklsFIRBlockFree_32f(FIRBlockState_32f* pState);
  * multiple of 16 bytes (the work is done in full); else kStsOk. */
 AKLAC_API Status aklsInterleave_16s(const Akl16s** ppSrc, int chCount, int len, Akl16s* pDst);
 
-/* As aklsInterleave_16s on floats. */
+/* Interleaves float channel rows; as aklsInterleave_16s.
+ *   ppSrc    in   chCount row pointers of len floats each
+ *   chCount  in   number of channels, 1 or more
+ *   len      in   samples per channel, 1 or more
+ *   pDst     out  len*chCount floats
+ * Statuses: as aklsInterleave_16s. */
 AKLAC_API Status aklsInterleave_32f(const Akl32f** ppSrc, int chCount, int len, Akl32f* pDst);
 
 /* Splits interleaved frames into channel rows: ppDst[c][i] = pSrc[i*chCount + c].
@@ -617,7 +752,12 @@ AKLAC_API Status aklsInterleave_32f(const Akl32f** ppSrc, int chCount, int len, 
  * multiple of 16 bytes (the work is done in full); else kStsOk. */
 AKLAC_API Status aklsDeinterleave_16s(const Akl16s* pSrc, int chCount, int len, Akl16s** ppDst);
 
-/* As aklsDeinterleave_16s on floats. */
+/* Splits interleaved float frames into channel rows; as aklsDeinterleave_16s.
+ *   pSrc     in   len*chCount floats
+ *   chCount  in   number of channels, 1 or more
+ *   len      in   samples per channel, 1 or more
+ *   ppDst    in   chCount row pointers; out: len floats in each row
+ * Statuses: as aklsDeinterleave_16s. */
 AKLAC_API Status aklsDeinterleave_32f(const Akl32f* pSrc, int chCount, int len, Akl32f** ppDst);
 
 /* Interleaves float channel rows into 16-bit PCM: pDst[i*chCount + c] =
