@@ -435,6 +435,155 @@ AKLAC_API Status aklsVLCCountEscBits_MP3_16s32s(const Akl16s* pSrc, int len, int
 /* ========================================================================
  * MPEG-1/2 Layer III
  * ====================================================================== */
+/* Frame header: the raw bit fields of the four-byte Layer III header and the
+ * optional CRC word, one signed 32-bit field each. */
+typedef struct {
+  Akl32s id;                /* 1 = MPEG-1, 0 = MPEG-2 low sampling frequencies */
+  Akl32s layer;             /* layer code: 1 = Layer III, 2 = Layer II, 3 = Layer I */
+  Akl32s protectionBit;     /* 0 = a 16-bit CRC word follows the header */
+  Akl32s bitrateIndex;      /* 0 = free format, 15 = forbidden */
+  Akl32s samplingFreqIndex; /* MPEG-1: 0 44.1 kHz, 1 48 kHz, 2 32 kHz; MPEG-2: the halves */
+  Akl32s paddingBit;        /* 1 = one extra slot */
+  Akl32s privateBit;
+  Akl32s mode;              /* 0 stereo, 1 joint stereo, 2 dual channel, 3 single channel */
+  Akl32s modeExtension;     /* joint stereo: bit 1 mid/side on, bit 0 intensity on */
+  Akl32s copyFlag;          /* copyright bit */
+  Akl32s originalHome;      /* original/copy bit */
+  Akl32s emphasis;
+  Akl32s crcWord;           /* CRC as read, first byte in bits 15..8; only when protectionBit is 0 */
+} AklMP3FrameHeader;
+
+/* Side information of one channel in one granule.  A frame's records lie
+ * granule-major in one array: index = granule * channels + channel. */
+typedef struct {
+  Akl32s part23Length;        /* bits of scale factors plus Huffman data */
+  Akl32s bigValues;           /* value pairs in the big-values region */
+  Akl32s globalGain;
+  Akl32s scalefacCompress;    /* 4 bits (MPEG-1) or 9 bits (MPEG-2) */
+  Akl32s windowSwitchingFlag;
+  Akl32s blockType;           /* 0 normal, 1 start, 2 short, 3 stop; 0 without window switching */
+  Akl32s mixedBlockFlag;      /* 0 without window switching */
+  Akl32s tableSelect[3];      /* Huffman table of regions 0, 1, 2 */
+  Akl32s subblockGain[3];     /* short windows 0, 1, 2 (window-switched granules only) */
+  Akl32s region0Count;        /* scale-factor bands in region 0, minus one */
+  Akl32s region1Count;        /* scale-factor bands in region 1, minus one */
+  Akl32s preflag;             /* read for MPEG-1; derived by the scale-factor unpacker for MPEG-2 */
+  Akl32s scalefacScale;
+  Akl32s count1TableSelect;   /* 0 = quadruple table A, 1 = table B */
+} AklMP3SideInfo;
+
+/* Encoder bit reservoir: bits now held and the largest number it may hold. */
+typedef struct {
+  Akl32s bitsHeld;
+  Akl32s maxBits;
+} AklMP3BitReservoir;
+
+/* Unpacks a Layer III frame header (and its CRC word when protectionBit is 0).
+ *   ppBitStream   in/out: pointer to the byte pointer at the first header byte;
+ *                 advanced by 4 bytes, or 6 when a CRC word follows.
+ *   pFrameHeader  out: the header fields; crcWord is written only when a CRC follows.
+ * The sync bits are not examined and no field is validated.
+ * Statuses: kStsNullPtr. */
+AKLAC_API Status aklsUnpackFrameHeader_MP3(Akl8u** ppBitStream, AklMP3FrameHeader* pFrameHeader);
+
+/* Unpacks the side information that follows the header (and CRC).
+ *   ppBitStream        in/out: pointer to the byte pointer; advanced by 17 / 32 bytes
+ *                      (MPEG-1 mono / two channels) or 9 / 17 (MPEG-2).
+ *   pDstSideInfo       out: 4 records (MPEG-1: granules 0, 1 x channels) or 2 (MPEG-2),
+ *                      granule-major.  Window-switched granules get region0Count 8 (short,
+ *                      not mixed) or 7 and region1Count 20 - region0Count; tableSelect[2]
+ *                      is then left untouched.  Long granules leave subblockGain untouched;
+ *                      MPEG-2 leaves preflag untouched.
+ *   pDstMainDataBegin  out: main_data_begin in bytes (9 bits MPEG-1, 8 bits MPEG-2).
+ *   pDstPrivateBits    out: the private bits.
+ *   pDstScfsi          out (MPEG-1 only): 4 flags per channel, index channel * 4 + group.
+ *   pFrameHeader       in: this frame's header.
+ * Statuses: kStsNullPtr; kStsMP3FrameHeaderErr (id not 0/1, layer not 1, mode above 3;
+ * nothing read); kStsMP3SideInfoErr (window switching with block type 0: the records
+ * before it are filled and the byte pointer stands on the byte holding the next bit). */
+AKLAC_API Status aklsUnpackSideInfo_MP3(Akl8u** ppBitStream, AklMP3SideInfo* pDstSideInfo,
+                                        Akl32s* pDstMainDataBegin, Akl32s* pDstPrivateBits,
+                                        Akl32s* pDstScfsi, const AklMP3FrameHeader* pFrameHeader);
+
+/* Initialises an MPEG-1 encoder bit reservoir: bitsHeld 0, maxBits
+ * min(4088, 7680 - min(8 * frame length without padding, 7680)).
+ *   pDstBitResv   out: the reservoir record.
+ *   pFrameHeader  in: MPEG-1 header; bitrateIndex 0..14, samplingFreqIndex 0..2.
+ * Statuses: kStsNullPtr; kStsMP3FrameHeaderErr (id not 1, or bitrateIndex above 14 or
+ * samplingFreqIndex above 2). */
+AKLAC_API Status aklsBitReservoirInit_MP3(AklMP3BitReservoir* pDstBitResv, const AklMP3FrameHeader* pFrameHeader);
+
+/* Unpacks the scale factors of one granule and channel at the cursor.
+ *   ppBitStream, pOffset  in/out: cursor at the start of this channel's part2_3 data (offset 0..7);
+ *                         advanced past the scale factors.
+ *   pDstScaleFactor       out: at least 39 entries, in stream order.  MPEG-1 long blocks:
+ *                         bands 0..20 and entry 21 = 0; in granule 1 a group whose scfsi flag
+ *                         is set keeps the caller's values.  Short: 36 values, entries 36..38
+ *                         = 0.  Mixed: 35 values, entries 35..37 = 0.  MPEG-2: the four
+ *                         partitions' values then three zeros; on the intensity-stereo right
+ *                         channel a value equal to its partition's limit 2^slen - 1 is negated.
+ *   pSideInfo             in/out: this granule and channel; MPEG-2 writes preflag and reduces
+ *                         mixedBlockFlag of short granules to its lowest bit.
+ *   pScfsi                in: this channel's four scfsi flags (MPEG-1 granule 1 only).
+ *   pFrameHeader          in: id selects MPEG-1 (1) or MPEG-2 (0); modeExtension for MPEG-2.
+ *   granule, channel      in: 0..1.
+ * Statuses: kStsNullPtr; kStsBadArgErr (offset above 7, granule or channel above 1);
+ * kStsMP3FrameHeaderErr (id not 0/1); MPEG-1: kStsMP3SideInfoErr (scalefacCompress above 15);
+ * MPEG-2: kStsMP3SideInfoErr (scalefacCompress above 511), kStsMP3FrameHeaderErr
+ * (modeExtension above 3).  On an error nothing is read or written. */
+AKLAC_API Status aklsUnpackScaleFactors_MP3_1u8s(Akl8u** ppBitStream, Akl32s* pOffset, Akl8s* pDstScaleFactor,
+                                                 AklMP3SideInfo* pSideInfo, const Akl32s* pScfsi,
+                                                 const AklMP3FrameHeader* pFrameHeader, Akl32s granule,
+                                                 Akl32s channel);
+
+/* Huffman-decodes the spectrum of one granule and channel, with the library's
+ * long scale-factor band table; the same as aklsHuffmanDecodeSfb_MP3_1u32s
+ * otherwise. */
+AKLAC_API Status aklsHuffmanDecode_MP3_1u32s(Akl8u** ppBitStream, Akl32s* pOffset, Akl32s* pDstIs,
+                                             Akl32s* pDstNonZeroBound, const AklMP3SideInfo* pSideInfo,
+                                             const AklMP3FrameHeader* pFrameHeader, Akl32s hufSize);
+
+/* Huffman-decodes the big-values and count1 regions of one granule and channel.
+ *   ppBitStream, pOffset  in/out: cursor after the scale factors (offset 0..7); on success it
+ *                         ends exactly hufSize bits further on.
+ *   pDstIs                out: 576 quantized values with sign, in stream order.
+ *   pDstNonZeroBound      out: index of the last non-zero value plus one (0 if none).
+ *   pSideInfo             in: this granule and channel.
+ *   pFrameHeader          in: id, layer, samplingFreqIndex.
+ *   hufSize               in: Huffman bits, part23Length minus the scale-factor bits, 0..part23Length.
+ *   pSfbTableLong         in: 6 rows (row id * 3 + samplingFreqIndex) of 23 long band boundaries.
+ * Window-switched granules: region 0 is 36 lines (MPEG-1 or block type 2) or 54, region 1 the rest.
+ * Statuses: kStsNullPtr; kStsBadArgErr (offset above 7, hufSize outside 0..part23Length);
+ * kStsMP3SideInfoErr (bigValues * 2 above 576, blockType above 3, windowSwitchingFlag above 1,
+ * count1TableSelect above 1); kStsMP3FrameHeaderErr (id above 1, layer not 1, samplingFreqIndex
+ * above 2); kStsMP3SideInfoErr (window switching with block type 0; a table number above 31;
+ * region counts negative or summing to 21 or more); kStsErr (the big values ran past hufSize:
+ * output partly written, the cursor where the big values ended).
+ * The reader touches the aligned words from the one holding the first bit through the one after
+ * the word holding bit hufSize - 1, never more: big values running beyond read zero bits there. */
+AKLAC_API Status aklsHuffmanDecodeSfb_MP3_1u32s(Akl8u** ppBitStream, Akl32s* pOffset, Akl32s* pDstIs,
+                                                Akl32s* pDstNonZeroBound, const AklMP3SideInfo* pSideInfo,
+                                                const AklMP3FrameHeader* pFrameHeader, Akl32s hufSize,
+                                                const Akl16s* pSfbTableLong);
+
+/* As aklsHuffmanDecodeSfb_MP3_1u32s, with region 0 of window-switched granules
+ * computed from the caller's tables: block types 1 and 3 end it at long band 8,
+ * short blocks at 3 x short band 3, mixed blocks from the partition row.
+ *   pSfbTableLong   in: 6 rows of 23 long band boundaries.
+ *   pSfbTableShort  in: 6 rows of 14 short band boundaries (lines of one window).
+ *   pMbpTable       in: 6 rows of 2: long bands of a mixed block (0..22; clamped), short-band
+ *                   widths to add (region 0 then ends at most at short band 13).
+ * Statuses, in this order: kStsNullPtr; kStsBadArgErr (offset above 7); kStsMP3FrameHeaderErr
+ * (id above 1); kStsMP3SideInfoErr (bigValues * 2 above 576, blockType above 3,
+ * windowSwitchingFlag above 1; window switching with block type 0); kStsMP3FrameHeaderErr
+ * (layer not 1, samplingFreqIndex above 2); kStsMP3SideInfoErr (count1TableSelect above 1,
+ * hufSize outside 0..part23Length; a table number above 31; bad region counts); kStsErr. */
+AKLAC_API Status aklsHuffmanDecodeSfbMbp_MP3_1u32s(Akl8u** ppBitStream, Akl32s* pOffset, Akl32s* pDstIs,
+                                                   Akl32s* pDstNonZeroBound, const AklMP3SideInfo* pSideInfo,
+                                                   const AklMP3FrameHeader* pFrameHeader, Akl32s hufSize,
+                                                   const Akl16s* pSfbTableLong, const Akl16s* pSfbTableShort,
+                                                   const Akl16s* pMbpTable);
+
 /* @mp3-bitstream-end */
 /* @mp3-signal-end */
 
