@@ -585,6 +585,131 @@ AKLAC_API Status aklsHuffmanDecodeSfbMbp_MP3_1u32s(Akl8u** ppBitStream, Akl32s* 
                                                    const Akl16s* pMbpTable);
 
 /* @mp3-bitstream-end */
+/* ---- Layer III signal stages: requantization ----
+ *
+ * Requantizes one granule, both channels, in place: power law, global gain,
+ * scale factors (with scalefac_scale and pre-emphasis), sub-block gains,
+ * mid/side and intensity stereo, and for short blocks the reordering into
+ * three runs of six lines per subband (window w of subband s at lines
+ * 18*s + 6*w .. 18*s + 6*w + 5) that aklsMDCTInv_MP3_32s reads.
+ *   pSrcDstIsXr    in/out  2 x 576 Akl32s, channel 0 then channel 1: the
+ *                          Huffman decoder's quantized values (magnitudes up
+ *                          to 8206) in, Q26 values (saturated) out
+ *   pNonZeroBound  in/out  per channel, last non-zero line + 1 (0..576);
+ *                          recomputed on return (short blocks first rounded
+ *                          up to a whole subband)
+ *   pScaleFactor   in      2 x 39 Akl8s: channel 0's array at entry 0 and
+ *                          channel 1's at entry 39, each in the layout of
+ *                          aklsUnpackScaleFactors_MP3_1u8s (negative values
+ *                          mark illegal MPEG-2 intensity positions)
+ *   pSideInfo      in      the granule's two side-information records,
+ *                          channel 0 then channel 1
+ *   pFrameHeader   in      the frame's header (id, samplingFreqIndex, mode,
+ *                          modeExtension are read)
+ *   pBuffer        work    576 Akl32s
+ *   pSfbTableLong  in      long band boundaries, 23 per row, 6 rows
+ *                          (row = id * 3 + samplingFreqIndex)
+ *   pSfbTableShort in      short band boundaries in lines of one window, 14
+ *                          per row, same rows
+ * Statuses, in check order: kStsNullPtr; kStsMP3FrameHeaderErr (id above 1,
+ * samplingFreqIndex above 2, mode or modeExtension above 3);
+ * kStsMP3SideInfoErr (a stereo tool on and the channels' blockType or
+ * mixedBlockFlag differ; blockType above 3 or mixedBlockFlag above 1);
+ * kStsBadArgErr (a bound above 576); then, while converting (spectrum left
+ * partly converted): kStsMP3SideInfoErr (globalGain above 255,
+ * scalefacScale or preflag above 1), kStsErr (subblockGain above 7 in a
+ * short block, or a quantized magnitude above 8206). */
+AKLAC_API Status aklsReQuantizeSfb_MP3_32s_I(Akl32s* pSrcDstIsXr, int* pNonZeroBound, const Akl8s* pScaleFactor,
+                                             const AklMP3SideInfo* pSideInfo, const AklMP3FrameHeader* pFrameHeader,
+                                             Akl32s* pBuffer, const Akl16s* pSfbTableLong,
+                                             const Akl16s* pSfbTableShort);
+
+/* aklsReQuantizeSfb_MP3_32s_I with the library's scale-factor band tables
+ * (ISO/IEC 11172-3 and 13818-3).  Arguments and statuses as there. */
+AKLAC_API Status aklsReQuantize_MP3_32s_I(Akl32s* pSrcDstIsXr, int* pNonZeroBound, const Akl8s* pScaleFactor,
+                                          const AklMP3SideInfo* pSideInfo, const AklMP3FrameHeader* pFrameHeader,
+                                          Akl32s* pBuffer);
+
+/* ---- Layer III signal stages: inverse MDCT and polyphase synthesis ----
+ *
+ * Fixed-point formats between the stages: requantized spectra are Q26 (the
+ * standard's values times 2^26); the inverse MDCT's time samples, which the
+ * synthesis filter bank reads, are Q26 as well.  Per channel a decoder keeps
+ * an overlap buffer of 576 Akl32s and a subband count (both zero at the
+ * start), and a synthesis history of 512 Akl32s with a ring offset (zero at
+ * the start). */
+
+/* Alias reduction, inverse MDCT with the block-type window, overlap-add and
+ * frequency inversion for one channel of one granule.
+ *   pSrcXr          in/out  576 Q26 lines in the requantizer's layout (short
+ *                           blocks: each window's 6 lines of a subband
+ *                           consecutive); alias reduction works in place
+ *   pDstY           out     576 Q26 time samples, slot-major: subband s of
+ *                           time slot t at 32*t + s (pass pDstY + 32*t to
+ *                           aklsSynthPQMF_MP3_32s16s for t = 0..17)
+ *   pOverlapBuf     in/out  576 Q26 overlap tails of this channel (18 per
+ *                           subband, subband-major)
+ *   nonZeroBound    in      last non-zero line + 1, 0..576
+ *   pPrevNumSbImdct in/out  subbands transformed for the previous granule,
+ *                           0..32; set to this granule's count
+ *   blockType       in      0 normal, 1 start, 2 short, 3 stop
+ *   mixedBlock      in      0 or 1 (1: subbands 0 and 1 long, normal window)
+ * Statuses: kStsNullPtr (any pointer null); kStsBadArgErr (bound above 576,
+ * block type outside 0..3, mixed flag above 1, previous count above 32). */
+AKLAC_API Status aklsMDCTInv_MP3_32s(Akl32s* pSrcXr, Akl32s* pDstY, Akl32s* pOverlapBuf, int nonZeroBound,
+                                     int* pPrevNumSbImdct, int blockType, int mixedBlock);
+
+/* Polyphase synthesis of one time slot to 16-bit PCM.
+ *   pSrcY      in      32 Q26 subband samples of one slot, subband 0 first
+ *   pDstPcm    out     32 PCM samples, written at pDstPcm[mode * j]
+ *   pVBuffer   in/out  the channel's history: 512 Akl32s (16 slots of 32)
+ *   pVPosition in/out  ring slot index 0..15, stepped back by one per call
+ *   mode       in      1 (one channel) or 2 (interleaved stereo: the caller
+ *                      points at the channel's first sample)
+ * Output is rounded to nearest and saturated to -32768..32767.
+ * Statuses: kStsNullPtr; kStsBadArgErr (mode not 1 or 2, *pVPosition not in
+ * 0..15). */
+AKLAC_API Status aklsSynthPQMF_MP3_32s16s(const Akl32s* pSrcY, Akl16s* pDstPcm, Akl32s* pVBuffer, int* pVPosition,
+                                          int mode);
+
+/* Floating-point polyphase synthesis context (tag 0x434D4167): the history
+ * of one channel (16 slots of 32 values) and its ring position. */
+typedef struct AklsFilterState_PQMF_MP3_32f AklsFilterState_PQMF_MP3_32f;
+
+/* Bytes that aklsSynthesisFilterInit_PQMF_MP3_32f needs (alignment slack
+ * included).
+ *   pSize out  the size
+ * Statuses: kStsNullPtr. */
+AKLAC_API Status aklsSynthesisFilterGetSize_PQMF_MP3_32f(int* pSize);
+
+/* Builds a synthesis context with cleared history in caller memory of at
+ * least the GetSize size (any alignment; built at the next 16-byte boundary).
+ *   pState in/out  the memory
+ * Statuses: kStsNullPtr. */
+AKLAC_API Status aklsSynthesisFilterInit_PQMF_MP3_32f(AklsFilterState_PQMF_MP3_32f* pState);
+
+/* Allocates (aklMalloc) and builds a synthesis context.
+ *   ppState out  the raw pointer to pass to the other operations
+ * Statuses: kStsNullPtr; kStsMemAllocErr (*ppState unwritten). */
+AKLAC_API Status aklsSynthesisFilterInitAlloc_PQMF_MP3_32f(AklsFilterState_PQMF_MP3_32f** ppState);
+
+/* Releases a context built by InitAlloc (caller memory is left alone); the
+ * tag is kept.
+ *   pState in  the context
+ * Statuses: kStsNullPtr; kStsContextMismatch (wrong tag, nothing released). */
+AKLAC_API Status aklsSynthesisFilterFree_PQMF_MP3_32f(AklsFilterState_PQMF_MP3_32f* pState);
+
+/* Polyphase synthesis of numSlots time slots on floats.
+ *   pSrc      in      numSlots x 32 subband samples, slot-major (subband 0
+ *                     first), the standard's scale (full scale 1.0)
+ *   pDst      out     numSlots x 32 PCM samples, full scale 1.0, not clipped
+ *   pState    in/out  the context (history carried between calls)
+ *   numSlots  in      number of 32-sample time slots, at least 1
+ * Statuses: kStsNullPtr; kStsSizeErr (numSlots below 1);
+ * kStsContextMismatch. */
+AKLAC_API Status aklsSynthesisFilter_PQMF_MP3_32f(const Akl32f* pSrc, Akl32f* pDst,
+                                                  AklsFilterState_PQMF_MP3_32f* pState, int numSlots);
+
 /* @mp3-signal-end */
 
 /* ========================================================================

@@ -1,0 +1,274 @@
+// Layer III inverse MDCT with windowing and overlap-add (the frequency-to-time
+// half of the hybrid synthesis filter bank).
+//
+// Fixed-point scale.  Input lines and every output (time samples, overlap
+// tails) are Q26 of the standard's values: the number that the standard's
+// floating-point decoder would hold, times 2^26.  A full-scale subband signal
+// is about 1.0, so Q26 leaves 5 bits of headroom above full scale and puts
+// the rounding step 2^-26 eleven bits below the last bit of 16-bit PCM
+// (2^-15).  Short blocks: each output is one 64-bit sum of 6 Q26 x Q28
+// products (window folded into the matrix), rounded once to Q26.  Long
+// blocks: a factorised DCT-IV (see Dct4x18) in 64-bit Q26 with a rounding
+// after each of its three multiply stages, then the window in Q30.  Every
+// bound is worked out for inputs saturated at 2^31, so no 64-bit sum can
+// overflow.  Overlap-add saturates.
+//
+// Alias-reduction butterflies use Q31 cs/ca coefficients with the 64-bit
+// product shifted right by 31 (the doubled-operand, upper-half multiply).
+//
+// Frequency inversion (negating the odd time samples of odd subbands) is done
+// here, so the synthesis filter bank receives the standard's subband samples.
+//
+// Output layout: slot-major, sample of subband s at time slot t at 32*t + s,
+// so that output + 32*t is the input of one synthesis call.  Overlap buffer:
+// 576 values, subband-major (18 tails per subband).
+#include "mp3/imdct.hpp"
+
+#include "core/exports.hpp"
+#include "mp3/mp3_math.hpp"
+
+namespace akl::mp3 {
+
+namespace {
+
+// Alias-reduction coefficients of the standard: c[i] and the derived
+// cs = 1/sqrt(1 + c^2), ca = c/sqrt(1 + c^2), in Q31.
+inline constexpr double kAliasC[8] = {-0.6, -0.535, -0.33, -0.185, -0.095, -0.041, -0.0142, -0.0037};
+
+struct AliasTables {
+  std::int32_t cs[8];
+  std::int32_t ca[8];
+};
+constexpr AliasTables MakeAlias() {
+  AliasTables t{};
+  for (int i = 0; i < 8; ++i) {
+    const double d = ConstSqrt(1.0 + kAliasC[i] * kAliasC[i]);
+    t.cs[i] = ConstQ(1.0 / d, 31);
+    t.ca[i] = ConstQ(kAliasC[i] / d, 31);
+  }
+  return t;
+}
+inline constexpr AliasTables kAlias = MakeAlias();
+
+// Window of block type bt (0 normal, 1 start, 2 short, 3 stop) at sample i of 36.
+constexpr double LongWindow(int bt, int i) {
+  const double sin36 = ConstSin(kPi / 36.0 * (i + 0.5));
+  if (bt == 1) {
+    if (i < 18) return sin36;
+    if (i < 24) return 1.0;
+    if (i < 30) return ConstSin(kPi / 12.0 * (i - 18 + 0.5));
+    return 0.0;
+  }
+  if (bt == 3) {
+    if (i < 6) return 0.0;
+    if (i < 12) return ConstSin(kPi / 12.0 * (i - 6 + 0.5));
+    if (i < 18) return 1.0;
+    return sin36;
+  }
+  return sin36;
+}
+
+// Long transform.  The 36 unwindowed outputs are, up to sign, the 18
+// values of a DCT-IV, y(n) = sum_k X_k cos(pi/72 (2n+1)(2k+1)):
+// x[i] = y(i+9) for i < 9, -y(26-i) for 9 <= i < 27, -y(i-27) above.  The
+// DCT-IV runs as a 9-point complex DFT between two twiddles: v_k =
+// (X[2k] + i X[17-2k]) e^(-i pi (4k+1)/72), V = DFT9(v) (as 3 x 3 with
+// four inner twiddles), W_m = V_m e^(-i pi m/18), y(2m) = Re W_m and
+// y(17-2m) = -Im W_m.  Values stay in Q26 in 64-bit integers; constants are
+// Q30 before the DFT (|X| <= 2^31 keeps products below 2^62), Q28 inside
+// it (values up to 2^35) and Q27 after it, each product rounded back to
+// Q26 (about 2^-27 each, far below the 16-bit step).
+struct C64 {
+  std::int64_t re, im;
+};
+struct LongDct4 {
+  std::int32_t pre_c[9], pre_s[9];    // cos, sin of pi (4k+1)/72, Q30
+  std::int32_t post_c[9], post_s[9];  // cos, sin of pi m/18, Q27
+  std::int32_t w9_c[5], w9_s[5];      // cos, sin of 2 pi j/9, j = 0..4, Q28
+  std::int32_t sqrt3_2;               // sqrt(3)/2, Q28
+};
+constexpr LongDct4 MakeLongDct4() {
+  LongDct4 t{};
+  for (int k = 0; k < 9; ++k) {
+    t.pre_c[k] = ConstQ(ConstCos(kPi * (4 * k + 1) / 72.0), 30);
+    t.pre_s[k] = ConstQ(ConstSin(kPi * (4 * k + 1) / 72.0), 30);
+    t.post_c[k] = ConstQ(ConstCos(kPi * k / 18.0), 27);
+    t.post_s[k] = ConstQ(ConstSin(kPi * k / 18.0), 27);
+  }
+  for (int j = 0; j < 5; ++j) {
+    t.w9_c[j] = ConstQ(ConstCos(2.0 * kPi * j / 9.0), 28);
+    t.w9_s[j] = ConstQ(ConstSin(2.0 * kPi * j / 9.0), 28);
+  }
+  t.sqrt3_2 = ConstQ(ConstSqrt(3.0) / 2.0, 28);
+  return t;
+}
+inline constexpr LongDct4 kDct4 = MakeLongDct4();
+
+// 3-point DFT with e^(-2 pi i/3): (a, b, c) -> (a + t, a - t/2 - i s3 d, a - t/2 + i s3 d)
+// with t = b + c, d = b - c.
+inline void Dft3(C64 a, C64 b, C64 c, C64* o0, C64* o1, C64* o2) {
+  const C64 t{b.re + c.re, b.im + c.im};
+  const C64 d{b.re - c.re, b.im - c.im};
+  const C64 m{a.re - RoundShr(t.re, 1), a.im - RoundShr(t.im, 1)};
+  const std::int64_t dr = RoundShr(d.re * kDct4.sqrt3_2, 28), di = RoundShr(d.im * kDct4.sqrt3_2, 28);
+  *o0 = {a.re + t.re, a.im + t.im};
+  *o1 = {m.re + di, m.im - dr};  // m - i s3 d
+  *o2 = {m.re - di, m.im + dr};  // m + i s3 d
+}
+
+// y(0..17) of the DCT-IV above, rounded to Q26 with saturation.
+void Dct4x18(const std::int32_t* x, std::int32_t* y) {
+  C64 v[9];
+  for (int k = 0; k < 9; ++k) {
+    const std::int64_t re = x[2 * k], im = x[17 - 2 * k];
+    v[k] = {RoundShr(re * kDct4.pre_c[k] + im * kDct4.pre_s[k], 30),
+            RoundShr(im * kDct4.pre_c[k] - re * kDct4.pre_s[k], 30)};
+  }
+  // DFT9: k = 3a + b, m = c + 3d.  Inner DFT3 over a for each b, twiddle
+  // by e^(-2 pi i b c/9), outer DFT3 over b for each c.
+  C64 inner[3][3];  // [b][c]
+  for (int b = 0; b < 3; ++b) Dft3(v[b], v[3 + b], v[6 + b], &inner[b][0], &inner[b][1], &inner[b][2]);
+  for (int b = 1; b < 3; ++b)
+    for (int c = 1; c < 3; ++c) {
+      const int j = b * c;  // 1, 2 or 4
+      const C64 z = inner[b][c];
+      inner[b][c] = {RoundShr(z.re * kDct4.w9_c[j] + z.im * kDct4.w9_s[j], 28),
+                     RoundShr(z.im * kDct4.w9_c[j] - z.re * kDct4.w9_s[j], 28)};
+    }
+  C64 big[9];
+  for (int c = 0; c < 3; ++c) Dft3(inner[0][c], inner[1][c], inner[2][c], &big[c], &big[c + 3], &big[c + 6]);
+  for (int m = 0; m < 9; ++m) {
+    const C64 z = big[m];
+    const std::int64_t re = RoundShr(z.re * kDct4.post_c[m] + z.im * kDct4.post_s[m], 27);
+    const std::int64_t im = RoundShr(z.im * kDct4.post_c[m] - z.re * kDct4.post_s[m], 27);
+    y[2 * m] = SatS32(re);
+    y[17 - 2 * m] = SatS32(-im);
+  }
+}
+
+// Windows of block types 0 (normal), 1 (start), 3 (stop) in Q30, as rows 0..2.
+struct LongWindows {
+  std::int32_t w[3][36];
+};
+constexpr LongWindows MakeLongWindows() {
+  LongWindows m{};
+  const int types[3] = {0, 1, 3};
+  for (int t = 0; t < 3; ++t)
+    for (int i = 0; i < 36; ++i) m.w[t][i] = ConstQ(LongWindow(types[t], i), 30);
+  return m;
+}
+inline constexpr LongWindows kLongWindowQ30 = MakeLongWindows();
+
+// Short transform with its window, Q28: rows = sample 0..11 of one window.
+struct ShortMatrix {
+  std::int32_t m[12][6];
+};
+constexpr ShortMatrix MakeShort() {
+  ShortMatrix m{};
+  for (int i = 0; i < 12; ++i)
+    for (int k = 0; k < 6; ++k)
+      m.m[i][k] = ConstQ(ConstSin(kPi / 12.0 * (i + 0.5)) * ConstCos(kPi / 24.0 * (2 * i + 1 + 6) * (2 * k + 1)), 28);
+  return m;
+}
+inline constexpr ShortMatrix kShortQ28 = MakeShort();
+
+// Q26 x Q28 sums back to Q26.
+inline std::int32_t RoundQ54ToQ26(std::int64_t acc) { return SatS32(RoundShr(acc, 28)); }
+
+}  // namespace
+
+int ImdctSubbandCount(int bound, int block_type, int mixed) {
+  int n;
+  if (block_type == 2) {
+    n = (bound * 3641 + 61897) >> 16;
+    if (mixed && n < 2) n = 2;
+  } else {
+    n = ((bound * 3641 + 29128) >> 16) + 1;
+  }
+  return n > kSubbands ? kSubbands : n;
+}
+
+void AliasReduce(std::int32_t* spec, int n, int block_type, int mixed) {
+  int boundaries = n - 1;
+  if (block_type == 2) boundaries = mixed ? (n >= 2 ? 1 : 0) : 0;
+  for (int sb = 0; sb < boundaries; ++sb) {
+    std::int32_t* up = spec + 18 * sb + 17;
+    std::int32_t* dn = spec + 18 * (sb + 1);
+    for (int i = 0; i < 8; ++i) {
+      const std::int64_t x = up[-i];
+      const std::int64_t y = dn[i];
+      up[-i] = SatS32(((x * kAlias.cs[i]) >> 31) - ((y * kAlias.ca[i]) >> 31));
+      dn[i] = SatS32(((y * kAlias.cs[i]) >> 31) + ((x * kAlias.ca[i]) >> 31));
+    }
+  }
+}
+
+void ImdctLong(const std::int32_t* lines, int block_type, std::int32_t* out36) {
+  const std::int32_t* w = kLongWindowQ30.w[block_type == 1 ? 1 : block_type == 3 ? 2 : 0];
+  std::int32_t y[18];
+  Dct4x18(lines, y);
+  std::int32_t x[36];
+  for (int i = 0; i < 9; ++i) x[i] = y[i + 9];
+  for (int i = 9; i < 27; ++i) x[i] = SatS32(-static_cast<std::int64_t>(y[26 - i]));
+  for (int i = 27; i < 36; ++i) x[i] = SatS32(-static_cast<std::int64_t>(y[i - 27]));
+  for (int i = 0; i < 36; ++i) out36[i] = SatS32(RoundShr(static_cast<std::int64_t>(x[i]) * w[i], 30));
+}
+
+void ImdctShort(const std::int32_t* lines, std::int32_t* out36) {
+  std::int64_t acc[36] = {};
+  for (int w = 0; w < 3; ++w) {
+    const std::int32_t* x = lines + 6 * w;
+    for (int i = 0; i < 12; ++i) {
+      std::int64_t s = 0;
+      for (int k = 0; k < 6; ++k) s += static_cast<std::int64_t>(x[k]) * kShortQ28.m[i][k];
+      acc[6 + 6 * w + i] += s;
+    }
+  }
+  for (int i = 0; i < 36; ++i) out36[i] = RoundQ54ToQ26(acc[i]);
+}
+
+void MdctInvKernel(std::int32_t* spec, std::int32_t* out, std::int32_t* overlap, int bound, std::int32_t* prev_count,
+                   int block_type, int mixed) {
+  const int n = ImdctSubbandCount(bound, block_type, mixed);
+  AliasReduce(spec, n, block_type, mixed);
+  const int active = n > *prev_count ? n : *prev_count;
+  std::int32_t z[36];
+  for (int sb = 0; sb < kSubbands; ++sb) {
+    std::int32_t* ov = overlap + 18 * sb;
+    std::int32_t tail[18];
+    if (sb < n) {
+      const std::int32_t* lines = spec + 18 * sb;
+      if (block_type == 2 && !(mixed && sb < 2))
+        ImdctShort(lines, z);
+      else
+        ImdctLong(lines, (mixed && sb < 2) ? 0 : block_type, z);
+      for (int i = 0; i < 18; ++i) {
+        tail[i] = SatS32(static_cast<std::int64_t>(z[i]) + ov[i]);
+        ov[i] = z[18 + i];
+      }
+    } else if (sb < active) {
+      for (int i = 0; i < 18; ++i) {
+        tail[i] = ov[i];
+        ov[i] = 0;
+      }
+    } else {
+      for (int i = 0; i < 18; ++i) tail[i] = 0;
+    }
+    if (sb & 1)
+      for (int i = 1; i < 18; i += 2) tail[i] = SatS32(-static_cast<std::int64_t>(tail[i]));
+    for (int t = 0; t < 18; ++t) out[32 * t + sb] = tail[t];
+  }
+  *prev_count = n;
+}
+
+Status aklsMDCTInv_MP3_32s(Akl32s* pSrcXr, Akl32s* pDstY, Akl32s* pOverlapBuf, int nonZeroBound,
+                           int* pPrevNumSbImdct, int blockType, int mixedBlock) {
+  if (!pSrcXr || !pDstY || !pOverlapBuf || !pPrevNumSbImdct) return kStsNullPtr;
+  if (static_cast<unsigned>(nonZeroBound) > 576u || static_cast<unsigned>(blockType) > 3u ||
+      static_cast<unsigned>(mixedBlock) > 1u || static_cast<unsigned>(*pPrevNumSbImdct) > 32u)
+    return kStsBadArgErr;
+  MdctInvKernel(pSrcXr, pDstY, pOverlapBuf, nonZeroBound, pPrevNumSbImdct, blockType, mixedBlock);
+  return kStsOk;
+}
+
+}  // namespace akl::mp3

@@ -1,0 +1,30 @@
+// Inverse MDCT of the Layer III hybrid filter bank: internal kernels, shared
+// with the tests.
+#pragma once
+
+#include <cstdint>
+
+namespace akl::mp3 {
+
+inline constexpr int kSubbands = 32;
+inline constexpr int kLinesPerSubband = 18;
+inline constexpr int kGranuleLines = 576;
+
+// Number of subbands that can hold non-zero lines after alias reduction,
+// from the non-zero bound (0..576), block type and mixed flag.
+int ImdctSubbandCount(int bound, int block_type, int mixed);
+
+// Alias reduction in place over the boundaries below `n` subbands (only the
+// boundary between subbands 0 and 1 for a mixed block, none for short blocks).
+void AliasReduce(std::int32_t* spec_q26, int n, int block_type, int mixed);
+
+// One subband: 18 Q26 lines (or three runs of 6 for short blocks) to 36
+// windowed Q26 time samples, accumulated before the one rounding.
+void ImdctLong(const std::int32_t* lines_q26, int block_type, std::int32_t* out36_q26);
+void ImdctShort(const std::int32_t* lines_q26, std::int32_t* out36_q26);
+
+// The whole granule of one channel, assuming valid arguments.
+void MdctInvKernel(std::int32_t* spec_q26, std::int32_t* out_q26, std::int32_t* overlap_q26, int bound,
+                   std::int32_t* prev_count, int block_type, int mixed);
+
+}  // namespace akl::mp3

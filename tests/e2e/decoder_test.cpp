@@ -1,0 +1,199 @@
+// akl-mp3dec's engine on memory buffers: gapless trimming, tags, damaged and
+// truncated input, unsupported streams, format changes.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstring>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "mp3dec/mp3_stream.hpp"
+
+namespace {
+
+std::vector<std::uint8_t> Read(const std::string& name) {
+  std::vector<std::uint8_t> d;
+  std::FILE* f = std::fopen((std::string(AKLAC_E2E_DATA_DIR) + "/" + name).c_str(), "rb");
+  if (!f) return d;
+  unsigned char buf[65536];
+  std::size_t n;
+  while ((n = std::fread(buf, 1, sizeof buf, f)) > 0) d.insert(d.end(), buf, buf + n);
+  std::fclose(f);
+  return d;
+}
+
+struct Decoded {
+  std::vector<std::int16_t> pcm;
+  int rate = 0, channels = 0;
+  aklmp3::DecodeStats stats;
+  std::size_t frames() const { return channels ? pcm.size() / static_cast<std::size_t>(channels) : 0; }
+};
+
+class Sink : public aklmp3::PcmSink {
+ public:
+  explicit Sink(Decoded* d) : d_(d) {}
+  void Format(int rate, int channels) override {
+    d_->rate = rate;
+    d_->channels = channels;
+  }
+  void Write(const std::int16_t* s, std::size_t frames) override {
+    d_->pcm.insert(d_->pcm.end(), s, s + frames * static_cast<std::size_t>(d_->channels));
+  }
+  Decoded* d_;
+};
+
+Decoded Decode(const std::vector<std::uint8_t>& in, bool gapless = true) {
+  Decoded d;
+  Sink sink(&d);
+  aklmp3::DecodeOptions o;
+  o.gapless = gapless;
+  // An exact-size heap copy, so that any read past the end is caught.
+  std::vector<std::uint8_t> exact(in);
+  exact.shrink_to_fit();
+  d.stats = aklmp3::DecodeBuffer(exact.data(), exact.size(), o, &sink);
+  return d;
+}
+
+TEST(Mp3Decoder, GaplessTrimFromLameTag) {
+  const auto in = Read("mp3_e2e/sine_gapless.mp3");
+  ASSERT_FALSE(in.empty());
+  const Decoded g = Decode(in);
+  EXPECT_TRUE(g.stats.lame_tag);
+  EXPECT_EQ(g.stats.encoder_delay, 576);
+  EXPECT_EQ(g.frames(), 44100u);  // the source's length exactly
+  // Against the reference decoder's gapless output: same alignment, +-1.
+  const auto ref = Read("mp3_e2e/sine_gapless.mp3.mpg123.s16");
+  ASSERT_EQ(ref.size(), g.pcm.size() * 2);
+  int worst = 0;
+  for (std::size_t i = 0; i < g.pcm.size(); ++i) {
+    const int r = static_cast<std::int16_t>(ref[2 * i] | (ref[2 * i + 1] << 8));
+    worst = std::max(worst, std::abs(r - g.pcm[i]));
+  }
+  EXPECT_LE(worst, 1);
+  // Without trimming: every frame but the Info frame, and the trimmed
+  // decode is a slice of it starting after encoder and decoder delay.
+  const Decoded all = Decode(in, false);
+  EXPECT_EQ(all.frames(), static_cast<std::size_t>(all.stats.frames) * 1152);
+  const std::size_t skip = static_cast<std::size_t>(g.stats.encoder_delay + 529) * 2;
+  ASSERT_GE(all.pcm.size(), skip + g.pcm.size());
+  EXPECT_TRUE(std::equal(g.pcm.begin(), g.pcm.end(), all.pcm.begin() + static_cast<std::ptrdiff_t>(skip)));
+}
+
+TEST(Mp3Decoder, VbrStreamWithXingFrame) {
+  const Decoded d = Decode(Read("mp3_e2e/sine_vbr.mp3"));
+  EXPECT_EQ(d.frames(), 44100u);
+  EXPECT_EQ(d.stats.damaged, 0);
+}
+
+// ID3v2 in front, APE and ID3v1 behind: the audio decodes as without them.
+TEST(Mp3Decoder, SkipsTags) {
+  const auto plain = Read("mp3_ref/mp3_m2_22k05_mono_40_speech.mp3");
+  ASSERT_FALSE(plain.empty());
+  std::vector<std::uint8_t> tagged = {'I', 'D', '3', 4, 0, 0, 0, 0, 2, 1};  // 257 bytes of frames follow
+  // Frame data that contains a false sync word.
+  for (int i = 0; i < 257; ++i) tagged.push_back(i % 7 == 0 ? 0xFF : 0xFB);
+  tagged.insert(tagged.end(), plain.begin(), plain.end());
+  std::vector<std::uint8_t> ape(32, 0);
+  std::memcpy(ape.data(), "APETAGEX", 8);
+  ape[8] = 0xD0, ape[9] = 0x07;                  // version 2000
+  ape[12] = 32 + 16;                              // items + footer
+  std::vector<std::uint8_t> item(16, 0xFF);       // item bytes full of sync-like values
+  std::vector<std::uint8_t> header = ape;
+  header[23] = 0xA0;                              // has a header, this is the header
+  ape[23] = 0x80;                                 // has a header
+  tagged.insert(tagged.end(), header.begin(), header.end());
+  tagged.insert(tagged.end(), item.begin(), item.end());
+  tagged.insert(tagged.end(), ape.begin(), ape.end());
+  std::vector<std::uint8_t> id3v1(128, 0xFF);
+  std::memcpy(id3v1.data(), "TAG", 3);
+  tagged.insert(tagged.end(), id3v1.begin(), id3v1.end());
+  const Decoded a = Decode(plain), b = Decode(tagged);
+  EXPECT_EQ(a.pcm, b.pcm);
+  EXPECT_EQ(b.stats.damaged, 0);
+  EXPECT_EQ(a.stats.frames, b.stats.frames);
+}
+
+// Bytes overwritten in the middle: the decoder conceals, counts, resyncs,
+// and decodes the rest as before.
+TEST(Mp3Decoder, ConcealsDamagedFrames) {
+  const auto clean = Read("mp3_ref/mp3_m1_44k1_js_128_music.mp3");
+  const Decoded ref = Decode(clean);
+  std::vector<std::uint8_t> bad = clean;
+  for (std::size_t i = 9000; i < 9400; ++i) bad[i] = static_cast<std::uint8_t>(i * 37);
+  const Decoded d = Decode(bad);
+  EXPECT_GE(d.stats.damaged, 1);
+  EXPECT_NEAR(static_cast<double>(d.frames()), static_cast<double>(ref.frames()), 3 * 1152.0);
+  // Everything before the damaged region is untouched.
+  const std::size_t before = 20 * 1152 * 2;
+  EXPECT_TRUE(std::equal(ref.pcm.begin(), ref.pcm.begin() + before, d.pcm.begin()));
+  // Once the reservoir refills, the last frames decode exactly again
+  // (aligned from the end: the damage may have cost a frame).
+  const std::size_t tail = 5 * 1152 * 2;
+  ASSERT_GE(d.pcm.size(), tail);
+  EXPECT_TRUE(std::equal(ref.pcm.end() - tail, ref.pcm.end(), d.pcm.end() - tail));
+}
+
+TEST(Mp3Decoder, CrcMismatchIsConcealed) {
+  auto in = Read("mp3_ref/mp3_m1_48k_st_160_crc_clicks.mp3");
+  ASSERT_GT(in.size(), 40u);
+  in[6 + 5] ^= 0x10;  // first frame, inside the side information after the CRC word
+  const Decoded d = Decode(in);
+  EXPECT_EQ(d.stats.damaged, 1);
+}
+
+TEST(Mp3Decoder, TruncatedAndRandomInputNeverCrash) {
+  const auto clean = Read("mp3_ref/mp3_m2_24k_js_64_crc_clicks.mp3");
+  for (std::size_t cut : {0u, 1u, 3u, 4u, 5u, 30u, 200u, 1000u, 4321u, 12000u}) {
+    SCOPED_TRACE(cut);
+    std::vector<std::uint8_t> part(clean.begin(), clean.begin() + static_cast<std::ptrdiff_t>(std::min(cut, clean.size())));
+    const Decoded d = Decode(part);
+    EXPECT_LE(d.frames(), 65u * 576u);
+  }
+  std::mt19937 rng(20261122u);
+  for (int round = 0; round < 200; ++round) {
+    std::vector<std::uint8_t> junk(rng() % 3000);
+    for (auto& b : junk) b = static_cast<std::uint8_t>(rng());
+    // Plant plausible headers so that the frame loop gets going.
+    for (std::size_t i = 0; i + 4 < junk.size(); i += 1 + rng() % 400) {
+      junk[i] = 0xFF;
+      junk[i + 1] = static_cast<std::uint8_t>(0xF2 | (rng() & 0x0D));
+    }
+    Decode(junk);
+  }
+  // And damaged real frames: random bytes flipped all over a stream.
+  for (int round = 0; round < 20; ++round) {
+    std::vector<std::uint8_t> bad = clean;
+    for (int k = 0; k < 40; ++k) bad[rng() % bad.size()] = static_cast<std::uint8_t>(rng());
+    const Decoded d = Decode(bad);
+    EXPECT_GT(d.frames(), 0u);
+  }
+}
+
+TEST(Mp3Decoder, UnsupportedStreamsAreNamed) {
+  const Decoded l2 = Decode(Read("mp3_e2e/sine_layer2.mp2"));
+  EXPECT_EQ(l2.stats.frames, 0);
+  EXPECT_EQ(l2.stats.unsupported_kind, "Layer II");
+  const Decoded m25 = Decode(Read("mp3_e2e/sine_mpeg25.mp3"));
+  EXPECT_EQ(m25.stats.frames, 0);
+  EXPECT_EQ(m25.stats.unsupported_kind, "MPEG-2.5");
+}
+
+// A stream that switches from 44.1 to 48 kHz keeps the first rate and
+// leaves the other frames out (counted).
+TEST(Mp3Decoder, RateChangeKeepsFirstRate) {
+  const Decoded d = Decode(Read("mp3_e2e/rate_change.mp3"));
+  EXPECT_EQ(d.rate, 44100);
+  EXPECT_GT(d.stats.other_format_frames, 0);
+  EXPECT_EQ(d.frames(), static_cast<std::size_t>(d.stats.frames - d.stats.other_format_frames) * 1152);
+}
+
+// he_mode switches between one and two channels: the output is stereo
+// throughout, mono frames written to both channels.
+TEST(Mp3Decoder, ChannelChangeGivesStereoThroughout) {
+  const Decoded d = Decode(Read("conformance/mp3/he_mode.bit"));
+  EXPECT_EQ(d.channels, 2);
+  for (std::size_t i = 0; i < 10 * 1152; ++i) ASSERT_EQ(d.pcm[2 * i], d.pcm[2 * i + 1]);
+}
+
+}  // namespace

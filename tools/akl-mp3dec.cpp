@@ -1,0 +1,214 @@
+// akl-mp3dec: decodes an MPEG-1/2 Layer III stream to a 16-bit PCM WAV file
+// (or raw PCM) with the aklac library; see --help.
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <string>
+#include <vector>
+
+#include "mp3dec/mp3_stream.hpp"
+
+namespace {
+
+const char kUsage[] =
+    "usage: akl-mp3dec [options] INPUT OUTPUT\n"
+    "\n"
+    "Decodes an MPEG-1 or MPEG-2 Layer III stream (mono, stereo, joint or dual\n"
+    "channel; CRC, free format and VBR streams) to 16-bit PCM.  INPUT or OUTPUT\n"
+    "may be '-' for standard input or output.\n"
+    "\n"
+    "options:\n"
+    "  --raw         write headerless interleaved signed 16-bit little-endian PCM\n"
+    "                instead of a WAV file\n"
+    "  --no-gapless  keep every decoded sample; by default the encoder delay and\n"
+    "                padding recorded in a LAME tag are trimmed, as gapless\n"
+    "                players do\n"
+    "  --quiet       print nothing but errors\n"
+    "  --help        show this text\n"
+    "\n"
+    "ID3v2, ID3v1, APE and Lyrics3 tags and the Xing/Info/VBRI frame are skipped.\n"
+    "Damaged or truncated frames are concealed (decoded as silence) and counted;\n"
+    "decoding resumes at the next good frame.  The output has the sampling rate of\n"
+    "the first frame and the largest channel count found in the stream: mono frames\n"
+    "in a stream that also holds stereo frames are written to both channels, and\n"
+    "frames at another sampling rate are left out (and counted).  MPEG-2.5 and\n"
+    "Layers I and II are not supported.\n";
+
+void PutLe(std::vector<unsigned char>& b, std::uint32_t v, int bytes) {
+  for (int i = 0; i < bytes; ++i) b.push_back(static_cast<unsigned char>(v >> (8 * i)));
+}
+
+std::vector<unsigned char> WavHeader(int rate, int channels, std::uint64_t data_bytes) {
+  const std::uint32_t data = data_bytes > 0xFFFFFFF0u - 36 ? 0xFFFFFFF0u - 36 : static_cast<std::uint32_t>(data_bytes);
+  std::vector<unsigned char> h;
+  const char* riff = "RIFF";
+  h.insert(h.end(), riff, riff + 4);
+  PutLe(h, 36 + data, 4);
+  const char* wave = "WAVEfmt ";
+  h.insert(h.end(), wave, wave + 8);
+  PutLe(h, 16, 4);
+  PutLe(h, 1, 2);
+  PutLe(h, static_cast<std::uint32_t>(channels), 2);
+  PutLe(h, static_cast<std::uint32_t>(rate), 4);
+  PutLe(h, static_cast<std::uint32_t>(rate * channels * 2), 4);
+  PutLe(h, static_cast<std::uint32_t>(channels * 2), 2);
+  PutLe(h, 16, 2);
+  const char* d = "data";
+  h.insert(h.end(), d, d + 4);
+  PutLe(h, data, 4);
+  return h;
+}
+
+class FileSink : public aklmp3::PcmSink {
+ public:
+  FileSink(std::FILE* f, bool raw, bool progress) : f_(f), raw_(raw), progress_(progress) {}
+
+  void Format(int rate, int channels) override {
+    rate_ = rate;
+    channels_ = channels;
+    if (!raw_) {
+      // Sizes are patched at the end when the output can seek; a pipe keeps
+      // the largest size, which readers take as "until the end".
+      const auto h = WavHeader(rate, channels, 0xFFFFFFFFull);
+      Put(h.data(), h.size());
+    }
+  }
+  void Write(const std::int16_t* s, std::size_t frames) override {
+    const std::size_t n = frames * static_cast<std::size_t>(channels_);
+    bytes_.resize(n * 2);
+    for (std::size_t i = 0; i < n; ++i) {
+      const auto v = static_cast<std::uint16_t>(s[i]);
+      bytes_[2 * i] = static_cast<unsigned char>(v & 0xFF);
+      bytes_[2 * i + 1] = static_cast<unsigned char>(v >> 8);
+    }
+    Put(bytes_.data(), bytes_.size());
+    data_bytes_ += bytes_.size();
+  }
+  void Progress(std::size_t done, std::size_t total) override {
+    if (!progress_ || total == 0) return;
+    const auto now = std::chrono::steady_clock::now();
+    if (done < total && now - last_ < std::chrono::milliseconds(200)) return;
+    last_ = now;
+    std::fprintf(stderr, "\rakl-mp3dec: %3d%%", static_cast<int>(100.0 * static_cast<double>(done) / static_cast<double>(total)));
+    shown_ = true;
+    if (done >= total) std::fprintf(stderr, "\r                \r");
+  }
+  bool Finish() {
+    if (!raw_ && rate_ && std::fseek(f_, 0, SEEK_SET) == 0) {
+      const auto h = WavHeader(rate_, channels_, data_bytes_);
+      Put(h.data(), h.size());
+    }
+    return !failed_ && std::fflush(f_) == 0;
+  }
+  bool failed() const { return failed_; }
+
+ private:
+  void Put(const void* p, std::size_t n) {
+    if (!failed_ && std::fwrite(p, 1, n, f_) != n) failed_ = true;
+  }
+  std::FILE* f_;
+  bool raw_, progress_;
+  int rate_ = 0, channels_ = 0;
+  std::uint64_t data_bytes_ = 0;
+  std::vector<unsigned char> bytes_;
+  std::chrono::steady_clock::time_point last_{};
+  bool shown_ = false;
+  bool failed_ = false;
+};
+
+bool ReadAll(std::FILE* f, std::vector<std::uint8_t>* out) {
+  unsigned char chunk[1 << 16];
+  std::size_t n;
+  while ((n = std::fread(chunk, 1, sizeof chunk, f)) > 0) out->insert(out->end(), chunk, chunk + n);
+  return !std::ferror(f);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  bool raw = false, quiet = false;
+  aklmp3::DecodeOptions opt;
+  std::vector<std::string> files;
+  for (int i = 1; i < argc; ++i) {
+    const std::string a = argv[i];
+    if (a == "--help" || a == "-h") {
+      std::fputs(kUsage, stdout);
+      return 0;
+    } else if (a == "--raw") {
+      raw = true;
+    } else if (a == "--no-gapless") {
+      opt.gapless = false;
+    } else if (a == "--quiet" || a == "-q") {
+      quiet = true;
+    } else if (a.size() > 1 && a[0] == '-' && a != "-") {
+      std::fprintf(stderr, "akl-mp3dec: unknown option %s (see --help)\n", a.c_str());
+      return 2;
+    } else {
+      files.push_back(a);
+    }
+  }
+  if (files.size() != 2) {
+    std::fputs(kUsage, stderr);
+    return 2;
+  }
+
+  std::vector<std::uint8_t> input;
+  {
+    std::FILE* in = files[0] == "-" ? stdin : std::fopen(files[0].c_str(), "rb");
+    if (!in) {
+      std::fprintf(stderr, "akl-mp3dec: cannot open %s: %s\n", files[0].c_str(), std::strerror(errno));
+      return 1;
+    }
+    const bool ok = ReadAll(in, &input);
+    if (in != stdin) std::fclose(in);
+    if (!ok) {
+      std::fprintf(stderr, "akl-mp3dec: cannot read %s\n", files[0].c_str());
+      return 1;
+    }
+  }
+
+  std::FILE* out = files[1] == "-" ? stdout : std::fopen(files[1].c_str(), "wb");
+  if (!out) {
+    std::fprintf(stderr, "akl-mp3dec: cannot create %s: %s\n", files[1].c_str(), std::strerror(errno));
+    return 1;
+  }
+  const bool progress = !quiet && isatty(STDERR_FILENO) && input.size() > (4u << 20);
+  FileSink sink(out, raw, progress);
+  const std::clock_t cpu0 = std::clock();
+  const auto wall0 = std::chrono::steady_clock::now();
+  const aklmp3::DecodeStats st = aklmp3::DecodeBuffer(input.data(), input.size(), opt, &sink);
+  const double cpu = static_cast<double>(std::clock() - cpu0) / CLOCKS_PER_SEC;
+  const double wall = std::chrono::duration<double>(std::chrono::steady_clock::now() - wall0).count();
+  const bool write_ok = sink.Finish();
+  if (out != stdout) std::fclose(out);
+
+  if (st.frames == 0) {
+    if (st.unsupported_frames)
+      std::fprintf(stderr, "akl-mp3dec: %s: %s streams are not supported (only MPEG-1 and MPEG-2 Layer III)\n",
+                   files[0].c_str(), st.unsupported_kind.c_str());
+    else
+      std::fprintf(stderr, "akl-mp3dec: %s: no MPEG audio Layer III frames found\n", files[0].c_str());
+    return 1;
+  }
+  if (!write_ok) {
+    std::fprintf(stderr, "akl-mp3dec: error writing %s\n", files[1].c_str());
+    return 1;
+  }
+  if (!quiet) {
+    if (st.unsupported_frames)
+      std::fprintf(stderr, "akl-mp3dec: warning: skipped %ld %s frames (not supported)\n", st.unsupported_frames,
+                   st.unsupported_kind.c_str());
+    if (st.other_format_frames)
+      std::fprintf(stderr, "akl-mp3dec: warning: left out %ld frames whose sampling rate differs from %d Hz\n",
+                   st.other_format_frames, st.sample_rate);
+    const double seconds = static_cast<double>(st.samples_out) / st.sample_rate;
+    const double t = cpu > 0 ? cpu : wall;
+    std::fprintf(stderr, "akl-mp3dec: %ld frames, %.2f s, %d Hz %s, %ld damaged, %.0fx real time\n", st.frames,
+                 seconds, st.sample_rate, st.channels == 1 ? "mono" : "stereo", st.damaged,
+                 t > 0 ? seconds / t : 0.0);
+  }
+  return 0;
+}

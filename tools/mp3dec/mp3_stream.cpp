@@ -1,0 +1,522 @@
+// The frame loop of akl-mp3dec; see mp3_stream.hpp.
+#include "mp3_stream.hpp"
+
+#include <algorithm>
+#include <cstring>
+#include <memory>
+
+#include "aklac.h"
+
+namespace aklmp3 {
+
+namespace {
+
+// ---------------------------------------------------------------------------
+// Frame headers as far as finding frames needs them.
+
+struct RawHeader {
+  int version = 0;  // 10 = MPEG-1, 20 = MPEG-2, 25 = MPEG-2.5
+  int layer = 0;    // 1, 2 or 3
+  bool crc = false;
+  int bitrate_index = 0;
+  int sfi = 0;
+  int padding = 0;
+  int mode = 0;
+  int sample_rate = 0;
+  int channels = 0;
+  int samples = 0;     // per channel and frame
+  int side_bytes = 0;  // Layer III side information
+  int frame_bytes = 0;  // 0 for free format
+};
+
+constexpr int kBitrateKbps[3][15] = {
+    {0, 32, 40, 48, 56, 64, 80, 96, 112, 128, 160, 192, 224, 256, 320},  // MPEG-1 Layer III
+    {0, 8, 16, 24, 32, 40, 48, 56, 64, 80, 96, 112, 128, 144, 160},      // MPEG-2/2.5 Layers II, III
+    {0, 32, 48, 56, 64, 80, 96, 112, 128, 160, 192, 224, 256, 320, 384},  // MPEG-1 Layer II
+};
+constexpr int kBitrateLayer1[2][15] = {
+    {0, 32, 64, 96, 128, 160, 192, 224, 256, 288, 320, 352, 384, 416, 448},
+    {0, 32, 48, 56, 64, 80, 96, 112, 128, 144, 160, 176, 192, 224, 256},
+};
+constexpr int kRates[3] = {44100, 48000, 32000};
+
+bool ParseHeader(const std::uint8_t* p, RawHeader* h) {
+  if (p[0] != 0xFF || (p[1] & 0xE0) != 0xE0) return false;
+  const int vbits = (p[1] >> 3) & 3, lbits = (p[1] >> 1) & 3;
+  const int bri = p[2] >> 4, sfi = (p[2] >> 2) & 3;
+  if (vbits == 1 || lbits == 0 || bri == 15 || sfi == 3) return false;
+  h->version = vbits == 3 ? 10 : vbits == 2 ? 20 : 25;
+  h->layer = 4 - lbits;
+  h->crc = (p[1] & 1) == 0;
+  h->bitrate_index = bri;
+  h->sfi = sfi;
+  h->padding = (p[2] >> 1) & 1;
+  h->mode = p[3] >> 6;
+  h->sample_rate = kRates[sfi] / (h->version == 10 ? 1 : h->version == 20 ? 2 : 4);
+  h->channels = h->mode == 3 ? 1 : 2;
+  const bool mpeg1 = h->version == 10;
+  int kbps;
+  if (h->layer == 1)
+    kbps = kBitrateLayer1[mpeg1 ? 0 : 1][bri];
+  else if (h->layer == 2)
+    kbps = kBitrateKbps[mpeg1 ? 2 : 1][bri];
+  else
+    kbps = kBitrateKbps[mpeg1 ? 0 : 1][bri];
+  if (h->layer == 1) {
+    h->samples = 384;
+    h->frame_bytes = kbps ? (12000 * kbps / h->sample_rate + h->padding) * 4 : 0;
+  } else if (h->layer == 2) {
+    h->samples = 1152;
+    h->frame_bytes = kbps ? 144000 * kbps / h->sample_rate + h->padding : 0;
+  } else {
+    h->samples = mpeg1 ? 1152 : 576;
+    h->frame_bytes = kbps ? (mpeg1 ? 144000 : 72000) * kbps / h->sample_rate + h->padding : 0;
+  }
+  h->side_bytes = mpeg1 ? (h->channels == 1 ? 17 : 32) : (h->channels == 1 ? 9 : 17);
+  return true;
+}
+
+bool SameStream(const RawHeader& a, const RawHeader& b) {
+  return a.version == b.version && a.layer == b.layer && a.sfi == b.sfi;
+}
+
+constexpr int kMaxFrameBytes = 4096;
+
+// ---------------------------------------------------------------------------
+// Tags around the audio.
+
+std::size_t SkipId3v2(const std::uint8_t* d, std::size_t size) {
+  std::size_t pos = 0;
+  while (size - pos >= 10 && d[pos] == 'I' && d[pos + 1] == 'D' && d[pos + 2] == '3' && d[pos + 3] != 0xFF &&
+         d[pos + 4] != 0xFF && ((d[pos + 6] | d[pos + 7] | d[pos + 8] | d[pos + 9]) & 0x80) == 0) {
+    const std::size_t len = (std::size_t{d[pos + 6]} << 21) | (std::size_t{d[pos + 7]} << 14) |
+                            (std::size_t{d[pos + 8]} << 7) | d[pos + 9];
+    const std::size_t total = 10 + len + ((d[pos + 5] & 0x10) ? 10 : 0);
+    if (total > size - pos) return size;
+    pos += total;
+  }
+  return pos;
+}
+
+std::uint32_t Le32(const std::uint8_t* p) {
+  return p[0] | (std::uint32_t{p[1]} << 8) | (std::uint32_t{p[2]} << 16) | (std::uint32_t{p[3]} << 24);
+}
+
+// End of the audio once trailing ID3v1, APE and Lyrics3 tags are cut off.
+std::size_t StripTrailingTags(const std::uint8_t* d, std::size_t begin, std::size_t end) {
+  for (bool changed = true; changed;) {
+    changed = false;
+    if (end - begin >= 128 && std::memcmp(d + end - 128, "TAG", 3) == 0) {
+      end -= 128;
+      changed = true;
+    }
+    if (end - begin >= 32 && std::memcmp(d + end - 32, "APETAGEX", 8) == 0) {
+      const std::uint64_t len = Le32(d + end - 32 + 12);
+      const bool has_header = (Le32(d + end - 32 + 20) & 0x80000000u) != 0;
+      const std::uint64_t total = len + (has_header ? 32 : 0);
+      end = total <= end - begin ? end - static_cast<std::size_t>(total) : begin;
+      changed = true;
+    }
+    if (end - begin >= 15 && std::memcmp(d + end - 9, "LYRICS200", 9) == 0) {
+      std::size_t len = 0;
+      for (int i = 0; i < 6; ++i) len = len * 10 + static_cast<std::size_t>(d[end - 15 + i] - '0');
+      if (len + 15 <= end - begin) {
+        end -= len + 15;
+        changed = true;
+      }
+    }
+  }
+  return end;
+}
+
+// ---------------------------------------------------------------------------
+// Finding frames.
+
+struct Frame {
+  std::size_t pos = 0;
+  int bytes = 0;
+  RawHeader h;
+};
+
+class FrameWalker {
+ public:
+  FrameWalker(const std::uint8_t* d, std::size_t begin, std::size_t end) : d_(d), pos_(begin), end_(end) {}
+
+  // Next frame; false at the end.  `skipped_junk` is set when bytes had to
+  // be skipped to find it after the walker was locked onto the stream;
+  // `truncated` when the last frame runs past the end.
+  bool Next(Frame* f, bool* skipped_junk, bool* truncated) {
+    *skipped_junk = false;
+    *truncated = false;
+    bool searching = !locked_;
+    while (pos_ + 4 <= end_) {
+      RawHeader h;
+      if (ParseHeader(d_ + pos_, &h)) {
+        const int len = FrameLength(pos_, h);
+        if (len > 0) {
+          const std::size_t next = pos_ + static_cast<std::size_t>(len);
+          bool ok;
+          if (locked_ && !searching) {
+            ok = true;
+          } else if (next == end_) {
+            ok = true;
+          } else if (next > end_) {
+            ok = locked_;  // a truncated final frame of a stream we follow
+          } else {
+            RawHeader nh;
+            ok = next + 4 <= end_ && ParseHeader(d_ + next, &nh) && SameStream(h, nh);
+          }
+          if (ok) {
+            if (searching && locked_) *skipped_junk = true;
+            locked_ = true;
+            f->pos = pos_;
+            f->bytes = len;
+            f->h = h;
+            if (next > end_) {
+              *truncated = true;
+              pos_ = end_;
+              return true;
+            }
+            pos_ = next;
+            return true;
+          }
+        }
+      }
+      if (locked_ && !searching) searching = true;
+      ++pos_;
+    }
+    return false;
+  }
+
+  std::size_t Position() const { return pos_; }
+
+ private:
+  int FrameLength(std::size_t pos, const RawHeader& h) {
+    if (h.frame_bytes) return h.frame_bytes;
+    if (h.layer != 3) return 0;  // free-format Layers I/II are not followed
+    if (free_bytes_ && free_version_ == h.version && free_sfi_ == h.sfi) return free_bytes_ + h.padding;
+    // Free format: the frame ends where the next header of the same stream
+    // with bit-rate index 0 begins.
+    const std::size_t limit = std::min(end_, pos + kMaxFrameBytes + 1);
+    for (std::size_t q = pos + 4 + static_cast<std::size_t>(h.side_bytes); q + 4 <= limit; ++q) {
+      RawHeader nh;
+      if (ParseHeader(d_ + q, &nh) && SameStream(h, nh) && nh.bitrate_index == 0) {
+        free_bytes_ = static_cast<int>(q - pos) - h.padding;
+        free_version_ = h.version;
+        free_sfi_ = h.sfi;
+        return free_bytes_ + h.padding;
+      }
+    }
+    return 0;
+  }
+
+  const std::uint8_t* d_;
+  std::size_t pos_;
+  std::size_t end_;
+  bool locked_ = false;
+  int free_bytes_ = 0, free_version_ = 0, free_sfi_ = 0;
+};
+
+// ---------------------------------------------------------------------------
+// The Xing/Info frame and its LAME tag.
+
+struct XingInfo {
+  bool present = false;
+  bool lame = false;
+  int delay = 0, padding = 0;
+};
+
+XingInfo ReadXing(const std::uint8_t* f, int bytes, const RawHeader& h) {
+  XingInfo x;
+  const int off = 4 + (h.crc ? 2 : 0) + h.side_bytes;
+  if (off + 8 <= bytes && (std::memcmp(f + off, "Xing", 4) == 0 || std::memcmp(f + off, "Info", 4) == 0)) {
+    x.present = true;
+    const std::uint32_t flags = (std::uint32_t{f[off + 4]} << 24) | (std::uint32_t{f[off + 5]} << 16) |
+                                (std::uint32_t{f[off + 6]} << 8) | f[off + 7];
+    int lame = off + 8 + ((flags & 1) ? 4 : 0) + ((flags & 2) ? 4 : 0) + ((flags & 4) ? 100 : 0) + ((flags & 8) ? 4 : 0);
+    if (lame + 24 <= bytes &&
+        (std::memcmp(f + lame, "LAME", 4) == 0 || std::memcmp(f + lame, "Lavc", 4) == 0 ||
+         std::memcmp(f + lame, "Lavf", 4) == 0 || std::memcmp(f + lame, "L3.99", 5) == 0)) {
+      x.lame = true;
+      x.delay = (f[lame + 21] << 4) | (f[lame + 22] >> 4);
+      x.padding = ((f[lame + 22] & 0x0F) << 8) | f[lame + 23];
+    }
+  } else if (36 + 4 <= bytes && std::memcmp(f + 36, "VBRI", 4) == 0) {
+    x.present = true;
+  }
+  return x;
+}
+
+// CRC-16 of the standard (x^16 + x^15 + x^2 + 1, register preset to ones)
+// over the header's last two bytes and the side information.
+std::uint16_t Crc16(const std::uint8_t* header, const std::uint8_t* side, int side_bytes) {
+  std::uint32_t crc = 0xFFFF;
+  auto feed = [&crc](std::uint8_t byte) {
+    for (int b = 7; b >= 0; --b) {
+      const std::uint32_t in = (byte >> b) & 1u;
+      const std::uint32_t top = (crc >> 15) & 1u;
+      crc = (crc << 1) & 0xFFFF;
+      if (top ^ in) crc ^= 0x8005;
+    }
+  };
+  feed(header[2]);
+  feed(header[3]);
+  for (int i = 0; i < side_bytes; ++i) feed(side[i]);
+  return static_cast<std::uint16_t>(crc);
+}
+
+// ---------------------------------------------------------------------------
+// Gapless trimming between the decoder and the caller's sink.
+
+class Trimmer {
+ public:
+  Trimmer(PcmSink* sink, int channels, std::uint64_t skip, std::uint64_t hold)
+      : sink_(sink), channels_(channels), skip_(skip), hold_(hold) {}
+
+  void Write(const std::int16_t* s, std::size_t frames) {
+    const std::size_t skip = static_cast<std::size_t>(std::min<std::uint64_t>(skip_, frames));
+    skip_ -= skip;
+    s += skip * static_cast<std::size_t>(channels_);
+    frames -= skip;
+    if (hold_ == 0) {
+      Emit(s, frames);
+      return;
+    }
+    held_.insert(held_.end(), s, s + frames * static_cast<std::size_t>(channels_));
+    const std::size_t have = held_.size() / static_cast<std::size_t>(channels_);
+    if (have > hold_) {
+      const std::size_t out = have - static_cast<std::size_t>(hold_);
+      Emit(held_.data(), out);
+      held_.erase(held_.begin(), held_.begin() + static_cast<std::ptrdiff_t>(out * static_cast<std::size_t>(channels_)));
+    }
+  }
+  std::uint64_t written() const { return written_; }
+
+ private:
+  void Emit(const std::int16_t* s, std::size_t frames) {
+    if (!frames) return;
+    sink_->Write(s, frames);
+    written_ += frames;
+  }
+  PcmSink* sink_;
+  int channels_;
+  std::uint64_t skip_, hold_;
+  std::vector<std::int16_t> held_;
+  std::uint64_t written_ = 0;
+};
+
+// ---------------------------------------------------------------------------
+// Decoding one frame with the library.
+
+constexpr int kDecoderDelay = 529;  // samples the hybrid filter bank adds
+constexpr std::size_t kReservoirKeep = 4096;
+constexpr int kPad = 32;  // readable slack around every buffer handed to the library
+
+struct ChannelState {
+  Akl32s overlap[576] = {};
+  int prev_subbands = 0;
+  Akl32s history[512] = {};
+  int ring = 0;
+};
+
+class Engine {
+ public:
+  explicit Engine(int out_channels) : out_channels_(out_channels) { reservoir_.reserve(kReservoirKeep + 4096); }
+
+  // Decodes one frame (its bytes copied into padded storage by the caller)
+  // into pcm_ (h.samples x out_channels).  Returns false if the frame had to
+  // be concealed; *reservoir_gap tells whether that was only for lack of
+  // earlier main data.
+  bool Decode(const std::uint8_t* frame, int bytes, const RawHeader& rh, bool* reservoir_gap) {
+    *reservoir_gap = false;
+    Akl8u* p = const_cast<Akl8u*>(frame);
+    AklMP3FrameHeader hdr{};
+    bool good = aklsUnpackFrameHeader_MP3(&p, &hdr) == kStsOk;
+    const int nch = rh.channels;
+    const int ngr = rh.version == 10 ? 2 : 1;
+    AklMP3SideInfo si[4] = {};
+    Akl32s main_begin = 0, priv = 0, scfsi[8] = {};
+    const int head = 4 + (rh.crc ? 2 : 0);
+    const int main_bytes = bytes - head - rh.side_bytes;
+    if (main_bytes < 0) good = false;
+    if (good && rh.crc && Crc16(frame, frame + head, rh.side_bytes) != static_cast<std::uint16_t>(hdr.crcWord))
+      good = false;
+    if (good) good = aklsUnpackSideInfo_MP3(&p, si, &main_begin, &priv, scfsi, &hdr) == kStsOk;
+
+    // Main data: the reservoir's tail of main_begin bytes, then this frame's.
+    bool have_main = good;
+    if (good && static_cast<std::size_t>(main_begin) > reservoir_.size()) {
+      have_main = false;
+      *reservoir_gap = true;
+    }
+    std::size_t md_len = 0;
+    if (have_main) {
+      md_len = static_cast<std::size_t>(main_begin) + static_cast<std::size_t>(main_bytes);
+      main_.assign(kPad + md_len + kPad, 0);
+      std::memcpy(main_.data() + kPad, reservoir_.data() + reservoir_.size() - static_cast<std::size_t>(main_begin),
+                  static_cast<std::size_t>(main_begin));
+      std::memcpy(main_.data() + kPad + main_begin, frame + head + rh.side_bytes, static_cast<std::size_t>(main_bytes));
+    }
+    if (main_bytes > 0) {
+      reservoir_.insert(reservoir_.end(), frame + head + rh.side_bytes, frame + bytes);
+      if (reservoir_.size() > kReservoirKeep)
+        reservoir_.erase(reservoir_.begin(), reservoir_.end() - static_cast<std::ptrdiff_t>(kReservoirKeep));
+    }
+
+    bool damaged = !good;
+    std::size_t bit = 0;
+    const std::size_t md_bits = md_len * 8;
+    Akl8u* md = main_.empty() ? nullptr : main_.data() + kPad;
+    for (int gr = 0; gr < ngr; ++gr) {
+      int bound[2] = {0, 0};
+      std::memset(xr_, 0, sizeof xr_);
+      for (int ch = 0; ch < nch && have_main; ++ch) {
+        AklMP3SideInfo& g = si[gr * nch + ch];
+        const std::size_t start = bit;
+        bit += static_cast<std::size_t>(g.part23Length);
+        if (bit > md_bits) {
+          damaged = true;
+          continue;
+        }
+        Akl8u* cur = md + start / 8;
+        Akl32s off = static_cast<Akl32s>(start % 8);
+        if (aklsUnpackScaleFactors_MP3_1u8s(&cur, &off, sf_ + 39 * ch, &g, scfsi + 4 * ch, &hdr, gr, ch) != kStsOk) {
+          damaged = true;
+          continue;
+        }
+        const long used = static_cast<long>((cur - md) * 8 + off) - static_cast<long>(start);
+        const long huff = g.part23Length - used;
+        if (huff < 0 ||
+            aklsHuffmanDecode_MP3_1u32s(&cur, &off, xr_ + 576 * ch, &bound[ch], &g, &hdr, static_cast<int>(huff)) !=
+                kStsOk) {
+          std::memset(xr_ + 576 * ch, 0, 576 * sizeof(Akl32s));
+          bound[ch] = 0;
+          damaged = true;
+        }
+      }
+      const AklMP3SideInfo* gsi = &si[gr * nch];
+      AklMP3SideInfo plain[2] = {};
+      if (have_main && !damaged) {
+        if (aklsReQuantize_MP3_32s_I(xr_, bound, sf_, gsi, &hdr, work_) != kStsOk) {
+          damaged = true;
+        }
+      }
+      if (!have_main || damaged) {
+        // Conceal: silence through the filter banks, so earlier tails fade out.
+        std::memset(xr_, 0, sizeof xr_);
+        bound[0] = bound[1] = 0;
+        gsi = plain;
+      }
+      for (int ch = 0; ch < nch; ++ch) {
+        ChannelState& cs = state_[ch];
+        aklsMDCTInv_MP3_32s(xr_ + 576 * ch, y_, cs.overlap, bound[ch], &cs.prev_subbands, gsi[ch].blockType,
+                            gsi[ch].mixedBlockFlag);
+        Akl16s* out = pcm_ + gr * 576 * out_channels_ + ch;
+        for (int t = 0; t < 18; ++t)
+          aklsSynthPQMF_MP3_32s16s(y_ + 32 * t, out + 32 * t * out_channels_, cs.history, &cs.ring, out_channels_);
+      }
+      if (nch == 1 && out_channels_ == 2) {
+        Akl16s* out = pcm_ + gr * 576 * 2;
+        for (int i = 0; i < 576; ++i) out[2 * i + 1] = out[2 * i];
+      }
+    }
+    return !damaged && have_main;
+  }
+
+  // Silence of one frame (used for a frame we cannot read at all).
+  const Akl16s* pcm() const { return pcm_; }
+
+ private:
+  int out_channels_;
+  ChannelState state_[2];
+  std::vector<std::uint8_t> reservoir_;
+  std::vector<std::uint8_t> main_;
+  Akl32s xr_[1152] = {};
+  Akl32s y_[576] = {};
+  Akl32s work_[576] = {};
+  Akl8s sf_[78] = {};
+  Akl16s pcm_[1152 * 2] = {};
+};
+
+}  // namespace
+
+DecodeStats DecodeBuffer(const std::uint8_t* data, std::size_t size, const DecodeOptions& options, PcmSink* sink) {
+  DecodeStats st;
+  const std::size_t begin = SkipId3v2(data, size);
+  const std::size_t end = StripTrailingTags(data, begin, size);
+
+  // First pass: the output format (first Layer III frame's rate, the most
+  // channels of any frame) and what else is in the stream.
+  {
+    FrameWalker walk(data, begin, end);
+    Frame f;
+    bool junk, trunc;
+    while (walk.Next(&f, &junk, &trunc)) {
+      if (f.h.layer != 3 || f.h.version == 25) {
+        if (st.unsupported_kind.empty())
+          st.unsupported_kind = f.h.version == 25 ? "MPEG-2.5" : f.h.layer == 1 ? "Layer I" : "Layer II";
+        ++st.unsupported_frames;
+        continue;
+      }
+      if (!st.sample_rate) st.sample_rate = f.h.sample_rate;
+      st.channels = std::max(st.channels, f.h.channels);
+    }
+  }
+  if (!st.sample_rate) return st;
+  sink->Format(st.sample_rate, st.channels);
+
+  FrameWalker walk(data, begin, end);
+  Engine engine(st.channels);
+  std::unique_ptr<Trimmer> trim;
+  std::vector<std::uint8_t> buf(kPad + kMaxFrameBytes + kPad);
+  Frame f;
+  bool junk, trunc;
+  bool first = true;
+  while (walk.Next(&f, &junk, &trunc)) {
+    if (junk) ++st.damaged;
+    if (trunc) {
+      ++st.damaged;
+      break;
+    }
+    if (f.h.layer != 3 || f.h.version == 25) continue;
+    std::fill(buf.begin(), buf.end(), 0);
+    std::memcpy(buf.data() + kPad, data + f.pos, static_cast<std::size_t>(f.bytes));
+    const std::uint8_t* fb = buf.data() + kPad;
+    if (first) {
+      first = false;
+      const XingInfo x = ReadXing(fb, f.bytes, f.h);
+      std::uint64_t skip = 0, hold = 0;
+      if (x.lame) {
+        st.lame_tag = true;
+        st.encoder_delay = x.delay;
+        st.encoder_padding = x.padding;
+        if (options.gapless) {
+          skip = static_cast<std::uint64_t>(x.delay + kDecoderDelay);
+          hold = x.padding > kDecoderDelay ? static_cast<std::uint64_t>(x.padding - kDecoderDelay) : 0;
+        }
+      }
+      trim = std::make_unique<Trimmer>(sink, st.channels, skip, hold);
+      if (x.present) continue;
+    }
+    bool gap = false;
+    const bool ok = engine.Decode(fb, f.bytes, f.h, &gap);
+    ++st.frames;
+    if (!ok) {
+      if (gap)
+        ++st.reservoir_gaps;
+      else
+        ++st.damaged;
+    }
+    if (f.h.sample_rate != st.sample_rate) {
+      ++st.other_format_frames;
+    } else {
+      trim->Write(engine.pcm(), static_cast<std::size_t>(f.h.samples));
+    }
+    if ((st.frames & 63) == 0) sink->Progress(walk.Position(), size);
+  }
+  if (trim) st.samples_out = trim->written();
+  sink->Progress(size, size);
+  return st;
+}
+
+}  // namespace aklmp3

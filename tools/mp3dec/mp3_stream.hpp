@@ -1,0 +1,52 @@
+// akl-mp3dec's decoding engine: a Layer III frame loop over a memory buffer,
+// built only on the public aklac.h.  It finds frames (skipping ID3v2, ID3v1
+// and APE tags and junk), reads the Xing/Info frame and its LAME tag,
+// assembles main data from the bit reservoir, runs the library's chain per
+// granule and hands 16-bit PCM to a sink.  Damaged frames are concealed
+// (decoded as silence through the filter banks, so their tails fade out)
+// and counted; nothing in the input can make it read outside the buffer.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace aklmp3 {
+
+struct DecodeOptions {
+  bool gapless = true;  // trim encoder delay and padding given by a LAME tag
+};
+
+// Where PCM goes: called with interleaved samples (frames x channels).
+class PcmSink {
+ public:
+  virtual ~PcmSink() = default;
+  // First call tells the output format; it never changes afterwards.
+  virtual void Format(int sample_rate, int channels) = 0;
+  virtual void Write(const std::int16_t* samples, std::size_t frames) = 0;
+  // Progress: bytes of input consumed so far, of `total`.
+  virtual void Progress(std::size_t /*consumed*/, std::size_t /*total*/) {}
+};
+
+struct DecodeStats {
+  long frames = 0;              // audio frames decoded (concealed ones included)
+  long damaged = 0;             // frames concealed, junk regions skipped, truncated frame at the end
+  long reservoir_gaps = 0;      // frames whose main data reached before the data available (stream start, after a resync)
+  long other_format_frames = 0;  // frames dropped because their sampling rate differs from the first frame's
+  long unsupported_frames = 0;   // Layer I/II or MPEG-2.5 frames found (not decoded)
+  std::string unsupported_kind;  // "Layer I", "Layer II", "MPEG-2.5" of the first such frame
+  std::uint64_t samples_out = 0;  // per channel, after gapless trimming
+  int sample_rate = 0;
+  int channels = 0;
+  bool lame_tag = false;
+  int encoder_delay = 0;
+  int encoder_padding = 0;
+};
+
+// Decodes a whole stream held in memory.  Returns the statistics; if no
+// Layer III frame was found, stats.frames is 0 (and unsupported_* tells why
+// when frames of another layer or of MPEG-2.5 were seen).
+DecodeStats DecodeBuffer(const std::uint8_t* data, std::size_t size, const DecodeOptions& options, PcmSink* sink);
+
+}  // namespace aklmp3
