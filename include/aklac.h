@@ -444,12 +444,12 @@ typedef struct {
   Akl32s bitrateIndex;      /* 0 = free format, 15 = forbidden */
   Akl32s samplingFreqIndex; /* MPEG-1: 0 44.1 kHz, 1 48 kHz, 2 32 kHz; MPEG-2: the halves */
   Akl32s paddingBit;        /* 1 = one extra slot */
-  Akl32s privateBit;
+  Akl32s privateBit;        /* private bit, not interpreted */
   Akl32s mode;              /* 0 stereo, 1 joint stereo, 2 dual channel, 3 single channel */
   Akl32s modeExtension;     /* joint stereo: bit 1 mid/side on, bit 0 intensity on */
   Akl32s copyFlag;          /* copyright bit */
   Akl32s originalHome;      /* original/copy bit */
-  Akl32s emphasis;
+  Akl32s emphasis;          /* de-emphasis code, not applied by the library */
   Akl32s crcWord;           /* CRC as read, first byte in bits 15..8; only when protectionBit is 0 */
 } AklMP3FrameHeader;
 
@@ -458,9 +458,9 @@ typedef struct {
 typedef struct {
   Akl32s part23Length;        /* bits of scale factors plus Huffman data */
   Akl32s bigValues;           /* value pairs in the big-values region */
-  Akl32s globalGain;
+  Akl32s globalGain;          /* 8 bits: quantizer step size of the granule */
   Akl32s scalefacCompress;    /* 4 bits (MPEG-1) or 9 bits (MPEG-2) */
-  Akl32s windowSwitchingFlag;
+  Akl32s windowSwitchingFlag; /* 1: blockType, mixedBlockFlag and subblockGain are coded */
   Akl32s blockType;           /* 0 normal, 1 start, 2 short, 3 stop; 0 without window switching */
   Akl32s mixedBlockFlag;      /* 0 without window switching */
   Akl32s tableSelect[3];      /* Huffman table of regions 0, 1, 2 */
@@ -468,14 +468,14 @@ typedef struct {
   Akl32s region0Count;        /* scale-factor bands in region 0, minus one */
   Akl32s region1Count;        /* scale-factor bands in region 1, minus one */
   Akl32s preflag;             /* read for MPEG-1; derived by the scale-factor unpacker for MPEG-2 */
-  Akl32s scalefacScale;
+  Akl32s scalefacScale;       /* 1: scale factors step by 2^1 instead of 2^0.5 */
   Akl32s count1TableSelect;   /* 0 = quadruple table A, 1 = table B */
 } AklMP3SideInfo;
 
 /* Encoder bit reservoir: bits now held and the largest number it may hold. */
 typedef struct {
-  Akl32s bitsHeld;
-  Akl32s maxBits;
+  Akl32s bitsHeld; /* bits now in the reservoir */
+  Akl32s maxBits;  /* the most it may hold */
 } AklMP3BitReservoir;
 
 /* Unpacks a Layer III frame header (and its CRC word when protectionBit is 0).
@@ -538,7 +538,14 @@ AKLAC_API Status aklsUnpackScaleFactors_MP3_1u8s(Akl8u** ppBitStream, Akl32s* pO
 
 /* Huffman-decodes the spectrum of one granule and channel, with the library's
  * long scale-factor band table; the same as aklsHuffmanDecodeSfb_MP3_1u32s
- * otherwise. */
+ * otherwise.
+ *   ppBitStream, pOffset  in/out: cursor after the scale factors (offset 0..7)
+ *   pDstIs                out: 576 quantized values with sign, in stream order
+ *   pDstNonZeroBound      out: last non-zero index plus one (0 if none)
+ *   pSideInfo             in: this granule and channel
+ *   pFrameHeader          in: id, layer, samplingFreqIndex
+ *   hufSize               in: Huffman bits, 0..part23Length
+ * Statuses: as aklsHuffmanDecodeSfb_MP3_1u32s. */
 AKLAC_API Status aklsHuffmanDecode_MP3_1u32s(Akl8u** ppBitStream, Akl32s* pOffset, Akl32s* pDstIs,
                                              Akl32s* pDstNonZeroBound, const AklMP3SideInfo* pSideInfo,
                                              const AklMP3FrameHeader* pFrameHeader, Akl32s hufSize);
@@ -569,6 +576,12 @@ AKLAC_API Status aklsHuffmanDecodeSfb_MP3_1u32s(Akl8u** ppBitStream, Akl32s* pOf
 /* As aklsHuffmanDecodeSfb_MP3_1u32s, with region 0 of window-switched granules
  * computed from the caller's tables: block types 1 and 3 end it at long band 8,
  * short blocks at 3 x short band 3, mixed blocks from the partition row.
+ *   ppBitStream, pOffset  in/out: cursor after the scale factors (offset 0..7)
+ *   pDstIs          out: 576 quantized values with sign, in stream order
+ *   pDstNonZeroBound out: last non-zero index plus one (0 if none)
+ *   pSideInfo       in: this granule and channel
+ *   pFrameHeader    in: id, layer, samplingFreqIndex
+ *   hufSize         in: Huffman bits, 0..part23Length
  *   pSfbTableLong   in: 6 rows of 23 long band boundaries.
  *   pSfbTableShort  in: 6 rows of 14 short band boundaries (lines of one window).
  *   pMbpTable       in: 6 rows of 2: long bands of a mixed block (0..22; clamped), short-band
@@ -625,7 +638,14 @@ AKLAC_API Status aklsReQuantizeSfb_MP3_32s_I(Akl32s* pSrcDstIsXr, int* pNonZeroB
                                              const Akl16s* pSfbTableShort);
 
 /* aklsReQuantizeSfb_MP3_32s_I with the library's scale-factor band tables
- * (ISO/IEC 11172-3 and 13818-3).  Arguments and statuses as there. */
+ * (ISO/IEC 11172-3 and 13818-3).  Arguments and statuses as there.
+ *   pSrcDstIsXr    in/out  2 x 576 quantized values in, Q26 values out
+ *   pNonZeroBound  in/out  per channel, last non-zero line + 1 (0..576)
+ *   pScaleFactor   in      2 x 39 scale factors, channel 1's at entry 39
+ *   pSideInfo      in      the granule's two records, channel 0 then 1
+ *   pFrameHeader   in      the frame's header
+ *   pBuffer        work    576 Akl32s of scratch
+ * Statuses: as aklsReQuantizeSfb_MP3_32s_I. */
 AKLAC_API Status aklsReQuantize_MP3_32s_I(Akl32s* pSrcDstIsXr, int* pNonZeroBound, const Akl8s* pScaleFactor,
                                           const AklMP3SideInfo* pSideInfo, const AklMP3FrameHeader* pFrameHeader,
                                           Akl32s* pBuffer);

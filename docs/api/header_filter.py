@@ -13,8 +13,8 @@ import re
 import sys
 
 BANNER = re.compile(r'^\s*/\*\s*([-=]{6,}|statuses particular)')
-PARAM = re.compile(r'^(\s*\*\s+)([A-Za-z_]\w*(?:,\s*[A-Za-z_]\w*)*)(?::?\s+)(in/out|in|out)\b:?\s*(.*)$')
-STATUS = re.compile(r'^(\s*\*\s+)(Status(?:es)?(?:, in check order)?:)(.*)$')
+PARAM = re.compile(r'^(\s*\*\s+)([A-Za-z_]\w*(?:,\s*[A-Za-z_]\w*)*)(?::?\s+)(in/out|in|out|work)\b:?\s*(.*)$')
+STATUS = re.compile(r'^(\s*\*\s+)(Status(?:es)?(?:,[^:]*)?:)(.*)$')
 TRAILING = re.compile(r'([;,]\s*)/\*(?![*<])')
 
 
@@ -22,7 +22,7 @@ def Tag(line):
     """Marks parameter rows and the status list for Doxygen's sections."""
     m = PARAM.match(line)
     if m:
-        return '%s@param[%s] %s %s' % (m.group(1), m.group(3).replace('/', ','), m.group(2), m.group(4))
+        return '%s@param[%s] %s %s' % (m.group(1), m.group(3).replace('/', ',').replace('work', 'in,out'), m.group(2), m.group(4))
     m = STATUS.match(line)
     if m:
         return '%s@return %s%s' % (m.group(1), m.group(2), m.group(3))
