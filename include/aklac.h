@@ -735,6 +735,331 @@ AKLAC_API Status aklsSynthesisFilter_PQMF_MP3_32f(const Akl32f* pSrc, Akl32f* pD
 /* ========================================================================
  * AAC
  * ====================================================================== */
+/* --- AAC transport headers and program configuration ------------------- */
+
+/* ADTS fixed and variable header; every field holds the raw coded value. */
+typedef struct {
+  Akl32s id;                     /* 1 bit: 0 MPEG-4, 1 MPEG-2 */
+  Akl32s layer;                  /* 2 bits, not checked */
+  Akl32s protectionAbsent;       /* 1 bit: 1 = no CRC word follows */
+  Akl32s profile;                /* 2 bits: object type minus one */
+  Akl32s samplingFrequencyIndex; /* 4 bits */
+  Akl32s privateBit;             /* 1 bit */
+  Akl32s channelConfiguration;   /* 3 bits */
+  Akl32s originalCopy;           /* 1 bit */
+  Akl32s home;                   /* 1 bit */
+  Akl32s reserved;               /* never written by the parser: keeps the caller's value */
+  Akl32s copyIdBit;              /* 1 bit */
+  Akl32s copyIdStart;            /* 1 bit */
+  Akl32s aacFrameLength;         /* 13 bits: frame bytes, header included */
+  Akl32s adtsBufferFullness;     /* 11 bits (0x7FF: variable rate) */
+  Akl32s numRawDataBlocks;       /* coded 2 bits plus one: 1..4 */
+  Akl32s crcCheck;               /* 16 bits; untouched when protectionAbsent is 1 */
+} AklAACADTSFrameHeader;
+
+/* ADIF header. */
+typedef struct {
+  Akl32s adifId;                 /* 32 bits, not compared with "ADIF" */
+  Akl32s copyIdPresent;          /* 1 bit */
+  Akl32s originalCopy;           /* 1 bit */
+  Akl32s home;                   /* 1 bit */
+  Akl32s bitstreamType;          /* 1 bit: 0 constant rate, 1 variable rate */
+  Akl32s bitrate;                /* 23 bits */
+  Akl32s numPrgCfgElt;           /* coded 4 bits plus one: 1..16 */
+  Akl32s adifBufferFullness[16]; /* 20 bits each, only when bitstreamType is 0 */
+  Akl8u copyId[9];               /* only when copyIdPresent is 1 */
+} AklAACADIFHeader;
+
+/* Program configuration element.  Array entries beyond their count are not written. */
+typedef struct {
+  Akl32s elementInstanceTag;        /* 4 bits */
+  Akl32s objectType;                /* 2 bits */
+  Akl32s samplingFrequencyIndex;    /* 4 bits */
+  Akl32s numFrontElt;               /* 4 bits */
+  Akl32s numSideElt;                /* 4 bits */
+  Akl32s numBackElt;                /* 4 bits */
+  Akl32s numLfeElt;                 /* 2 bits */
+  Akl32s numAssocDataElt;           /* 3 bits */
+  Akl32s numValidCcElt;             /* 4 bits */
+  Akl32s monoMixdownPresent;        /* 1 bit */
+  Akl32s monoMixdownEltNum;         /* 4 bits if present, else 0 */
+  Akl32s stereoMixdownPresent;      /* 1 bit */
+  Akl32s stereoMixdownEltNum;       /* 4 bits if present, else 0 */
+  Akl32s matrixMixdownIdxPresent;   /* 1 bit */
+  Akl32s matrixMixdownIdx;          /* 2 bits if present, else 0 */
+  Akl32s pseudoSurroundEnable;      /* 1 bit if present, else 0 */
+  Akl32s frontElementIsCpe[16];     /* 1 = channel pair */
+  Akl32s frontElementTagSel[16];    /* instance tags */
+  Akl32s sideElementIsCpe[16];
+  Akl32s sideElementTagSel[16];
+  Akl32s backElementIsCpe[16];
+  Akl32s backElementTagSel[16];
+  Akl32s lfeElementTagSel[4];
+  Akl32s assocDataElementTagSel[8];
+  Akl32s ccElementIsIndSw[16];      /* 1 = independently switched coupling */
+  Akl32s validCcElementTagSel[16];
+  Akl32s commentFieldBytes;         /* 0..255 */
+  Akl8u commentFieldData[256];      /* only the first commentFieldBytes are written */
+} AklAACPrgCfgElt;
+
+/* Unpacks a 7-byte (no CRC) or 9-byte ADTS header starting on a byte boundary.
+ *   ppBitStream  in/out: byte pointer at the sync word; advanced by 7 or 9 bytes.
+ *                Four bytes are fetched per field read, so up to 3 bytes past the
+ *                header may be touched.
+ *   pHeader      out: every field except `reserved` (and `crcCheck` without CRC).
+ * The sync word, layer and CRC are not checked.
+ * Statuses: kStsNullPtr (ppBitStream, *ppBitStream or pHeader null); kStsOk. */
+AKLAC_API Status aklsUnpackADTSFrameHeader_AAC(Akl8u** ppBitStream, AklAACADTSFrameHeader* pHeader);
+
+/* Unpacks an ADIF header and its program configuration elements.
+ *   ppBitStream   in/out: byte pointer at the header; advanced past the last element
+ *                 (on a count failure, by the whole bytes read so far).
+ *   pHeader       out: header fields.
+ *   pPrgCfgElt    out: array of prgCfgEltMax records, numPrgCfgElt of them filled.
+ *   prgCfgEltMax  in: records in pPrgCfgElt, 1..16.
+ * Statuses, in check order: kStsNullPtr (any pointer or *ppBitStream null);
+ * kStsAacPrgNumErr (prgCfgEltMax outside 1..16; then, after the count field,
+ * numPrgCfgElt above prgCfgEltMax, the fields read so far being written); kStsOk. */
+AKLAC_API Status aklsUnpackADIFHeader_AAC(Akl8u** ppBitStream, AklAACADIFHeader* pHeader,
+                                          AklAACPrgCfgElt* pPrgCfgElt, Akl32s prgCfgEltMax);
+
+/* Decodes a program configuration element at a bit cursor.  The comment field is
+ * preceded by a byte alignment of the cursor (offset 0 of the next byte).
+ *   ppBitStream, pBitOffset  in/out: cursor (offset 0..7); left after the last comment byte.
+ *   pPrgCfgElt               out: the element.
+ * Statuses, in check order: kStsNullPtr; kStsAacBitOffsetErr (offset outside 0..7); kStsOk. */
+AKLAC_API Status aklsDecodePrgCfgElt_AAC(Akl8u** ppBitStream, Akl32s* pBitOffset, AklAACPrgCfgElt* pPrgCfgElt);
+
+/* --- AAC syntax elements -------------------------------------------------
+ * Window sequences: 0 only-long, 1 long-start, 2 eight-short, 3 long-stop. */
+
+/* Individual channel stream information. */
+typedef struct {
+  Akl32s icsReservedBit;         /* 1 bit, unchecked */
+  Akl32s windowSequence;         /* 2 bits */
+  Akl32s windowShape;            /* 1 bit: 0 sine, 1 KBD */
+  Akl32s maxSfb;                 /* 4 bits (short) or 6 bits (long, at most 51) */
+  Akl32s scaleFactorGrouping;    /* 7 bits, short windows only */
+  Akl32s predictorDataPresent;   /* 1 bit, long windows only; else 0 */
+  Akl32s predictorReset;         /* 1 bit if predictorDataPresent; else 0 */
+  Akl32s predictorResetGroupNum; /* 5 bits if predictorReset */
+  Akl8u predictionUsed[44];      /* bands below min(maxSfb, predSfbMax); 0 from there to predSfbMax */
+  Akl32s numWindowGroups;        /* 1..8; 1 for long windows */
+  Akl32s windowGroupLength[8];   /* windows per group */
+} AklAACIcsInfo;
+
+/* Channel pair element header. */
+typedef struct {
+  Akl32s commonWindow;           /* 1 bit */
+  Akl32s msMaskPresent;          /* 2 bits, only with a common window */
+  Akl8u msUsed[8][60];           /* [group][band], only when msMaskPresent is 1 */
+} AklAACChanPairElt;
+
+/* Temporal noise shaping side information of one channel (256 bytes).
+ * length, order, direction and coef run over all filters of all windows. */
+typedef struct {
+  Akl32s tnsDataPresent;
+  Akl32s nFilt[8];               /* filters per window */
+  Akl32s coefRes[8];             /* coefficient width 3 or 4 (resolution bit plus 3) */
+  Akl32s length[8];              /* per filter */
+  Akl32s order[8];               /* per filter */
+  Akl32s direction[16];          /* per filter of non-zero order */
+  Akl8s coef[60];                /* order coefficients per filter of non-zero order, sign-extended */
+} AklAACTnsData;
+
+/* Long-term prediction side information of one channel. */
+typedef struct {
+  Akl32s ltpDataPresent;
+  Akl32s ltpLag;                 /* 11 bits */
+  Akl16s ltpCoef;                /* Q14 gain for the coded 3-bit index */
+  Akl32s longUsed[41];           /* [0] copies ltpDataPresent, [1..40] per-band flags */
+  Akl32s shortUsed[8];
+  Akl32s shortLagPresent[8];
+  Akl32s shortLag[8];
+} AklAACLtpData;
+
+/* Long-term prediction information of a channel or channel pair: the window
+ * sequence and maxSfb of the ICS it was read with, then one AklAACLtpData per
+ * channel.  The long-term prediction operations may append their own state
+ * after these fields. */
+typedef struct {
+  Akl32s windowSequence;
+  Akl32s maxSfb;
+  AklAACLtpData ltpData[2];
+} AklAACLtpInfo;
+
+/* Scalable main-layer header. */
+typedef struct {
+  Akl32s windowSequence;
+  Akl32s windowShape;
+  Akl32s maxSfb;
+  Akl32s scaleFactorGrouping;
+  Akl32s numWindowGroups;
+  Akl32s windowGroupLength[8];
+  Akl32s msMaskPresent;
+  Akl8u* pMsUsed;                /* caller buffer of 8 x 60 bytes, [group * 60 + band] */
+  AklAACTnsData tnsData[2];
+  AklAACLtpData ltpData[2];
+} AklAACMainHeader;
+
+/* Scalable extension-layer header. */
+typedef struct {
+  Akl32s msMaskPresent;
+  Akl32s maxSfb;
+  Akl8u* pMsUsed;                /* caller buffer of 8 x 60 bytes, [group * 60 + band] */
+  AklAACTnsData tnsData[2];
+  Akl32s diffControl[2][51];     /* flags actually read, packed from entry 0 */
+} AklAACExtHeader;
+
+/* Decodes the channel pair element header after its instance tag: common_window
+ * and, with a common window, the ICS information and the M/S mask.
+ *   ppBitStream, pBitOffset  in/out: cursor (offset 0..7).
+ *   pIcsInfo       out: shared ICS information (written only with a common window).
+ *   pChanPairElt   out: commonWindow, msMaskPresent (0 without a common window), msUsed
+ *                  (rows below numWindowGroups, bands below maxSfb, only when msMaskPresent
+ *                  is 1).
+ *   predSfbMax     in: limit of predictor bands, 0..41 (0 for low complexity).
+ * Statuses, in check order: kStsNullPtr; kStsAacBitOffsetErr; kStsAacPredSfbErr
+ * (predSfbMax outside 0..41); kStsAacMaxSfbErr (long-window maxSfb above 51, read);
+ * kStsOk.  After a failure found in the data the cursor stands after the bits read. */
+AKLAC_API Status aklsDecodeChanPairElt_AAC(Akl8u** ppBitStream, Akl32s* pBitOffset, AklAACIcsInfo* pIcsInfo,
+                                           AklAACChanPairElt* pChanPairElt, Akl32s predSfbMax);
+
+/* As aklsDecodeChanPairElt_AAC with the MPEG-4 ICS information: for a long window
+ * with predictor data, audioObjectType 1 reads main-profile prediction flags and
+ * any other value reads long-term prediction data for both channels into pLtpInfo.
+ *   pLtpInfo        out: both ltpDataPresent cleared first; window sequence, maxSfb
+ *                   and ltpData[0..1] when LTP data is read.
+ *   predSfbMax      in: 0..51; above 41 fails when main-profile flags are read.
+ *   audioObjectType in: object type of the stream (1 main profile).
+ * Statuses, in check order: kStsNullPtr; kStsAacBitOffsetErr; kStsAacMaxSfbErr
+ * (predSfbMax outside 0..51, or long-window maxSfb above 51, read); kStsAacPredSfbErr
+ * (main-profile flags with predSfbMax above 41); kStsOk. */
+AKLAC_API Status aklsDecodeChanPairElt_MP4_AAC(Akl8u** ppBitStream, Akl32s* pBitOffset, AklAACIcsInfo* pIcsInfo,
+                                               AklAACChanPairElt* pChanPairElt, AklAACLtpInfo* pLtpInfo,
+                                               Akl32s predSfbMax, Akl32s audioObjectType);
+
+/* Decodes a data stream element after its element id.
+ *   ppBitStream, pBitOffset  in/out: cursor (offset 0..7).
+ *   pElementInstanceTag  out: 4-bit tag.
+ *   pDataCount           out: 0..510 bytes.
+ *   pDataBytes           out: the data bytes (room for 510).
+ * Statuses, in check order: kStsNullPtr; kStsAacBitOffsetErr; kStsOk. */
+AKLAC_API Status aklsDecodeDatStrElt_AAC(Akl8u** ppBitStream, Akl32s* pBitOffset, Akl32s* pElementInstanceTag,
+                                         Akl32s* pDataCount, Akl8u* pDataBytes);
+
+/* Decodes a fill element after its element id; the payload is copied, not interpreted.
+ *   ppBitStream, pBitOffset  in/out: cursor (offset 0..7).
+ *   pFillCount   out: 0..269 bytes.
+ *   pFillBytes   out: the payload bytes (room for 269).
+ * Statuses, in check order: kStsNullPtr; kStsAacBitOffsetErr; kStsOk. */
+AKLAC_API Status aklsDecodeFillElt_AAC(Akl8u** ppBitStream, Akl32s* pBitOffset, Akl32s* pFillCount,
+                                       Akl8u* pFillBytes);
+
+/* Decodes the header of a scalable main layer: window information, M/S mask and
+ * per-channel TNS and LTP data.  For eight short windows the group lengths follow
+ * this header's own rule (entry 0 reset to 1 on each new group, later increments
+ * added to what the entry held), so callers derive standard group lengths from
+ * scaleFactorGrouping; numWindowGroups is exact.
+ *   ppBitStream, pBitOffset  in/out: cursor (offset 0..7).
+ *   pMainHeader     in/out: pMsUsed must point at 8 x 60 bytes.
+ *   channels        in: 1..2.
+ *   monoStereoFlag  in: 0..1; 1 parses everything and then reports kStsNotSupportedModeErr.
+ * Statuses, in check order: kStsNullPtr (including pMainHeader->pMsUsed);
+ * kStsAacBitOffsetErr; kStsAacChanErr; kStsAacStereoFlagErr; kStsAacTnsOrderErr
+ * (TNS order above 7 short / 12 long, read); kStsNotSupportedModeErr; kStsOk. */
+AKLAC_API Status aklsDecodeMainHeader_AAC(Akl8u** ppBitStream, Akl32s* pBitOffset, AklAACMainHeader* pMainHeader,
+                                          Akl32s channels, Akl32s monoStereoFlag);
+
+/* Decodes the header of a scalable extension layer.  With eight short windows the
+ * M/S mask is read for four groups.
+ *   ppBitStream, pBitOffset  in/out: cursor (offset 0..7).
+ *   pExtHeader         in/out: pMsUsed must point at 8 x 60 bytes.
+ *   tnsPresent         in: 0..1.
+ *   msMaskEnable       in: 0..1.
+ *   diffControlEnable  in: 0..1.
+ *   lowerMaxSfb        in: 0..51, first band of this layer.
+ *   lowerMaxSfbPrev    in: 0..51.
+ *   windowSequence     in: 0..3.
+ * Statuses, in check order: kStsNullPtr (including pExtHeader->pMsUsed);
+ * kStsAacBitOffsetErr; kStsAacStereoFlagErr (tnsPresent); kStsAacMsMaskFlagErr;
+ * kStsAacDiffCtrlFlagErr; kStsAacMaxSfbErr (band limits above 51; read maxSfb above 60);
+ * kStsAacWinSeqErr; kStsAacTnsOrderErr (read); kStsOk. */
+AKLAC_API Status aklsDecodeExtensionHeader_AAC(Akl8u** ppBitStream, Akl32s* pBitOffset, AklAACExtHeader* pExtHeader,
+                                               Akl32s tnsPresent, Akl32s msMaskEnable, Akl32s diffControlEnable,
+                                               Akl32s lowerMaxSfb, Akl32s lowerMaxSfbPrev, Akl32s windowSequence);
+
+/* --- AAC noiseless decoding --------------------------------------------- */
+
+/* Per-channel state of the noiseless decoders (caller-owned). */
+typedef struct {
+  Akl32s samplingFrequencyIndex; /* in: 0..11 */
+  Akl32s predSfbMax;             /* in: predictor band limit for the ICS reader (0 for low complexity) */
+  Akl32s windowLength;           /* out: 1024 or 128 */
+  Akl32s numWindows;             /* out: 1 or 8 */
+  Akl32s numSwb;                 /* out: scale-factor bands of the window length */
+  Akl32s globalGain;             /* out: 8 bits */
+  Akl32s pulseDataPresent;       /* out */
+  Akl32s tnsDataPresent;         /* out */
+  Akl32s gainControlDataPresent; /* out */
+  AklAACIcsInfo* pIcsInfo;       /* in: the channel's ICS information (read into or taken from) */
+  Akl8u sectCb[120];             /* out: codebook of each section, groups one after the other */
+  Akl8u sectEnd[120];            /* out: end band (exclusive) of each section */
+  Akl32s numSec[8];              /* out: sections per window group */
+  Akl32s nFilt[8];               /* out: TNS filters per window */
+  Akl32s coefRes[8];             /* out: TNS coefficient width 3 or 4 */
+  Akl32s length[8];              /* out: per TNS filter */
+  Akl32s order[8];               /* out: per TNS filter */
+  Akl32s direction[8];           /* out: per TNS filter of non-zero order */
+} AklAACChanInfo;
+
+/* Decodes one low-complexity individual channel stream from global_gain through the
+ * spectral data: ICS information (when commonWindow is 0), sections, scale factors
+ * and intensity positions, pulse, TNS and gain-control flags, and the quantised
+ * spectrum with pulses added.
+ *   ppBitStream, pBitOffset  in/out: cursor (offset 0..7); after the last spectral bit.
+ *   commonWindow   in: 0..1; 1 takes the ICS information already in pChanInfo->pIcsInfo.
+ *   pChanInfo      in/out: see AklAACChanInfo; predSfbMax must be 0.
+ *   pScaleFactor   out: numWindowGroups x maxSfb values (group-major): scale factor,
+ *                  intensity position, or 0 for codebook 0.
+ *   pSpectrum      out: 1024 quantised values; short windows grouped and interleaved
+ *                  (group, then band, then window).
+ *   pSfbCb         out: numWindowGroups x maxSfb codebooks.
+ *   pTnsCoef       out: TNS coefficients (up to 60).
+ * Statuses, in check order: kStsNullPtr (including *ppBitStream and pIcsInfo);
+ * kStsAacBitOffsetErr; kStsAacCommonWinErr; kStsAacSmpRateIdxErr; kStsAacPredSfbErr
+ * (predSfbMax not 0); then from the data: kStsAacMaxSfbErr (maxSfb above numSwb),
+ * kStsAacWinGrpErr (a handed-in grouping of more than 8 windows), kStsAacSectDataErr
+ * (section lengths not adding up to maxSfb, an empty section, more than 120 sections),
+ * kStsAacCodebookErr (12 or 13), kStsAacSfValErr, kStsAacPulseErr, kStsAacTnsOrderErr,
+ * kStsAacGainCtrlErr, kStsAacCoefValErr (escape above 8191); kStsOk. */
+AKLAC_API Status aklsNoiselessDecoder_LC_AAC(Akl8u** ppBitStream, Akl32s* pBitOffset, Akl32s commonWindow,
+                                             AklAACChanInfo* pChanInfo, Akl16s* pScaleFactor, Akl32s* pSpectrum,
+                                             Akl8u* pSfbCb, Akl8s* pTnsCoef);
+
+/* Decodes one individual channel stream of the MPEG-4 object types (LTP ICS
+ * information, scalable layers, noise substitution).
+ *   pLayerInfo      in/out: AklAACLtpInfo* when the ICS information is read here
+ *                   (LTP data of channel 0), AklAACMainHeader* when scalableLayer is 1
+ *                   (window grouping taken from it).
+ *   pScaleFactor    out: as in the LC decoder; codebook 13 bands hold noise energies,
+ *                   which share one running value with the scale factors.
+ *   pSpectrum, pSfbCb, pTnsCoef, pChanInfo: as in the LC decoder.
+ *   windowSequence  in: 0..3, used when scalableLayer is 1.
+ *   maxSfb          in: 0..51, used when scalableLayer is 1.
+ *   commonWindow    in: 0..1; 1 takes pChanInfo->pIcsInfo as read.
+ *   scalableLayer   in: 0..1; 1 reads no ICS information, pulse, TNS or gain-control data.
+ *   audioObjectType in: 0..16 (1 main profile).
+ * Statuses, in check order: kStsNullPtr; kStsAacBitOffsetErr; kStsAacCommonWinErr;
+ * kStsAacWinSeqErr; kStsAacLayerFlagErr; kStsAacAotErr; kStsAacMaxSfbErr;
+ * kStsAacSmpRateIdxErr; then from the data as the LC decoder (kStsAacWinGrpErr also
+ * for a main-layer grouping of more than 8 windows), plus kStsErr (a section
+ * beyond the band table) and kStsAacPredSfbErr (main-profile flags with predSfbMax
+ * above 41); kStsOk. */
+AKLAC_API Status aklsNoiselessDecode_AAC(Akl8u** ppBitStream, Akl32s* pBitOffset, void* pLayerInfo,
+                                         Akl16s* pScaleFactor, Akl32s* pSpectrum, Akl8u* pSfbCb, Akl8s* pTnsCoef,
+                                         AklAACChanInfo* pChanInfo, Akl32s windowSequence, Akl32s maxSfb,
+                                         Akl32s commonWindow, Akl32s scalableLayer, Akl32s audioObjectType);
 /* @aac-bitstream-end */
 /* @aac-spectral-end */
 
