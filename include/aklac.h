@@ -790,14 +790,14 @@ typedef struct {
   Akl32s pseudoSurroundEnable;      /* 1 bit if present, else 0 */
   Akl32s frontElementIsCpe[16];     /* 1 = channel pair */
   Akl32s frontElementTagSel[16];    /* instance tags */
-  Akl32s sideElementIsCpe[16];
-  Akl32s sideElementTagSel[16];
-  Akl32s backElementIsCpe[16];
-  Akl32s backElementTagSel[16];
-  Akl32s lfeElementTagSel[4];
-  Akl32s assocDataElementTagSel[8];
+  Akl32s sideElementIsCpe[16];   /* side elements: 1 = channel pair */
+  Akl32s sideElementTagSel[16];  /* side elements: instance tags */
+  Akl32s backElementIsCpe[16];   /* back elements: 1 = channel pair */
+  Akl32s backElementTagSel[16];  /* back elements: instance tags */
+  Akl32s lfeElementTagSel[4];    /* LFE elements: instance tags */
+  Akl32s assocDataElementTagSel[8]; /* data stream elements: instance tags */
   Akl32s ccElementIsIndSw[16];      /* 1 = independently switched coupling */
-  Akl32s validCcElementTagSel[16];
+  Akl32s validCcElementTagSel[16]; /* coupling elements: instance tags */
   Akl32s commentFieldBytes;         /* 0..255 */
   Akl8u commentFieldData[256];      /* only the first commentFieldBytes are written */
 } AklAACPrgCfgElt;
@@ -858,7 +858,7 @@ typedef struct {
 /* Temporal noise shaping side information of one channel (256 bytes).
  * length, order, direction and coef run over all filters of all windows. */
 typedef struct {
-  Akl32s tnsDataPresent;
+  Akl32s tnsDataPresent;         /* 1: the channel has TNS data */
   Akl32s nFilt[8];               /* filters per window */
   Akl32s coefRes[8];             /* coefficient width 3 or 4 (resolution bit plus 3) */
   Akl32s length[8];              /* per filter */
@@ -869,13 +869,13 @@ typedef struct {
 
 /* Long-term prediction side information of one channel. */
 typedef struct {
-  Akl32s ltpDataPresent;
+  Akl32s ltpDataPresent;         /* 1: long-term prediction is used */
   Akl32s ltpLag;                 /* 11 bits */
   Akl16s ltpCoef;                /* Q14 gain for the coded 3-bit index */
   Akl32s longUsed[41];           /* [0] copies ltpDataPresent, [1..40] per-band flags */
-  Akl32s shortUsed[8];
-  Akl32s shortLagPresent[8];
-  Akl32s shortLag[8];
+  Akl32s shortUsed[8];           /* per short window: prediction used */
+  Akl32s shortLagPresent[8];     /* per short window: a lag offset follows */
+  Akl32s shortLag[8];            /* per short window: lag offset */
 } AklAACLtpData;
 
 /* Long-term prediction information of a channel or channel pair: the window
@@ -883,31 +883,31 @@ typedef struct {
  * channel.  The long-term prediction operations may append their own state
  * after these fields. */
 typedef struct {
-  Akl32s windowSequence;
-  Akl32s maxSfb;
-  AklAACLtpData ltpData[2];
+  Akl32s windowSequence;         /* window sequence of the ICS, 0..3 */
+  Akl32s maxSfb;                 /* transmitted bands of the ICS */
+  AklAACLtpData ltpData[2];      /* per channel */
 } AklAACLtpInfo;
 
 /* Scalable main-layer header. */
 typedef struct {
-  Akl32s windowSequence;
-  Akl32s windowShape;
-  Akl32s maxSfb;
-  Akl32s scaleFactorGrouping;
-  Akl32s numWindowGroups;
-  Akl32s windowGroupLength[8];
-  Akl32s msMaskPresent;
+  Akl32s windowSequence;         /* 2 bits, 0..3 */
+  Akl32s windowShape;            /* 1 bit: 0 sine, 1 KBD */
+  Akl32s maxSfb;                 /* transmitted bands */
+  Akl32s scaleFactorGrouping;    /* 7 bits, eight short windows only */
+  Akl32s numWindowGroups;        /* 1..8 */
+  Akl32s windowGroupLength[8];   /* see aklsDecodeMainHeader_AAC for its rule */
+  Akl32s msMaskPresent;          /* 0 none, 1 per band, 2 all bands */
   Akl8u* pMsUsed;                /* caller buffer of 8 x 60 bytes, [group * 60 + band] */
-  AklAACTnsData tnsData[2];
-  AklAACLtpData ltpData[2];
+  AklAACTnsData tnsData[2];      /* per channel */
+  AklAACLtpData ltpData[2];      /* per channel */
 } AklAACMainHeader;
 
 /* Scalable extension-layer header. */
 typedef struct {
-  Akl32s msMaskPresent;
-  Akl32s maxSfb;
+  Akl32s msMaskPresent;          /* 0 none, 1 per band, 2 all bands */
+  Akl32s maxSfb;                 /* transmitted bands of this layer */
   Akl8u* pMsUsed;                /* caller buffer of 8 x 60 bytes, [group * 60 + band] */
-  AklAACTnsData tnsData[2];
+  AklAACTnsData tnsData[2];      /* per channel */
   Akl32s diffControl[2][51];     /* flags actually read, packed from entry 0 */
 } AklAACExtHeader;
 
@@ -928,6 +928,9 @@ AKLAC_API Status aklsDecodeChanPairElt_AAC(Akl8u** ppBitStream, Akl32s* pBitOffs
 /* As aklsDecodeChanPairElt_AAC with the MPEG-4 ICS information: for a long window
  * with predictor data, audioObjectType 1 reads main-profile prediction flags and
  * any other value reads long-term prediction data for both channels into pLtpInfo.
+ *   ppBitStream, pBitOffset  in/out: cursor (offset 0..7).
+ *   pIcsInfo        out: shared ICS information (written only with a common window).
+ *   pChanPairElt    out: commonWindow, msMaskPresent and msUsed, as aklsDecodeChanPairElt_AAC.
  *   pLtpInfo        out: both ltpDataPresent cleared first; window sequence, maxSfb
  *                   and ltpData[0..1] when LTP data is read.
  *   predSfbMax      in: 0..51; above 41 fails when main-profile flags are read.
@@ -1039,12 +1042,16 @@ AKLAC_API Status aklsNoiselessDecoder_LC_AAC(Akl8u** ppBitStream, Akl32s* pBitOf
 
 /* Decodes one individual channel stream of the MPEG-4 object types (LTP ICS
  * information, scalable layers, noise substitution).
+ *   ppBitStream, pBitOffset  in/out: cursor (offset 0..7); after the last spectral bit.
  *   pLayerInfo      in/out: AklAACLtpInfo* when the ICS information is read here
  *                   (LTP data of channel 0), AklAACMainHeader* when scalableLayer is 1
  *                   (window grouping taken from it).
  *   pScaleFactor    out: as in the LC decoder; codebook 13 bands hold noise energies,
  *                   which share one running value with the scale factors.
- *   pSpectrum, pSfbCb, pTnsCoef, pChanInfo: as in the LC decoder.
+ *   pSpectrum       out: 1024 quantised values, as in the LC decoder.
+ *   pSfbCb          out: numWindowGroups x maxSfb codebooks.
+ *   pTnsCoef        out: TNS coefficients (up to 60).
+ *   pChanInfo       in/out: as in the LC decoder.
  *   windowSequence  in: 0..3, used when scalableLayer is 1.
  *   maxSfb          in: 0..51, used when scalableLayer is 1.
  *   commonWindow    in: 0..1; 1 takes pChanInfo->pIcsInfo as read.
