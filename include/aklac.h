@@ -1068,6 +1068,165 @@ AKLAC_API Status aklsNoiselessDecode_AAC(Akl8u** ppBitStream, Akl32s* pBitOffset
                                          AklAACChanInfo* pChanInfo, Akl32s windowSequence, Akl32s maxSfb,
                                          Akl32s commonWindow, Akl32s scalableLayer, Akl32s audioObjectType);
 /* @aac-bitstream-end */
+/* --- AAC spectral tools: dequantization, stereo, noise substitution, TNS ---
+ * Spectra are signed 32-bit: 1024 lines for a long window, 8 x 128 for eight
+ * short windows.  Before aklsDeinterleaveSpectrum_AAC_32s a short-window
+ * spectrum is in the bitstream's grouped order (group after group, band after
+ * band inside a group, window after window inside a band); the stereo and
+ * noise tools work on that order, TNS on the deinterleaved one.  Dequantized
+ * values are Q3 (three fractional bits).  Per-band arrays (codebooks, scale
+ * factors) hold maxSfb entries per window group, group after group; msUsed
+ * holds one row of 60 bytes per group.  Group lengths (pWinGrpLen) count
+ * windows and are read for short windows only (a long window is one group of
+ * one window); for short windows they must be 1..8 each and add up to at
+ * most 8.
+ */
+
+/* Dequantizes a quantized spectrum in place to Q3:
+ * y = sign(x) * |x|^(4/3) * 2^((sf - 100) / 4) * 8, truncated.  Bands of
+ * codebooks 13, 14 and 15 (noise, intensity) and the lines above the last
+ * band are left untouched.
+ *   pSrcDst      in/out: 1024 quantized values (|x| <= 8191), Q3 on return
+ *   pScaleFactor in: scale factor (0..255) per band per group
+ *   numWinGrp    in: window groups, 1 for long windows, 1..8 for short
+ *   pWinGrpLen   in: windows per group (short windows)
+ *   maxSfb       in: transmitted bands, 0..number of bands of the index
+ *   pSfbCb       in: codebook per band per group
+ *   samplingFrequencyIndex in: 0..11
+ *   winLen       in: 1024 (long) or 128 (eight short windows)
+ * Statuses: kStsNullPtr; kStsAacWinLenErr (winLen not 128 or 1024);
+ * kStsAacWinGrpErr (numWinGrp not 1 for long, outside 1..8 for short);
+ * kStsAacMaxSfbErr (maxSfb above 51); kStsAacSmpRateIdxErr; kStsAacMaxSfbErr
+ * (maxSfb above the bands of the index); kStsAacWinGrpErr (group lengths
+ * inconsistent); kStsAacCoefValErr (a magnitude above 8191: stops there, the
+ * lines before it stay converted). */
+AKLAC_API Status aklsQuantInv_AAC_32s_I(Akl32s* pSrcDst, const Akl16s* pScaleFactor, Akl32s numWinGrp,
+                                        const Akl32s* pWinGrpLen, Akl32s maxSfb, const Akl8u* pSfbCb,
+                                        Akl32s samplingFrequencyIndex, Akl32s winLen);
+
+/* Reorders an eight-short-window spectrum from the grouped, band-interleaved
+ * order into 8 windows of 128 lines; lines from band maxSfb up are set to 0
+ * in every window.
+ *   pSrc  in: 1024 values in grouped order;  pDst out: 8 x 128 values
+ *   numWinGrp in: 1..8;  pWinGrpLen in: windows per group
+ *   maxSfb in: 0..number of short bands of the index
+ *   samplingFrequencyIndex in: 0..11;  winLen in: must be 128
+ * Statuses: kStsNullPtr; kStsAacWinLenErr; kStsAacWinGrpErr; kStsAacMaxSfbErr
+ * (outside 0..51); kStsAacSmpRateIdxErr; kStsAacMaxSfbErr (above the short
+ * bands of the index); kStsAacWinGrpErr (group lengths inconsistent). */
+AKLAC_API Status aklsDeinterleaveSpectrum_AAC_32s(const Akl32s* pSrc, Akl32s* pDst, Akl32s numWinGrp,
+                                                  const Akl32s* pWinGrpLen, Akl32s maxSfb,
+                                                  Akl32s samplingFrequencyIndex, Akl32s winLen);
+
+/* M/S stereo of a channel pair, in place: L' = L + R, R' = L - R (plain
+ * 32-bit sums) in every band with msUsed set (msMaskPresent 1) or in every
+ * band (msMaskPresent 2), except noise bands (codebook 13) and intensity
+ * bands (14, 15).  An intensity band with msUsed set under msMaskPresent 1
+ * gets its codebook toggled between 14 and 15 in pSfbCb, so that
+ * aklsDecodeIsStereo_AAC_32s applies the inverted sign.
+ *   pSrcDstL, pSrcDstR in/out: dequantized spectra (Q3), grouped order
+ *   msMaskPresent in: 1 (per-band mask) or 2 (all bands)
+ *   pMsUsed in: msUsed[g * 60 + sfb]
+ *   pSfbCb  in/out: codebooks of the pair's right channel (per band per group)
+ *   numWinGrp, pWinGrpLen, maxSfb, samplingFrequencyIndex, winLen: as above
+ * Statuses: kStsNullPtr; kStsAacWinLenErr; kStsAacWinGrpErr; kStsAacMaxSfbErr
+ * (outside 0..51); kStsAacSmpRateIdxErr; kStsAacMsMaskErr (msMaskPresent
+ * outside 1..2); kStsAacMaxSfbErr (above the bands of the index);
+ * kStsAacWinGrpErr (group lengths inconsistent). */
+AKLAC_API Status aklsDecodeMsStereo_AAC_32s_I(Akl32s* pSrcDstL, Akl32s* pSrcDstR, Akl32s msMaskPresent,
+                                              const Akl8u* pMsUsed, Akl8u* pSfbCb, Akl32s numWinGrp,
+                                              const Akl32s* pWinGrpLen, Akl32s maxSfb,
+                                              Akl32s samplingFrequencyIndex, Akl32s winLen);
+
+/* Intensity stereo: in every band of codebook 15 (in phase) or 14 (out of
+ * phase) R = +-L * 2^(-p/4), p the band's intensity position; other bands of
+ * pDstR are left as they are.
+ *   pSrcL in: left spectrum (Q3);  pDstR in/out: right spectrum (Q3)
+ *   pScaleFactor in: intensity position per band per group (any value)
+ *   pSfbCb in: codebooks of the right channel
+ *   numWinGrp, pWinGrpLen, maxSfb, samplingFrequencyIndex, winLen: as above
+ * Statuses: kStsNullPtr; kStsAacWinLenErr; kStsAacWinGrpErr; kStsAacMaxSfbErr
+ * (outside 0..51); kStsAacSmpRateIdxErr; kStsAacMaxSfbErr (above the bands
+ * of the index); kStsAacWinGrpErr (group lengths inconsistent). */
+AKLAC_API Status aklsDecodeIsStereo_AAC_32s(const Akl32s* pSrcL, Akl32s* pDstR, const Akl16s* pScaleFactor,
+                                            const Akl8u* pSfbCb, Akl32s numWinGrp, const Akl32s* pWinGrpLen,
+                                            Akl32s maxSfb, Akl32s samplingFrequencyIndex, Akl32s winLen);
+
+/* Perceptual noise substitution of one channel: every band of codebook 13
+ * (in every window of its group) is filled with pseudo-random noise of the
+ * band's noise energy n: sum of squares 64 * 2^(n/2) in Q3, that is the
+ * energy 2^(n/2) of the standard.  One row of noise energies per group
+ * (pScaleFactor as the noiseless decoder writes it).  When numWinGrp is 1
+ * the LTP flag of each noise band below 40, pLtpLongUsed[band + 1], is
+ * cleared.
+ *   pSrcDst in/out: spectrum (Q3), grouped order
+ *   pLtpLongUsed in/out: 41 LTP band flags (entry 0 the LTP-present flag)
+ *   pSfbCb in: codebooks;  pScaleFactor in: noise energies (codebook-13 bands)
+ *   maxSfb in: 0..51 (bands above the index's count are not processed)
+ *   numWinGrp in: 1..8 (1 for long windows);  pWinGrpLen in: windows per group
+ *   samplingFrequencyIndex in: 0..11;  winLen in: 128 or 1024
+ *   pRandomSeed in/out: the caller's generator state, advanced once per line
+ * Statuses: kStsNullPtr; kStsAacMaxSfbErr; kStsAacWinGrpErr;
+ * kStsAacSmpRateIdxErr; kStsAacWinLenErr; kStsAacWinGrpErr (group lengths
+ * inconsistent). */
+AKLAC_API Status aklsDecodePNS_AAC_32s(Akl32s* pSrcDst, Akl32s* pLtpLongUsed, const Akl8u* pSfbCb,
+                                       const Akl16s* pScaleFactor, Akl32s maxSfb, Akl32s numWinGrp,
+                                       const Akl32s* pWinGrpLen, Akl32s samplingFrequencyIndex, Akl32s winLen,
+                                       Akl32s* pRandomSeed);
+
+/* Perceptual noise substitution of a channel pair with a common window: as
+ * aklsDecodePNS_AAC_32s for each channel, except that a band which is a
+ * noise band in both channels and has M/S on (msMaskPresent 2, or 1 with its
+ * msUsed byte set) gets the same noise vector in both channels, each scaled
+ * by its own noise energy.  Noise is drawn band by band, left before right.
+ *   pSrcDstL, pSrcDstR in/out: spectra (Q3), grouped order
+ *   pLtpLongUsedL, pLtpLongUsedR in/out: 41 LTP band flags per channel
+ *   pSfbCbL, pSfbCbR in: codebooks per channel
+ *   pScaleFactorL, pScaleFactorR in: noise energies per channel
+ *   msMaskPresent in: 0..2;  pMsUsed in: msUsed[g * 60 + sfb]
+ *   maxSfb, numWinGrp, pWinGrpLen, samplingFrequencyIndex, winLen,
+ *   pRandomSeed: as for aklsDecodePNS_AAC_32s
+ * Statuses: kStsNullPtr; kStsAacMaxSfbErr; kStsAacWinGrpErr;
+ * kStsAacSmpRateIdxErr; kStsAacWinLenErr; kStsAacMsMaskErr (msMaskPresent
+ * outside 0..2); kStsAacWinGrpErr (group lengths inconsistent). */
+AKLAC_API Status aklsDecodeMsPNS_AAC_32s(Akl32s* pSrcDstL, Akl32s* pSrcDstR, Akl32s* pLtpLongUsedL,
+                                         Akl32s* pLtpLongUsedR, const Akl8u* pSfbCbL, const Akl8u* pSfbCbR,
+                                         const Akl16s* pScaleFactorL, const Akl16s* pScaleFactorR,
+                                         Akl32s msMaskPresent, const Akl8u* pMsUsed, Akl32s maxSfb,
+                                         Akl32s numWinGrp, const Akl32s* pWinGrpLen,
+                                         Akl32s samplingFrequencyIndex, Akl32s winLen, Akl32s* pRandomSeed);
+
+/* Temporal noise shaping, decoder side: the all-pole filters of each window
+ * run in place over their band ranges.
+ *   pSrcDst   in/out: 1024 lines (long) or 8 x 128 deinterleaved (Q3)
+ *   pNumFilt  in: filters per window (0..3 long, 0..1 short), 1 or 8 entries
+ *   pLength, pOrder, pDirection in: per filter, over all windows in turn
+ *             (length 0..number of bands, order 0..12 long / 0..7 short,
+ *             direction 0 upward, 1 downward; a filter of order 0 has no
+ *             direction entry)
+ *   pCoefRes  in: coefficient width per window, 3 or 4
+ *   pCoef     in: order coefficients (-8..7) per filter of non-zero order
+ *   maxSfb    in: transmitted bands;  profile in: not used by the filter
+ *   samplingFrequencyIndex in: 0..11;  winLen in: 128 or 1024
+ * Statuses: kStsNullPtr; kStsAacWinLenErr; kStsAacSmpRateIdxErr;
+ * kStsAacMaxSfbErr; then, per window and filter, kStsAacTnsNumFiltErr,
+ * kStsAacTnsLenErr, kStsAacTnsOrderErr, kStsAacTnsCoefResErr,
+ * kStsAacTnsCoefErr, kStsAacTnsDirectErr (windows and filters before the
+ * failing one stay filtered). */
+AKLAC_API Status aklsDecodeTNS_AAC_32s_I(Akl32s* pSrcDst, const Akl32s* pNumFilt, const Akl32s* pLength,
+                                         const Akl32s* pOrder, const Akl32s* pCoefRes, const Akl8s* pCoef,
+                                         const Akl32s* pDirection, Akl32s maxSfb, Akl32s profile,
+                                         Akl32s samplingFrequencyIndex, Akl32s winLen);
+
+/* Temporal noise shaping, encoder side: the all-zero (prediction-error)
+ * filters that aklsDecodeTNS_AAC_32s_I inverts, with the same arguments and
+ * the same checks.  Unlike the decoder it checks every window and filter
+ * before it changes anything, so a failing call leaves pSrcDst untouched. */
+AKLAC_API Status aklsEncodeTNS_AAC_32s_I(Akl32s* pSrcDst, const Akl32s* pNumFilt, const Akl32s* pLength,
+                                         const Akl32s* pOrder, const Akl32s* pCoefRes, const Akl8s* pCoef,
+                                         const Akl32s* pDirection, Akl32s maxSfb, Akl32s profile,
+                                         Akl32s samplingFrequencyIndex, Akl32s winLen);
+
 /* @aac-spectral-end */
 
 /* ========================================================================

@@ -1,0 +1,50 @@
+#!/bin/sh
+# akl-aacdec's command line: help, output forms, channel masks, errors.
+# usage: cli_test.sh AKL_AACDEC DATA_DIR SCRATCH_DIR
+set -eu
+dec=$1 data=$2 tmp=$3
+mkdir -p "$tmp"
+fail() { echo "FAIL: $*"; exit 1; }
+
+"$dec" --help | grep -q '^usage: akl-aacdec' || fail "--help"
+if "$dec" --bogus a b 2>/dev/null; then fail "unknown option accepted"; fi
+if "$dec" only-one 2>/dev/null; then fail "one file accepted"; fi
+
+in=$data/aac_ref/aac_lc_22k05_mono_32_speech.aac
+"$dec" --quiet "$in" "$tmp/a.wav" 2>"$tmp/err"
+[ ! -s "$tmp/err" ] || fail "--quiet printed something"
+"$dec" --quiet --raw "$in" "$tmp/a.raw"
+"$dec" --quiet "$in" - > "$tmp/b.wav"
+"$dec" --quiet --raw - - < "$in" > "$tmp/b.raw"
+cmp -s "$tmp/a.raw" "$tmp/b.raw" || fail "stdin/stdout raw differs"
+[ "$(head -c 4 "$tmp/a.wav")" = RIFF ] || fail "no RIFF header"
+wav=$(stat -c %s "$tmp/a.wav") raw=$(stat -c %s "$tmp/a.raw")
+[ $((wav - 44)) -eq "$raw" ] || fail "WAV data size $wav vs raw $raw"
+[ "$raw" -eq $((34 * 1024 * 2)) ] || fail "raw size $raw"
+tail -c "$raw" "$tmp/a.wav" | cmp -s - "$tmp/a.raw" || fail "WAV payload differs from raw"
+tail -c "$raw" "$tmp/b.wav" | cmp -s - "$tmp/a.raw" || fail "piped WAV payload differs"
+size_field=$(od -An -tu4 -j40 -N4 "$tmp/a.wav" | tr -d ' ')
+[ "$size_field" -eq "$raw" ] || fail "data size field $size_field"
+
+"$dec" "$in" "$tmp/c.wav" 2>"$tmp/err"
+grep -q '34 frames, 1.58 s, 22050 Hz mono, 0 damaged, .*x real time' "$tmp/err" || fail "summary: $(cat "$tmp/err")"
+
+# 5.1 with a program configuration element: WAVE_FORMAT_EXTENSIBLE, mask 0x3F.
+"$dec" --quiet "$data/conformance/aac/al07_96.adts" "$tmp/d.wav"
+[ "$(od -An -tu2 -j20 -N2 "$tmp/d.wav" | tr -d ' ')" -eq 65534 ] || fail "not extensible"
+[ "$(od -An -tu2 -j22 -N2 "$tmp/d.wav" | tr -d ' ')" -eq 6 ] || fail "channels"
+[ "$(od -An -tu4 -j40 -N4 "$tmp/d.wav" | tr -d ' ')" -eq 63 ] || fail "channel mask"
+# Three front channels: FL FR FC.
+"$dec" --quiet "$data/conformance/aac/al06_44.adts" "$tmp/e.wav"
+[ "$(od -An -tu4 -j40 -N4 "$tmp/e.wav" | tr -d ' ')" -eq 7 ] || fail "3.0 mask"
+
+if "$dec" "$data/conformance/aac/am05_44.adts" "$tmp/x.wav" 2>"$tmp/err"; then fail "Main profile accepted"; fi
+grep -q 'Main profile' "$tmp/err" || fail "Main message: $(cat "$tmp/err")"
+if "$dec" "$data/conformance/aac/ap05_48.adts" "$tmp/x.wav" 2>"$tmp/err"; then fail "LTP accepted"; fi
+grep -q 'long-term prediction is not supported' "$tmp/err" || fail "LTP message: $(cat "$tmp/err")"
+
+head -c 3000 /dev/urandom | tr -d '\377' > "$tmp/junk.aac"
+if "$dec" "$tmp/junk.aac" "$tmp/x.wav" 2>"$tmp/err"; then fail "junk accepted"; fi
+grep -q 'no AAC' "$tmp/err" || fail "junk message: $(cat "$tmp/err")"
+if "$dec" "$tmp/does-not-exist.aac" "$tmp/x.wav" 2>/dev/null; then fail "missing input accepted"; fi
+echo "cli ok"

@@ -1,0 +1,355 @@
+// akl-aacdec's decoder on memory buffers: hand-made streams for the paths the
+// conformance material does not reach (ADIF, several raw data blocks per ADTS
+// frame, HE-AAC signalling, refused object types), and damaged streams.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <fstream>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "aacdec/aac_decoder.hpp"
+
+namespace {
+
+std::vector<std::uint8_t> ReadBytes(const std::string& name) {
+  std::ifstream f(std::string(AKLAC_E2E_DATA_DIR) + "/" + name, std::ios::binary);
+  return std::vector<std::uint8_t>((std::istreambuf_iterator<char>(f)), std::istreambuf_iterator<char>());
+}
+
+struct Sink : aacdec::PcmSink {
+  bool Format(const aacdec::StreamFormat& f) override {
+    format = f;
+    ++formats;
+    return true;
+  }
+  bool Frame(const std::int16_t* p, int frames) override {
+    pcm.insert(pcm.end(), p, p + static_cast<std::size_t>(frames) * static_cast<std::size_t>(format.channels));
+    return true;
+  }
+  void Warn(const std::string& m) override { warnings.push_back(m); }
+  aacdec::StreamFormat format;
+  int formats = 0;
+  std::vector<std::int16_t> pcm;
+  std::vector<std::string> warnings;
+};
+
+struct Outcome {
+  aacdec::DecodeResult result;
+  aacdec::DecodeStats stats;
+  Sink sink;
+  std::string message;
+};
+
+Outcome Decode(const std::vector<std::uint8_t>& data) {
+  Outcome r;
+  r.result = aacdec::DecodeAacBuffer(data.data(), data.size(), &r.sink, &r.stats, &r.message);
+  return r;
+}
+
+class BitWriter {
+ public:
+  void Put(std::uint32_t v, int n) {
+    for (int i = n - 1; i >= 0; --i) {
+      if (bit_ == 0) bytes_.push_back(0);
+      bytes_.back() = static_cast<std::uint8_t>(bytes_.back() | (((v >> i) & 1u) << (7 - bit_)));
+      bit_ = (bit_ + 1) & 7;
+    }
+  }
+  void Align() { bit_ = 0; }
+  std::vector<std::uint8_t>& bytes() { return bytes_; }
+
+ private:
+  std::vector<std::uint8_t> bytes_;
+  int bit_ = 0;
+};
+
+// A silent individual channel stream: long window, max_sfb 0 (no sections,
+// scale factors or spectrum), no pulse, TNS or gain control.
+void SilentIcs(BitWriter& w) {
+  w.Put(100, 8);  // global gain
+  w.Put(0, 1);    // reserved
+  w.Put(0, 2);    // only long
+  w.Put(0, 1);    // sine
+  w.Put(0, 6);    // max_sfb
+  w.Put(0, 1);    // no predictor data
+  w.Put(0, 3);
+}
+
+// id 0 SCE, 1 CPE (without a common window), 3 LFE.
+void SilentElement(BitWriter& w, int id, int tag) {
+  w.Put(static_cast<std::uint32_t>(id), 3);
+  w.Put(static_cast<std::uint32_t>(tag), 4);
+  if (id == 1) w.Put(0, 1);
+  SilentIcs(w);
+  if (id == 1) SilentIcs(w);
+}
+
+// A silent mono raw data block, optionally with a fill element carrying
+// extension payload `ext`.
+void SilentBlock(BitWriter& w, int ext) {
+  SilentElement(w, 0, 0);
+  if (ext >= 0) {
+    w.Put(6, 3);  // FIL
+    w.Put(2, 4);  // two bytes
+    w.Put(static_cast<std::uint32_t>(ext) << 4, 8);
+    w.Put(0, 8);
+  }
+  w.Put(7, 3);  // END
+  w.Align();
+}
+
+std::vector<std::uint8_t> Adts(int profile, int config, int blocks, const std::vector<std::uint8_t>& p,
+                               bool crc = false) {
+  // With CRC: block positions (blocks - 1) and the header CRC follow the
+  // header (the words are not checked, so any value does).
+  const int extra = crc ? 2 * blocks : 0;
+  const int len = 7 + extra + static_cast<int>(p.size());
+  BitWriter h;
+  h.Put(0xFFF, 12);
+  h.Put(0, 1);  // MPEG-4
+  h.Put(0, 2);
+  h.Put(crc ? 0 : 1, 1);  // protection absent
+  h.Put(static_cast<std::uint32_t>(profile), 2);
+  h.Put(4, 4);  // 44100 Hz
+  h.Put(0, 1);
+  h.Put(static_cast<std::uint32_t>(config), 3);
+  h.Put(0, 4);
+  h.Put(static_cast<std::uint32_t>(len), 13);
+  h.Put(0x7FF, 11);
+  h.Put(static_cast<std::uint32_t>(blocks - 1), 2);
+  for (int i = 0; i < extra; ++i) h.Put(0xA5, 8);
+  auto out = h.bytes();
+  out.insert(out.end(), p.begin(), p.end());
+  return out;
+}
+
+std::vector<std::uint8_t> AdtsFrame(int profile, int blocks, int ext) {
+  BitWriter payload;
+  for (int b = 0; b < blocks; ++b) SilentBlock(payload, ext);
+  return Adts(profile, 1, blocks, payload.bytes());
+}
+
+TEST(AacDecoder, ChannelConfigurationsAndMasks) {
+  const struct {
+    int config;
+    std::vector<int> ids;
+    int channels;
+    std::uint32_t mask;
+  } rows[] = {
+      {1, {0}, 1, 0x4},           {2, {1}, 2, 0x3},
+      {3, {0, 1}, 3, 0x7},        {4, {0, 1, 0}, 4, 0x107},
+      {5, {0, 1, 1}, 5, 0x37},    {6, {0, 1, 1, 3}, 6, 0x3F},
+      {7, {0, 1, 1, 1, 3}, 8, 0xFF},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.config);
+    std::vector<std::uint8_t> s;
+    for (int f = 0; f < 2; ++f) {
+      BitWriter w;
+      int tag = 0;
+      for (int id : row.ids) SilentElement(w, id, tag++);
+      w.Put(7, 3);
+      w.Align();
+      const auto frame = Adts(1, row.config, 1, w.bytes());
+      s.insert(s.end(), frame.begin(), frame.end());
+    }
+    Outcome r = Decode(s);
+    ASSERT_EQ(r.result, aacdec::DecodeResult::kOk) << r.message;
+    EXPECT_EQ(r.sink.format.channels, row.channels);
+    EXPECT_EQ(r.sink.format.channel_mask, row.mask);
+    EXPECT_EQ(r.stats.damaged, 0);
+    EXPECT_EQ(r.sink.pcm.size(), 2u * 1024 * static_cast<std::size_t>(row.channels));
+  }
+  // A frame whose elements do not match its configuration is concealed.
+  BitWriter w;
+  SilentElement(w, 1, 0);
+  w.Put(7, 3);
+  w.Align();
+  auto s = AdtsFrame(1, 1, -1);
+  const auto bad = Adts(1, 1, 1, w.bytes());
+  s.insert(s.end(), bad.begin(), bad.end());
+  Outcome r = Decode(s);
+  ASSERT_EQ(r.result, aacdec::DecodeResult::kOk);
+  EXPECT_EQ(r.stats.frames, 2);
+  EXPECT_EQ(r.stats.damaged, 1);
+}
+
+TEST(AacDecoder, SilentFramesAndSeveralBlocksPerFrame) {
+  std::vector<std::uint8_t> s;
+  for (int i = 0; i < 3; ++i) {
+    const auto f = AdtsFrame(1, i == 1 ? 3 : 1, -1);
+    s.insert(s.end(), f.begin(), f.end());
+  }
+  Outcome r = Decode(s);
+  ASSERT_EQ(r.result, aacdec::DecodeResult::kOk) << r.message;
+  EXPECT_EQ(r.sink.format.channels, 1);
+  EXPECT_EQ(r.sink.format.sample_rate, 44100);
+  EXPECT_EQ(r.sink.format.channel_mask, 0x4u);
+  EXPECT_EQ(r.stats.frames, 5);
+  EXPECT_EQ(r.stats.damaged, 0);
+  ASSERT_EQ(r.sink.pcm.size(), 5u * 1024);
+  for (auto v : r.sink.pcm) ASSERT_EQ(v, 0);
+  EXPECT_TRUE(r.sink.warnings.empty());
+}
+
+// Frames with CRC words: one block (the CRC after the header), and two blocks
+// (their positions and the header CRC, then a CRC after each block).
+TEST(AacDecoder, FramesWithCrc) {
+  BitWriter one;
+  SilentBlock(one, -1);
+  BitWriter two;
+  SilentBlock(two, -1);
+  two.Put(0x1234, 16);  // CRC of block 1
+  SilentBlock(two, -1);
+  two.Put(0x5678, 16);  // CRC of block 2
+  auto s = Adts(1, 1, 1, one.bytes(), true);
+  const auto f2 = Adts(1, 1, 2, two.bytes(), true);
+  s.insert(s.end(), f2.begin(), f2.end());
+  Outcome r = Decode(s);
+  ASSERT_EQ(r.result, aacdec::DecodeResult::kOk) << r.message;
+  EXPECT_EQ(r.stats.frames, 3);
+  EXPECT_EQ(r.stats.damaged, 0);
+  EXPECT_EQ(r.stats.skipped_bytes, 0);
+}
+
+TEST(AacDecoder, HeAacCoreDecodedWithOneWarning) {
+  std::vector<std::uint8_t> s;
+  for (int i = 0; i < 4; ++i) {
+    const auto f = AdtsFrame(1, 1, 13);
+    s.insert(s.end(), f.begin(), f.end());
+  }
+  Outcome r = Decode(s);
+  ASSERT_EQ(r.result, aacdec::DecodeResult::kOk) << r.message;
+  EXPECT_EQ(r.stats.frames, 4);
+  ASSERT_EQ(r.sink.warnings.size(), 1u);
+  EXPECT_NE(r.sink.warnings[0].find("AAC-LC core"), std::string::npos);
+}
+
+TEST(AacDecoder, MainSsrAndLtpRefused) {
+  const struct { int profile; const char* word; } rows[] = {{0, "Main"}, {2, "SSR"}, {3, "LTP"}};
+  for (const auto& row : rows) {
+    Outcome r = Decode(AdtsFrame(row.profile, 1, -1));
+    EXPECT_EQ(r.result, aacdec::DecodeResult::kRefused);
+    EXPECT_NE(r.message.find(row.word), std::string::npos) << r.message;
+    EXPECT_EQ(r.sink.formats, 0);
+  }
+}
+
+TEST(AacDecoder, NoStreamInGarbage) {
+  std::vector<std::uint8_t> junk(5000);
+  std::mt19937 rng(7);
+  for (auto& b : junk) b = static_cast<std::uint8_t>(rng() & 0xEF);  // no 0xFF: no sync
+  Outcome r = Decode(junk);
+  EXPECT_EQ(r.result, aacdec::DecodeResult::kNoAudio);
+  EXPECT_FALSE(r.message.empty());
+  EXPECT_EQ(Decode({}).result, aacdec::DecodeResult::kNoAudio);
+}
+
+// The same raw data blocks carried by ADIF (header, one program configuration
+// element, blocks back to back) decode to the same samples as by ADTS.
+std::vector<std::uint8_t> AdifHeader(int object_type) {
+  BitWriter w;
+  for (char c : std::string("ADIF")) w.Put(static_cast<std::uint8_t>(c), 8);
+  w.Put(0, 1);        // no copyright id
+  w.Put(0, 2);        // original, home
+  w.Put(1, 1);        // variable rate: no buffer fullness
+  w.Put(128000, 23);  // bit rate
+  w.Put(0, 4);        // one program configuration element
+  w.Put(0, 4);        // tag
+  w.Put(static_cast<std::uint32_t>(object_type), 2);  // 1: LC
+  w.Put(4, 4);        // 44100 Hz
+  w.Put(1, 4);        // one front element
+  w.Put(0, 4 + 4 + 2 + 3 + 4);
+  w.Put(0, 3);        // no mixdowns
+  w.Put(1, 1);        // front element: a channel pair
+  w.Put(0, 4);        // with tag 0
+  w.Align();
+  w.Put(0, 8);        // no comment
+  w.Align();
+  return w.bytes();
+}
+
+TEST(AacDecoder, AdifMatchesAdts) {
+  const auto adts = ReadBytes("aac_ref/aac_lc_44k1_st_128_mix_msall_is_tns.aac");
+  ASSERT_FALSE(adts.empty());
+  auto adif = AdifHeader(1);
+  std::size_t pos = 0;
+  int frames = 0;
+  while (pos + 7 <= adts.size()) {
+    const int len = ((adts[pos + 3] & 3) << 11) | (adts[pos + 4] << 3) | (adts[pos + 5] >> 5);
+    const int header = (adts[pos + 1] & 1) ? 7 : 9;
+    adif.insert(adif.end(), adts.begin() + static_cast<long>(pos) + header, adts.begin() + static_cast<long>(pos) + len);
+    pos += static_cast<std::size_t>(len);
+    ++frames;
+  }
+  Outcome a = Decode(adts);
+  Outcome b = Decode(adif);
+  ASSERT_EQ(b.result, aacdec::DecodeResult::kOk) << b.message;
+  EXPECT_TRUE(b.sink.format.adif);
+  EXPECT_EQ(b.sink.format.channels, 2);
+  EXPECT_EQ(b.stats.frames, frames);
+  EXPECT_EQ(b.stats.damaged, 0);
+  EXPECT_EQ(a.sink.pcm, b.sink.pcm);
+  // The same with a main-profile program configuration: refused.
+  auto main_profile = AdifHeader(0);
+  main_profile.insert(main_profile.end(), adif.begin() + static_cast<long>(AdifHeader(1).size()), adif.end());
+  Outcome m = Decode(main_profile);
+  EXPECT_EQ(m.result, aacdec::DecodeResult::kRefused);
+  EXPECT_NE(m.message.find("Main"), std::string::npos) << m.message;
+}
+
+// Damaged streams: flipped bits, cut frames and byte runs never crash (the
+// sanitizers watch), and what cannot be decoded is concealed and counted.
+TEST(AacDecoder, DamagedStreamsAreConcealed) {
+  const char* files[] = {"aac_ref/aac_lc_48k_st_64_mix_is_pns.aac", "conformance/aac/al07_96.adts",
+                         "conformance/aac/al15_44.adts", "aac_ref/aac_lc_32k_st_96_clicks_tns.aac"};
+  std::mt19937 rng(20261122);
+  for (const char* name : files) {
+    SCOPED_TRACE(name);
+    const auto clean = ReadBytes(name);
+    ASSERT_FALSE(clean.empty());
+    const Outcome ref = Decode(clean);
+    ASSERT_EQ(ref.stats.damaged, 0);
+    for (int trial = 0; trial < 6; ++trial) {
+      auto bad = clean;
+      std::uniform_int_distribution<std::size_t> at(0, bad.size() - 1);
+      const int kind = trial % 3;
+      if (kind == 0) {
+        for (int i = 0; i < 40; ++i) bad[at(rng)] ^= static_cast<std::uint8_t>(1u << (rng() % 8));
+      } else if (kind == 1) {
+        const std::size_t from = at(rng);
+        bad.erase(bad.begin() + static_cast<long>(from), bad.begin() + static_cast<long>(std::min(bad.size(), from + 300)));
+      } else {
+        const std::size_t from = at(rng);
+        for (std::size_t i = from; i < std::min(bad.size(), from + 200); ++i) bad[i] = static_cast<std::uint8_t>(rng());
+      }
+      Outcome r = Decode(bad);
+      if (r.result == aacdec::DecodeResult::kOk) {
+        EXPECT_EQ(r.sink.pcm.size() % static_cast<std::size_t>(r.sink.format.channels * 1024), 0u);
+        EXPECT_GT(r.stats.frames, ref.stats.frames / 2);
+      }
+    }
+  }
+}
+
+TEST(AacDecoder, TruncatedLastFrameIsConcealed) {
+  auto s = ReadBytes("aac_ref/aac_lc_22k05_mono_32_speech.aac");
+  ASSERT_FALSE(s.empty());
+  const Outcome full = Decode(s);
+  // Cut the stream in the middle of frame 20.
+  std::size_t pos = 0;
+  for (int i = 0; i < 19; ++i) pos += static_cast<std::size_t>(((s[pos + 3] & 3) << 11) | (s[pos + 4] << 3) | (s[pos + 5] >> 5));
+  const std::size_t len = static_cast<std::size_t>(((s[pos + 3] & 3) << 11) | (s[pos + 4] << 3) | (s[pos + 5] >> 5));
+  s.resize(pos + len / 2);
+  const Outcome cut = Decode(s);
+  ASSERT_EQ(cut.result, aacdec::DecodeResult::kOk);
+  EXPECT_EQ(cut.stats.frames, 20);
+  EXPECT_EQ(cut.stats.damaged, 1);
+  // Everything before the cut frame is unchanged.
+  ASSERT_EQ(cut.sink.pcm.size(), 20u * 1024);
+  for (std::size_t i = 0; i < 19u * 1024; ++i) ASSERT_EQ(cut.sink.pcm[i], full.sink.pcm[i]) << i;
+}
+
+}  // namespace

@@ -1,0 +1,1047 @@
+// The AAC-LC decoder behind akl-aacdec.  See aac_decoder.hpp.
+//
+// One raw data block goes through three stages:
+//  1. parsing: every element is read in bitstream order; channel streams go
+//     through the library's noiseless decoder into per-element records;
+//  2. spectral processing in the library's Q3 integer domain: dequantization,
+//     noise substitution, M/S, intensity, deinterleaving, coupling (the
+//     dependently switched kind) and TNS;
+//  3. synthesis: the library's float inverse MDCT, then this program's
+//     windows (sine or KBD, all four sequences) and overlap-add, the
+//     independently switched coupling, and rounding to 16 bits.
+#include "aacdec/aac_decoder.hpp"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstring>
+#include <memory>
+#include <vector>
+
+#include "aklac.h"
+
+namespace aacdec {
+namespace {
+
+constexpr int kSampleRates[13] = {96000, 88200, 64000, 48000, 44100, 32000, 24000,
+                                  22050, 16000, 12000, 11025, 8000,  7350};
+constexpr int kFrame = 1024;
+constexpr int kBandSlots = 8 * 64;  // per-band arrays: groups x bands
+constexpr std::size_t kPadding = 16384;  // zeros after a frame: the readers may run on in a damaged one
+
+enum ElementId { kSce = 0, kCpe = 1, kCce = 2, kLfe = 3, kDse = 4, kPce = 5, kFil = 6, kEnd = 7 };
+enum WindowSequence { kOnlyLong = 0, kLongStart = 1, kEightShort = 2, kLongStop = 3 };
+
+// WAVE_FORMAT_EXTENSIBLE speaker positions.
+enum : std::uint32_t {
+  kFL = 0x1, kFR = 0x2, kFC = 0x4, kLFE = 0x8, kBL = 0x10, kBR = 0x20,
+  kFLC = 0x40, kFRC = 0x80, kBC = 0x100, kSL = 0x200, kSR = 0x400,
+};
+
+struct SfCode {
+  int length;
+  std::uint32_t code;
+};
+constexpr SfCode kSfCodes[121] = {
+#include "aacdec/sf_codes.inc"
+};
+
+struct SwbRow {
+  int count;
+  std::int16_t offset[52];
+};
+// Rows 0..11: long windows by sampling index; rows 12..23: short windows.
+constexpr SwbRow kSwb[24] = {
+#include "aacdec/swb_offsets.inc"
+};
+
+// ---- bit cursor over a padded frame buffer ----
+struct Cursor {
+  Akl8u* p;
+  Akl32s off;
+};
+
+std::uint32_t ReadBits(Cursor& c, int n) {
+  std::uint32_t v = 0;
+  while (n > 0) {
+    const int avail = 8 - c.off;
+    const int take = std::min(avail, n);
+    const std::uint32_t bits = (static_cast<std::uint32_t>(*c.p) >> (avail - take)) & ((1u << take) - 1u);
+    v = (v << take) | bits;
+    c.off += take;
+    n -= take;
+    if (c.off == 8) {
+      c.off = 0;
+      ++c.p;
+    }
+  }
+  return v;
+}
+
+void ByteAlign(Cursor& c) {
+  if (c.off != 0) {
+    c.off = 0;
+    ++c.p;
+  }
+}
+
+// One scale-factor code; -1 if none matches within 19 bits.
+int ReadSfCode(Cursor& c) {
+  std::uint32_t code = 0;
+  for (int len = 1; len <= 19; ++len) {
+    code = (code << 1) | ReadBits(c, 1);
+    for (int i = 0; i < 121; ++i)
+      if (kSfCodes[i].length == len && kSfCodes[i].code == code) return i;
+  }
+  return -1;
+}
+
+// ---- windows ----
+double BesselI0(double x) {
+  double sum = 1, term = 1;
+  for (int k = 1; k < 50; ++k) {
+    term *= (x / (2 * k)) * (x / (2 * k));
+    sum += term;
+    if (term < 1e-20 * sum) break;
+  }
+  return sum;
+}
+
+// Rising half (n = 0 .. half-1) of a window of length 2 * half.
+std::vector<float> SineRise(int half) {
+  std::vector<float> w(half);
+  for (int n = 0; n < half; ++n) w[n] = static_cast<float>(std::sin(M_PI / (2.0 * half) * (n + 0.5)));
+  return w;
+}
+
+// Kaiser-Bessel derived: w[n] = sqrt(cumsum(K)[n] / sum(K)) over a Kaiser
+// kernel of half + 1 points with parameter alpha.
+std::vector<float> KbdRise(int half, double alpha) {
+  std::vector<double> k(half + 1);
+  const double denom = BesselI0(M_PI * alpha);
+  for (int n = 0; n <= half; ++n) {
+    const double r = (2.0 * n / half) - 1.0;
+    k[n] = BesselI0(M_PI * alpha * std::sqrt(std::max(0.0, 1.0 - r * r))) / denom;
+  }
+  double total = 0;
+  for (double v : k) total += v;
+  std::vector<float> w(half);
+  double acc = 0;
+  for (int n = 0; n < half; ++n) {
+    acc += k[n];
+    w[n] = static_cast<float>(std::sqrt(acc / total));
+  }
+  return w;
+}
+
+struct Windows {
+  std::vector<float> rise_long[2];   // [shape] 1024 values
+  std::vector<float> rise_short[2];  // [shape] 128 values
+  Windows() {
+    rise_long[0] = SineRise(1024);
+    rise_long[1] = KbdRise(1024, 4.0);
+    rise_short[0] = SineRise(128);
+    rise_short[1] = KbdRise(128, 6.0);
+  }
+};
+
+// ---- the library's inverse MDCT ----
+class Imdct {
+ public:
+  explicit Imdct(int n) : n_(n) {
+    if (aklsMDCTInvInitAlloc_32f(&spec_, n) != kStsOk) spec_ = nullptr;
+    int size = 0;
+    if (spec_ && aklsMDCTInvGetBufSize_32f(spec_, &size) == kStsOk) buffer_.resize(static_cast<std::size_t>(size) + 64);
+  }
+  ~Imdct() {
+    if (spec_) aklsMDCTInvFree_32f(spec_);
+  }
+  Imdct(const Imdct&) = delete;
+  Imdct& operator=(const Imdct&) = delete;
+  bool ok() const { return spec_ != nullptr; }
+  // n/2 coefficients to n time samples, y = (2/n) sum X cos(...).
+  void Run(const float* src, float* dst) { aklsMDCTInv_32f(src, dst, spec_, buffer_.empty() ? nullptr : buffer_.data()); }
+
+ private:
+  int n_;
+  MDCTInvSpec_32f* spec_ = nullptr;
+  std::vector<Akl8u> buffer_;
+};
+
+// ---- per-element records ----
+struct ChannelStream {
+  AklAACIcsInfo own_ics;
+  AklAACChanInfo info;
+  alignas(16) Akl32s spec[kFrame];
+  Akl16s sf[kBandSlots];
+  Akl8u cb[kBandSlots];
+  Akl8s tns_coef[64];
+  Akl32s ltp_long_used[41];
+  const AklAACIcsInfo& ics() const { return *info.pIcsInfo; }
+  int win_len() const { return ics().windowSequence == kEightShort ? 128 : kFrame; }
+};
+
+// Overlap state of one output channel (or of an independently switched
+// coupling channel).
+struct ChannelState {
+  std::array<float, kFrame> overlap{};
+  int prev_shape = 0;
+};
+
+struct CceTarget {
+  int is_cpe;
+  int tag;
+  int ch_select;  // (cc_l << 1) | cc_r for pairs
+};
+
+struct Cce {
+  int tag = 0;
+  bool ind_sw = false;
+  int num_targets = 0;
+  CceTarget targets[8];
+  int cc_domain = 0;  // 0: before TNS, 1: after TNS (dependent switching only)
+  int num_gain_lists = 0;
+  ChannelStream ch;
+  float gain[16][kBandSlots];
+  std::array<float, kFrame> time{};  // independently switched: the windowed output
+};
+
+// Where each channel of an audio element goes.
+struct LayoutElement {
+  int type;  // kSce, kCpe or kLfe
+  int tag;   // -1: matched by order of appearance (channel configurations)
+  int first_channel;
+  std::uint32_t position[2];
+};
+
+struct Layout {
+  std::vector<LayoutElement> elements;
+  int channels = 0;
+  bool from_pce = false;
+};
+
+void AddElement(Layout& l, int type, int tag, std::uint32_t p0, std::uint32_t p1 = 0) {
+  l.elements.push_back({type, tag, l.channels, {p0, p1}});
+  l.channels += type == kCpe ? 2 : 1;
+}
+
+bool LayoutFromConfig(int config, Layout* l) {
+  *l = Layout{};
+  switch (config) {
+    case 1: AddElement(*l, kSce, -1, kFC); break;
+    case 2: AddElement(*l, kCpe, -1, kFL, kFR); break;
+    case 3: AddElement(*l, kSce, -1, kFC); AddElement(*l, kCpe, -1, kFL, kFR); break;
+    case 4:
+      AddElement(*l, kSce, -1, kFC); AddElement(*l, kCpe, -1, kFL, kFR); AddElement(*l, kSce, -1, kBC);
+      break;
+    case 5:
+    case 6:
+      AddElement(*l, kSce, -1, kFC); AddElement(*l, kCpe, -1, kFL, kFR); AddElement(*l, kCpe, -1, kBL, kBR);
+      if (config == 6) AddElement(*l, kLfe, -1, kLFE);
+      break;
+    case 7:
+      AddElement(*l, kSce, -1, kFC); AddElement(*l, kCpe, -1, kFLC, kFRC); AddElement(*l, kCpe, -1, kFL, kFR);
+      AddElement(*l, kCpe, -1, kBL, kBR); AddElement(*l, kLfe, -1, kLFE);
+      break;
+    default: return false;
+  }
+  return true;
+}
+
+// Speaker positions for a group of channels listed in element order.
+void AssignFront(std::vector<std::uint32_t>& pos) {
+  const std::size_t n = pos.size();
+  std::size_t i = 0;
+  if (n % 2 == 1) pos[i++] = kFC;
+  const std::size_t pairs = (n - i) / 2;
+  static const std::uint32_t one_pair[2] = {kFL, kFR};
+  static const std::uint32_t two_pairs[4] = {kFLC, kFRC, kFL, kFR};
+  for (std::size_t p = 0; p < pairs; ++p) {
+    if (pairs == 1) {
+      pos[i] = one_pair[0];
+      pos[i + 1] = one_pair[1];
+    } else if (p < 2) {
+      pos[i] = two_pairs[2 * p];
+      pos[i + 1] = two_pairs[2 * p + 1];
+    }
+    i += 2;
+  }
+}
+
+void AssignPairs(std::vector<std::uint32_t>& pos, std::uint32_t l, std::uint32_t r, std::uint32_t single) {
+  const std::size_t n = pos.size();
+  std::size_t i = 0;
+  for (; i + 1 < n && i < 2; i += 2) {
+    pos[i] = l;
+    pos[i + 1] = r;
+  }
+  if (n % 2 == 1) pos[n - 1] = single;
+}
+
+void LayoutFromPce(const AklAACPrgCfgElt& pce, Layout* l) {
+  *l = Layout{};
+  l->from_pce = true;
+  struct Group {
+    int count;
+    const Akl32s* is_cpe;
+    const Akl32s* tag;
+    int kind;  // 0 front, 1 side, 2 back
+  } groups[3] = {{pce.numFrontElt, pce.frontElementIsCpe, pce.frontElementTagSel, 0},
+                 {pce.numSideElt, pce.sideElementIsCpe, pce.sideElementTagSel, 1},
+                 {pce.numBackElt, pce.backElementIsCpe, pce.backElementTagSel, 2}};
+  for (const Group& g : groups) {
+    std::vector<std::uint32_t> pos;
+    for (int e = 0; e < g.count; ++e) pos.resize(pos.size() + (g.is_cpe[e] ? 2 : 1), 0);
+    if (g.kind == 0) AssignFront(pos);
+    if (g.kind == 1) AssignPairs(pos, kSL, kSR, 0);
+    if (g.kind == 2) AssignPairs(pos, kBL, kBR, kBC);
+    std::size_t k = 0;
+    for (int e = 0; e < g.count; ++e) {
+      if (g.is_cpe[e]) {
+        AddElement(*l, kCpe, g.tag[e], pos[k], pos[k + 1]);
+        k += 2;
+      } else {
+        AddElement(*l, kSce, g.tag[e], pos[k]);
+        k += 1;
+      }
+    }
+  }
+  for (int e = 0; e < pce.numLfeElt; ++e) AddElement(*l, kLfe, pce.lfeElementTagSel[e], e == 0 ? std::uint32_t{kLFE} : 0u);
+}
+
+// ---- the decoder ----
+class Decoder {
+ public:
+  Decoder(PcmSink* sink, DecodeStats* stats) : sink_(sink), stats_(stats), imdct_long_(2048), imdct_short_(256) {}
+
+  DecodeResult Run(const std::uint8_t* data, std::size_t size, std::string* message);
+
+ private:
+  // Audio element decoded in the current block.
+  struct Element {
+    int type = 0;
+    int tag = 0;
+    int common_window = 0;
+    int ms_mask_present = 0;
+    Akl8u ms_used[8 * 60];
+    AklAACIcsInfo pair_ics;
+    ChannelStream ch[2];
+  };
+
+  bool SetSampleRateIndex(int sfi, std::string* message);
+  bool CheckObjectType(int object_type, std::string* message);
+  void LoadFrame(const std::uint8_t* src, std::size_t n);
+  Status DecodeRawBlock(Cursor& c, const Akl8u* end);
+  Status DecodeIcs(Cursor& c, ChannelStream& ch, int common_window, AklAACIcsInfo* pair_ics);
+  Status DecodeCce(Cursor& c);
+  void SeparateNoiseEnergies(ChannelStream& ch);
+  Status SpectralSingle(ChannelStream& ch);
+  Status SpectralPair(Element& e);
+  Status Finish(ChannelStream& ch);  // deinterleave; TNS runs separately
+  Status Tns(ChannelStream& ch);
+  void ApplyDependentCoupling(int type, int tag, int domain, Element& e);
+  void Synthesize(const ChannelStream& ch, ChannelState& st, float* out);
+  int BandOffset(int band, bool is_short) const { return kSwb[(is_short ? 12 : 0) + sfi_].offset[band]; }
+  bool EmitBlock(bool damaged);
+  bool StartOutput();
+
+  PcmSink* sink_;
+  DecodeStats* stats_;
+  Windows windows_;
+  Imdct imdct_long_;
+  Imdct imdct_short_;
+  int sfi_ = -1;
+  int sample_rate_ = 0;
+  int object_type_ = 2;
+  int config_ = 0;
+  bool adif_ = false;
+  bool have_layout_ = false;
+  bool output_started_ = false;
+  bool sbr_warned_ = false;
+  Layout layout_;
+  std::vector<int> wav_order_;  // bitstream channel -> WAV position index
+  std::uint32_t channel_mask_ = 0;
+  std::vector<ChannelState> states_;
+  ChannelState cce_states_[16];
+  Akl32s noise_seed_ = 0x2545F491;
+  AklAACLtpInfo ltp_info_{};  // filled by the readers; LTP itself is not decoded
+  // Per block.
+  std::vector<std::unique_ptr<Element>> elements_;
+  int num_elements_ = 0;
+  std::vector<std::unique_ptr<Cce>> cces_;
+  int num_cces_ = 0;
+  std::vector<std::uint8_t> frame_storage_;
+  Akl8u* frame_ = nullptr;
+  std::size_t dirty_ = 0;  // bytes of frame_ that may be non-zero
+  std::vector<float> out_;       // channels x 1024, bitstream order
+  std::vector<std::int16_t> pcm_;  // interleaved, WAV order
+  std::string* message_ = nullptr;
+};
+
+bool Decoder::SetSampleRateIndex(int sfi, std::string* message) {
+  if (sfi > 11) {
+    *message = "unsupported sampling-frequency index " + std::to_string(sfi);
+    return false;
+  }
+  if (sfi_ >= 0 && sfi != sfi_) return false;  // a change inside the stream: damaged frame
+  sfi_ = sfi;
+  sample_rate_ = kSampleRates[sfi];
+  return true;
+}
+
+bool Decoder::CheckObjectType(int object_type, std::string* message) {
+  object_type_ = object_type;
+  switch (object_type) {
+    case 2: return true;
+    case 1:
+      *message = "AAC Main profile stream: its frequency-domain prediction is not supported (AAC-LC only)";
+      return false;
+    case 3:
+      *message = "AAC SSR profile stream: its gain control is not supported (AAC-LC only)";
+      return false;
+    case 4:
+      *message = "AAC LTP stream: long-term prediction is not supported (AAC-LC only)";
+      return false;
+    default:
+      *message = "unsupported audio object type " + std::to_string(object_type);
+      return false;
+  }
+}
+
+// Copies n input bytes to the aligned frame buffer, followed by kPadding
+// zero bytes.  Only bytes an earlier frame wrote need clearing: the buffer is
+// never written past its latest frame.
+void Decoder::LoadFrame(const std::uint8_t* src, std::size_t n) {
+  const std::size_t need = n + kPadding + 64;
+  if (frame_storage_.size() < need) {
+    frame_storage_.assign(need, 0);
+    dirty_ = 0;
+  }
+  auto addr = reinterpret_cast<std::uintptr_t>(frame_storage_.data());
+  frame_ = reinterpret_cast<Akl8u*>(frame_storage_.data() + ((16 - addr % 16) % 16));
+  if (n) std::memcpy(frame_, src, n);
+  if (dirty_ > n) std::memset(frame_ + n, 0, dirty_ - n);
+  dirty_ = n;
+}
+
+Status Decoder::DecodeIcs(Cursor& c, ChannelStream& ch, int common_window, AklAACIcsInfo* pair_ics) {
+  std::memset(&ch.info, 0, sizeof(ch.info));
+  ch.info.samplingFrequencyIndex = sfi_;
+  ch.info.predSfbMax = 0;
+  ch.info.pIcsInfo = common_window ? pair_ics : &ch.own_ics;
+  for (Akl32s& v : ch.ltp_long_used) v = 0;
+  // The general decoder reads noise-substitution bands (codebook 13), which
+  // the low-complexity one refuses; object type 2 makes it read the LC syntax.
+  const AklAACIcsInfo& shared = common_window ? *pair_ics : ch.own_ics;
+  const Status st =
+      aklsNoiselessDecode_AAC(&c.p, &c.off, &ltp_info_, ch.sf, ch.spec, ch.cb, ch.tns_coef, &ch.info,
+                              common_window ? shared.windowSequence : 0, common_window ? shared.maxSfb : 0,
+                              common_window, 0, 2);
+  if (st == kStsOk) SeparateNoiseEnergies(ch);
+  return st;
+}
+
+// The library's noiseless decoder runs scale factors and noise energies
+// through one accumulator (the first noise energy replaces the running value,
+// every later band adds its difference to whatever came last), whereas a
+// stream codes them as two chains: scale factors from global_gain, noise
+// energies from the first noise energy.  In a channel that mixes noise and
+// ordinary bands, the differences are recovered from the decoder's values and
+// summed again chain by chain.
+void Decoder::SeparateNoiseEnergies(ChannelStream& ch) {
+  const AklAACIcsInfo& ics = ch.ics();
+  const int slots = ics.numWindowGroups * ics.maxSfb;
+  int running = ch.info.globalGain;  // the decoder's shared value
+  int scale = ch.info.globalGain;    // the scale-factor chain
+  int noise = 0;                     // the noise-energy chain
+  bool first_noise = true;
+  for (int i = 0; i < slots; ++i) {
+    const int book = ch.cb[i];
+    if (book == 0 || book == 14 || book == 15) continue;  // zero bands; intensity has its own chain
+    const int value = ch.sf[i];
+    if (book == 13) {
+      noise = first_noise ? value : noise + (value - running);
+      first_noise = false;
+      ch.sf[i] = static_cast<Akl16s>(noise);
+    } else {
+      scale += value - running;
+      ch.sf[i] = static_cast<Akl16s>(scale);
+    }
+    running = value;
+  }
+}
+
+Status Decoder::DecodeCce(Cursor& c) {
+  if (num_cces_ == static_cast<int>(cces_.size())) cces_.push_back(std::make_unique<Cce>());
+  Cce& cce = *cces_[static_cast<std::size_t>(num_cces_)];
+  cce.tag = static_cast<int>(ReadBits(c, 4));
+  cce.ind_sw = ReadBits(c, 1) != 0;
+  cce.num_targets = static_cast<int>(ReadBits(c, 3)) + 1;
+  cce.num_gain_lists = 0;
+  for (int t = 0; t < cce.num_targets; ++t) {
+    CceTarget& tg = cce.targets[t];
+    ++cce.num_gain_lists;
+    tg.is_cpe = static_cast<int>(ReadBits(c, 1));
+    tg.tag = static_cast<int>(ReadBits(c, 4));
+    tg.ch_select = 0;
+    if (tg.is_cpe) {
+      tg.ch_select = static_cast<int>(ReadBits(c, 2));
+      if (tg.ch_select == 3) ++cce.num_gain_lists;
+    }
+  }
+  cce.cc_domain = static_cast<int>(ReadBits(c, 1));
+  const bool sign = ReadBits(c, 1) != 0;
+  const int scale_index = static_cast<int>(ReadBits(c, 2));
+  // Gain step of the gain elements: 2^(1/8), 2^(1/4), 2^(1/2) or 2.
+  const double step = std::pow(2.0, std::ldexp(1.0, scale_index - 3));
+  if (const Status st = DecodeIcs(c, cce.ch, 0, nullptr); st != kStsOk) return st;
+  const AklAACIcsInfo& ics = cce.ch.ics();
+  const int groups = ics.numWindowGroups, max_sfb = ics.maxSfb;
+  for (int i = 0; i < kBandSlots; ++i) cce.gain[0][i] = 1.0f;
+  for (int list = 1; list < cce.num_gain_lists; ++list) {
+    const bool common = cce.ind_sw ? true : ReadBits(c, 1) != 0;
+    if (common) {
+      const int code = ReadSfCode(c);
+      if (code < 0) return kStsErr;
+      const auto g = static_cast<float>(std::pow(step, -(code - 60)));
+      for (int i = 0; i < kBandSlots; ++i) cce.gain[list][i] = g;
+      continue;
+    }
+    int acc = 0;
+    for (int g = 0; g < groups; ++g) {
+      for (int b = 0; b < max_sfb; ++b) {
+        const int slot = g * max_sfb + b;
+        if (cce.ch.cb[slot] == 0) {
+          cce.gain[list][slot] = 0.0f;
+          continue;
+        }
+        const int code = ReadSfCode(c);
+        if (code < 0) return kStsErr;
+        acc += code - 60;
+        int expo = acc;
+        double s = 1.0;
+        if (sign) {
+          s = (acc & 1) ? -1.0 : 1.0;
+          expo = acc >> 1;
+        }
+        cce.gain[list][slot] = static_cast<float>(s * std::pow(step, -expo));
+      }
+    }
+  }
+  ++num_cces_;
+  return kStsOk;
+}
+
+Status Decoder::DecodeRawBlock(Cursor& c, const Akl8u* end) {
+  num_elements_ = 0;
+  num_cces_ = 0;
+  int audio_index = 0;
+  for (;;) {
+    if (c.p >= end) return kStsErr;  // ran past the block without an END element
+    const int id = static_cast<int>(ReadBits(c, 3));
+    switch (id) {
+      case kSce:
+      case kLfe:
+      case kCpe: {
+        if (num_elements_ == static_cast<int>(elements_.size())) elements_.push_back(std::make_unique<Element>());
+        Element& e = *elements_[static_cast<std::size_t>(num_elements_)];
+        e.type = id;
+        e.tag = static_cast<int>(ReadBits(c, 4));
+        e.common_window = 0;
+        e.ms_mask_present = 0;
+        ++audio_index;
+        if (id == kCpe) {
+          AklAACChanPairElt cpe;
+          if (const Status st = aklsDecodeChanPairElt_MP4_AAC(&c.p, &c.off, &e.pair_ics, &cpe, &ltp_info_, 0, 2);
+              st != kStsOk)
+            return st;
+          e.common_window = cpe.commonWindow;
+          if (e.common_window) {
+            e.ms_mask_present = cpe.msMaskPresent == 3 ? 0 : cpe.msMaskPresent;
+            std::memcpy(e.ms_used, cpe.msUsed, sizeof(e.ms_used));
+          }
+          for (int k = 0; k < 2; ++k)
+            if (const Status st = DecodeIcs(c, e.ch[k], e.common_window, &e.pair_ics); st != kStsOk) return st;
+        } else {
+          if (const Status st = DecodeIcs(c, e.ch[0], 0, nullptr); st != kStsOk) return st;
+        }
+        ++num_elements_;
+        break;
+      }
+      case kCce:
+        if (const Status st = DecodeCce(c); st != kStsOk) return st;
+        break;
+      case kDse: {
+        Akl32s tag = 0, count = 0;
+        Akl8u bytes[512];
+        if (const Status st = aklsDecodeDatStrElt_AAC(&c.p, &c.off, &tag, &count, bytes); st != kStsOk) return st;
+        break;
+      }
+      case kPce: {
+        AklAACPrgCfgElt pce;
+        if (const Status st = aklsDecodePrgCfgElt_AAC(&c.p, &c.off, &pce); st != kStsOk) return st;
+        if (!output_started_ && pce.numFrontElt + pce.numSideElt + pce.numBackElt + pce.numLfeElt > 0) {
+          LayoutFromPce(pce, &layout_);
+          have_layout_ = true;
+          if (!CheckObjectType(pce.objectType + 1, message_)) return kStsNotSupportedModeErr;
+        }
+        break;
+      }
+      case kFil: {
+        Akl32s count = 0;
+        Akl8u bytes[272];
+        if (const Status st = aklsDecodeFillElt_AAC(&c.p, &c.off, &count, bytes); st != kStsOk) return st;
+        // Extension payloads 13 and 14 carry spectral band replication (and
+        // with it parametric stereo): this decoder renders the AAC-LC core.
+        const int ext = count > 0 ? bytes[0] >> 4 : 0;
+        if ((ext == 13 || ext == 14) && !sbr_warned_) {
+          sbr_warned_ = true;
+          sink_->Warn("HE-AAC stream: spectral band replication and parametric stereo are not supported; "
+                      "decoding the AAC-LC core at " + std::to_string(sample_rate_) + " Hz");
+        }
+        break;
+      }
+      case kEnd:
+        ByteAlign(c);
+        return c.p <= end ? kStsOk : kStsErr;
+    }
+  }
+}
+
+// Dequantization and noise substitution of one channel.
+Status Decoder::SpectralSingle(ChannelStream& ch) {
+  const AklAACIcsInfo& ics = ch.ics();
+  const int wl = ch.win_len();
+  if (const Status st = aklsQuantInv_AAC_32s_I(ch.spec, ch.sf, ics.numWindowGroups, ics.windowGroupLength,
+                                               ics.maxSfb, ch.cb, sfi_, wl);
+      st != kStsOk)
+    return st;
+  const int slots = ics.numWindowGroups * ics.maxSfb;
+  bool noise = false;
+  for (int i = 0; i < slots; ++i) noise |= ch.cb[i] == 13;
+  if (!noise) return kStsOk;
+  return aklsDecodePNS_AAC_32s(ch.spec, ch.ltp_long_used, ch.cb, ch.sf, ics.maxSfb, ics.numWindowGroups,
+                               ics.windowGroupLength, sfi_, wl, &noise_seed_);
+}
+
+Status Decoder::SpectralPair(Element& e) {
+  ChannelStream& l = e.ch[0];
+  ChannelStream& r = e.ch[1];
+  if (!e.common_window) {
+    if (const Status st = SpectralSingle(l); st != kStsOk) return st;
+    return SpectralSingle(r);
+  }
+  const AklAACIcsInfo& ics = l.ics();
+  const int wl = l.win_len();
+  for (ChannelStream* ch : {&l, &r}) {
+    if (const Status st = aklsQuantInv_AAC_32s_I(ch->spec, ch->sf, ics.numWindowGroups, ics.windowGroupLength,
+                                                 ics.maxSfb, ch->cb, sfi_, wl);
+        st != kStsOk)
+      return st;
+  }
+  const int slots = ics.numWindowGroups * ics.maxSfb;
+  bool noise = false, intensity = false;
+  for (int i = 0; i < slots; ++i) {
+    noise |= l.cb[i] == 13 || r.cb[i] == 13;
+    intensity |= r.cb[i] == 14 || r.cb[i] == 15;
+  }
+  if (noise) {
+    const Status st = aklsDecodeMsPNS_AAC_32s(l.spec, r.spec, l.ltp_long_used, r.ltp_long_used, l.cb, r.cb, l.sf,
+                                              r.sf, e.ms_mask_present, e.ms_used, ics.maxSfb, ics.numWindowGroups,
+                                              ics.windowGroupLength, sfi_, wl, &noise_seed_);
+    if (st != kStsOk) return st;
+  }
+  // M/S looks at one codebook per band: the right channel's, marked as noise
+  // where either channel is noise, so that M/S skips noise and intensity bands
+  // and toggles the intensity sign where msUsed asks.
+  Akl8u merged[kBandSlots];
+  for (int i = 0; i < slots; ++i) merged[i] = l.cb[i] == 13 ? 13 : r.cb[i];
+  if (e.ms_mask_present == 1 || e.ms_mask_present == 2) {
+    const Status st = aklsDecodeMsStereo_AAC_32s_I(l.spec, r.spec, e.ms_mask_present, e.ms_used, merged,
+                                                   ics.numWindowGroups, ics.windowGroupLength, ics.maxSfb, sfi_, wl);
+    if (st != kStsOk) return st;
+  }
+  if (intensity) {
+    // A band that is noise on the left and intensity on the right takes the
+    // right channel's intensity code (the merged array marks it as noise).
+    for (int i = 0; i < slots; ++i)
+      if (r.cb[i] == 14 || r.cb[i] == 15) merged[i] = merged[i] == 13 ? r.cb[i] : merged[i];
+    const Status st = aklsDecodeIsStereo_AAC_32s(l.spec, r.spec, r.sf, merged, ics.numWindowGroups,
+                                                 ics.windowGroupLength, ics.maxSfb, sfi_, wl);
+    if (st != kStsOk) return st;
+  }
+  return kStsOk;
+}
+
+Status Decoder::Finish(ChannelStream& ch) {
+  const AklAACIcsInfo& ics = ch.ics();
+  if (ics.windowSequence != kEightShort) return kStsOk;
+  alignas(16) Akl32s tmp[kFrame];
+  const Status st = aklsDeinterleaveSpectrum_AAC_32s(ch.spec, tmp, ics.numWindowGroups, ics.windowGroupLength,
+                                                     ics.maxSfb, sfi_, 128);
+  if (st == kStsOk) std::memcpy(ch.spec, tmp, sizeof(tmp));
+  return st;
+}
+
+Status Decoder::Tns(ChannelStream& ch) {
+  if (!ch.info.tnsDataPresent) return kStsOk;
+  return aklsDecodeTNS_AAC_32s_I(ch.spec, ch.info.nFilt, ch.info.length, ch.info.order, ch.info.coefRes,
+                                 ch.tns_coef, ch.info.direction, ch.ics().maxSfb, 1, sfi_, ch.win_len());
+}
+
+// Adds the dependently switched coupling channels that target this element
+// (type, tag) in `domain` (0 before TNS, 1 after), band by band with their
+// gain lists, to the deinterleaved spectra.
+void Decoder::ApplyDependentCoupling(int type, int tag, int domain, Element& e) {
+  for (int k = 0; k < num_cces_; ++k) {
+    Cce& cce = *cces_[static_cast<std::size_t>(k)];
+    if (cce.ind_sw || cce.cc_domain != domain) continue;
+    const AklAACIcsInfo& ics = cce.ch.ics();
+    const bool is_short = ics.windowSequence == kEightShort;
+    int list = 0;
+    for (int t = 0; t < cce.num_targets; ++t) {
+      const CceTarget& tg = cce.targets[t];
+      const bool match = tg.tag == tag && ((tg.is_cpe && type == kCpe) || (!tg.is_cpe && type == kSce));
+      int lists_used = (tg.is_cpe && tg.ch_select == 3) ? 2 : 1;
+      if (!match) {
+        list += lists_used;
+        continue;
+      }
+      auto apply = [&](ChannelStream& dst, int gl) {
+        int window = 0;
+        for (int g = 0; g < ics.numWindowGroups; ++g) {
+          const int len = is_short ? ics.windowGroupLength[g] : 1;
+          for (int b = 0; b < ics.maxSfb; ++b) {
+            const int slot = g * ics.maxSfb + b;
+            if (cce.ch.cb[slot] == 0) continue;
+            const float gain = cce.gain[gl][slot];
+            const int lo = BandOffset(b, is_short), hi = BandOffset(b + 1, is_short);
+            for (int w = window; w < window + len; ++w)
+              for (int i = w * 128 * is_short + lo; i < w * 128 * is_short + hi; ++i)
+                dst.spec[i] += static_cast<Akl32s>(std::lrint(gain * static_cast<float>(cce.ch.spec[i])));
+          }
+          window += len;
+        }
+      };
+      if (type != kCpe) {
+        apply(e.ch[0], list);
+      } else {
+        if (tg.ch_select != 1) apply(e.ch[0], list);
+        if (tg.ch_select != 2) apply(e.ch[1], tg.ch_select == 3 ? list + 1 : list);
+      }
+      list += lists_used;
+    }
+  }
+}
+
+void Decoder::Synthesize(const ChannelStream& ch, ChannelState& st, float* out) {
+  const AklAACIcsInfo& ics = ch.ics();
+  const int shape = ics.windowShape & 1;
+  const int prev = st.prev_shape;
+  const float* rl_prev = windows_.rise_long[prev].data();
+  const float* rl_cur = windows_.rise_long[shape].data();
+  const float* rs_prev = windows_.rise_short[prev].data();
+  const float* rs_cur = windows_.rise_short[shape].data();
+  alignas(64) float src[kFrame];
+  alignas(64) float y[2 * kFrame];
+  alignas(64) float z[2 * kFrame];
+  for (int i = 0; i < kFrame; ++i) src[i] = static_cast<float>(ch.spec[i]) * 0.125f;  // Q3
+  if (ics.windowSequence == kEightShort) {
+    std::fill(z, z + 2 * kFrame, 0.0f);
+    for (int j = 0; j < 8; ++j) {
+      imdct_short_.Run(src + 128 * j, y);
+      const float* rise = j == 0 ? rs_prev : rs_cur;
+      float* dst = z + 448 + 128 * j;
+      for (int n = 0; n < 128; ++n) dst[n] += y[n] * rise[n];
+      for (int n = 0; n < 128; ++n) dst[128 + n] += y[128 + n] * rs_cur[127 - n];
+    }
+  } else {
+    imdct_long_.Run(src, y);
+    if (ics.windowSequence == kLongStop) {
+      for (int n = 0; n < 448; ++n) z[n] = 0.0f;
+      for (int n = 448; n < 576; ++n) z[n] = y[n] * rs_prev[n - 448];
+      for (int n = 576; n < kFrame; ++n) z[n] = y[n];
+    } else {
+      for (int n = 0; n < kFrame; ++n) z[n] = y[n] * rl_prev[n];
+    }
+    if (ics.windowSequence == kLongStart) {
+      for (int n = kFrame; n < 1472; ++n) z[n] = y[n];
+      for (int n = 1472; n < 1600; ++n) z[n] = y[n] * rs_cur[127 - (n - 1472)];
+      for (int n = 1600; n < 2 * kFrame; ++n) z[n] = 0.0f;
+    } else {
+      for (int n = kFrame; n < 2 * kFrame; ++n) z[n] = y[n] * rl_cur[2 * kFrame - 1 - n];
+    }
+  }
+  for (int n = 0; n < kFrame; ++n) {
+    out[n] = z[n] + st.overlap[static_cast<std::size_t>(n)];
+    st.overlap[static_cast<std::size_t>(n)] = z[kFrame + n];
+  }
+  st.prev_shape = shape;
+}
+
+bool Decoder::StartOutput() {
+  // WAV order: by speaker bit when every channel has its own; otherwise the
+  // bitstream's order with no mask.
+  std::vector<std::uint32_t> pos;
+  for (const LayoutElement& le : layout_.elements) {
+    pos.push_back(le.position[0]);
+    if (le.type == kCpe) pos.push_back(le.position[1]);
+  }
+  std::uint32_t mask = 0;
+  bool unique = true;
+  for (std::uint32_t p : pos) {
+    if (p == 0 || (mask & p)) unique = false;
+    mask |= p;
+  }
+  wav_order_.assign(pos.size(), 0);
+  for (std::size_t i = 0; i < pos.size(); ++i) {
+    int rank = 0;
+    for (std::size_t j = 0; j < pos.size(); ++j)
+      if (unique ? pos[j] < pos[i] : j < i) ++rank;
+    wav_order_[i] = rank;
+  }
+  channel_mask_ = unique ? mask : 0;
+  states_.assign(pos.size(), ChannelState{});
+  StreamFormat f;
+  f.sample_rate = sample_rate_;
+  f.channels = static_cast<int>(pos.size());
+  f.channel_mask = channel_mask_;
+  f.object_type = object_type_;
+  f.adif = adif_;
+  output_started_ = true;
+  return sink_->Format(f);
+}
+
+// Finds the layout element for the k-th audio element of a block.
+static const LayoutElement* FindLayout(const Layout& layout, int k, int type, int tag) {
+  if (layout.from_pce) {
+    for (const LayoutElement& le : layout.elements) {
+      if (le.type == type && le.tag == tag) return &le;
+    }
+    return nullptr;
+  }
+  if (k >= static_cast<int>(layout.elements.size())) return nullptr;
+  const LayoutElement& le = layout.elements[static_cast<std::size_t>(k)];
+  return le.type == type ? &le : nullptr;
+}
+
+bool Decoder::EmitBlock(bool damaged) {
+  ++stats_->frames;
+  if (damaged) ++stats_->damaged;
+  if (!have_layout_) return true;
+  if (!output_started_ && !StartOutput()) return false;
+  const int channels = static_cast<int>(states_.size());
+  out_.resize(static_cast<std::size_t>(channels) * kFrame);
+  std::vector<bool> written(static_cast<std::size_t>(channels), false);
+
+  // Spectral stage of everything first, so that a failure leaves the
+  // synthesis state untouched and the whole block is concealed.
+  std::vector<const LayoutElement*> where(static_cast<std::size_t>(num_elements_), nullptr);
+  if (!damaged) {
+    for (int k = 0; k < num_cces_ && !damaged; ++k) {
+      Cce& cce = *cces_[static_cast<std::size_t>(k)];
+      damaged = SpectralSingle(cce.ch) != kStsOk || Finish(cce.ch) != kStsOk || Tns(cce.ch) != kStsOk;
+    }
+    for (int k = 0; k < num_elements_ && !damaged; ++k) {
+      Element& e = *elements_[static_cast<std::size_t>(k)];
+      where[static_cast<std::size_t>(k)] = FindLayout(layout_, k, e.type, e.tag);
+      if (!where[static_cast<std::size_t>(k)]) continue;  // an element outside the layout: ignored
+      Status st = e.type == kCpe ? SpectralPair(e) : SpectralSingle(e.ch[0]);
+      const int nch = e.type == kCpe ? 2 : 1;
+      for (int c = 0; c < nch && st == kStsOk; ++c) st = Finish(e.ch[c]);
+      if (st == kStsOk) ApplyDependentCoupling(e.type, e.tag, 0, e);
+      for (int c = 0; c < nch && st == kStsOk; ++c) st = Tns(e.ch[c]);
+      if (st == kStsOk) ApplyDependentCoupling(e.type, e.tag, 1, e);
+      damaged = st != kStsOk;
+    }
+    if (damaged) ++stats_->damaged;
+  }
+  if (!damaged) {
+    for (int k = 0; k < num_cces_; ++k) {
+      Cce& cce = *cces_[static_cast<std::size_t>(k)];
+      if (cce.ind_sw) Synthesize(cce.ch, cce_states_[cce.tag & 15], cce.time.data());
+    }
+    for (int k = 0; k < num_elements_; ++k) {
+      Element& e = *elements_[static_cast<std::size_t>(k)];
+      const LayoutElement* le = where[static_cast<std::size_t>(k)];
+      if (!le) continue;
+      const int nch = e.type == kCpe ? 2 : 1;
+      for (int c = 0; c < nch; ++c) {
+        const int oc = le->first_channel + c;
+        if (written[static_cast<std::size_t>(oc)]) continue;
+        float* out = out_.data() + static_cast<std::size_t>(oc) * kFrame;
+        Synthesize(e.ch[c], states_[static_cast<std::size_t>(oc)], out);
+        written[static_cast<std::size_t>(oc)] = true;
+      }
+      // Independently switched coupling: the coupling channel's output,
+      // scaled by its common gain, is added after the inverse transform.
+      for (int j = 0; j < num_cces_; ++j) {
+        const Cce& cce = *cces_[static_cast<std::size_t>(j)];
+        if (!cce.ind_sw) continue;
+        int list = 0;
+        for (int t = 0; t < cce.num_targets; ++t) {
+          const CceTarget& tg = cce.targets[t];
+          const int used = (tg.is_cpe && tg.ch_select == 3) ? 2 : 1;
+          const bool match = tg.tag == e.tag && (tg.is_cpe ? e.type == kCpe : e.type == kSce);
+          if (match) {
+            for (int c = 0; c < nch; ++c) {
+              if (e.type == kCpe && ((c == 0 && tg.ch_select == 1) || (c == 1 && tg.ch_select == 2))) continue;
+              const int gl = (e.type == kCpe && c == 1 && tg.ch_select == 3) ? list + 1 : list;
+              const float g = cce.gain[gl][0];
+              float* out = out_.data() + static_cast<std::size_t>(le->first_channel + c) * kFrame;
+              for (int n = 0; n < kFrame; ++n) out[n] += g * cce.time[static_cast<std::size_t>(n)];
+            }
+          }
+          list += used;
+        }
+      }
+    }
+  }
+  // Channels without data this block (or all of them in a damaged block)
+  // play out their overlap and fall silent: the concealment.  A block that
+  // leaves a channel of the layout without data counts as damaged.
+  bool missing = false;
+  for (int c = 0; c < channels; ++c) {
+    if (written[static_cast<std::size_t>(c)]) continue;
+    missing = true;
+    ChannelState& st = states_[static_cast<std::size_t>(c)];
+    float* out = out_.data() + static_cast<std::size_t>(c) * kFrame;
+    for (int n = 0; n < kFrame; ++n) out[n] = st.overlap[static_cast<std::size_t>(n)];
+    st.overlap.fill(0.0f);
+  }
+  if (missing && !damaged) ++stats_->damaged;
+  if (damaged)
+    for (ChannelState& st : cce_states_) st.overlap.fill(0.0f);
+
+  pcm_.resize(static_cast<std::size_t>(channels) * kFrame);
+  for (int c = 0; c < channels; ++c) {
+    const float* src = out_.data() + static_cast<std::size_t>(c) * kFrame;
+    const int slot = wav_order_[static_cast<std::size_t>(c)];
+    std::int16_t* dst = pcm_.data() + slot;
+    for (int n = 0; n < kFrame; ++n) {
+      // Round half away from zero after clipping: a plain truncating
+      // conversion, much cheaper than the library's rounding call.
+      const float x = std::min(32767.0f, std::max(-32768.0f, src[n]));
+      dst[n * channels] = static_cast<std::int16_t>(x + (x >= 0.0f ? 0.5f : -0.5f));
+    }
+  }
+  stats_->samples += kFrame;
+  return sink_->Frame(pcm_.data(), kFrame);
+}
+
+// Fixed ADTS header fields at p (7 bytes readable): 0 if not a plausible
+// header, else the frame length.
+static int AdtsFrameLength(const std::uint8_t* p, int* sfi, int* profile, int* config, int* blocks, int* protection_absent) {
+  if (p[0] != 0xFF || (p[1] & 0xF6) != 0xF0) return 0;  // sync, layer 0
+  *protection_absent = p[1] & 1;
+  *profile = p[2] >> 6;
+  *sfi = (p[2] >> 2) & 15;
+  *config = ((p[2] & 1) << 2) | (p[3] >> 6);
+  const int len = ((p[3] & 3) << 11) | (p[4] << 3) | (p[5] >> 5);
+  *blocks = (p[6] & 3) + 1;
+  if (*sfi > 12) return 0;
+  const int header = *protection_absent ? 7 : 9;
+  if (len < header + 1) return 0;
+  return len;
+}
+
+DecodeResult Decoder::Run(const std::uint8_t* data, std::size_t size, std::string* message) {
+  message_ = message;
+  if (!imdct_long_.ok() || !imdct_short_.ok()) {
+    *message = "the library could not build its inverse MDCT";
+    return DecodeResult::kRefused;
+  }
+  if (size >= 4 && std::memcmp(data, "ADIF", 4) == 0) {
+    adif_ = true;
+    LoadFrame(data, size);
+    Akl8u* p = frame_;
+    AklAACADIFHeader header;
+    std::vector<AklAACPrgCfgElt> pces(16);
+    AklAACPrgCfgElt* pce = pces.data();
+    if (aklsUnpackADIFHeader_AAC(&p, &header, pce, 16) != kStsOk) {
+      *message = "damaged ADIF header";
+      return DecodeResult::kNoAudio;
+    }
+    if (!SetSampleRateIndex(pce[0].samplingFrequencyIndex, message)) return DecodeResult::kRefused;
+    if (!CheckObjectType(pce[0].objectType + 1, message)) return DecodeResult::kRefused;
+    LayoutFromPce(pce[0], &layout_);
+    have_layout_ = layout_.channels > 0;
+    Cursor c{p, 0};
+    const Akl8u* end = frame_ + size;
+    while (c.p < end) {
+      const Status st = DecodeRawBlock(c, end);
+      if (st == kStsNotSupportedModeErr) return DecodeResult::kRefused;
+      if (!EmitBlock(st != kStsOk)) return DecodeResult::kSinkStopped;
+      if (st != kStsOk) break;  // ADIF has no sync words to find the next block by
+      sink_->Progress(static_cast<std::size_t>(c.p - frame_), size);
+    }
+  } else {
+    std::size_t pos = 0;
+    bool synced = false;
+    while (pos + 7 <= size) {
+      int sfi = 0, profile = 0, config = 0, blocks = 0, pa = 0;
+      const int len = AdtsFrameLength(data + pos, &sfi, &profile, &config, &blocks, &pa);
+      bool ok = len > 0;
+      // Out of sync, a header counts only if the next one follows it (or
+      // the data ends with it).
+      if (ok && !synced) {
+        const std::size_t next = pos + static_cast<std::size_t>(len);
+        int a, b, cc, d, e;
+        ok = next == size || (next + 7 <= size && AdtsFrameLength(data + next, &a, &b, &cc, &d, &e) > 0) ||
+             (next < size && next + 7 > size);
+      }
+      if (!ok) {
+        ++pos;
+        ++stats_->skipped_bytes;
+        synced = false;
+        continue;
+      }
+      synced = true;
+      if (stats_->frames == 0 || !output_started_) {
+        if (!CheckObjectType(profile + 1, message)) return DecodeResult::kRefused;
+        if (sfi > 11) {
+          *message = "unsupported sampling rate (7350 Hz)";
+          return DecodeResult::kRefused;
+        }
+      }
+      const std::size_t avail = std::min(static_cast<std::size_t>(len), size - pos);
+      LoadFrame(data + pos, avail);
+      const bool truncated = avail < static_cast<std::size_t>(len);
+      bool frame_ok = !truncated && SetSampleRateIndex(sfi, message);
+      if (frame_ok && !have_layout_ && config != 0) {
+        have_layout_ = LayoutFromConfig(config, &layout_);
+        config_ = config;
+      }
+      Akl8u* p = frame_;
+      AklAACADTSFrameHeader h;
+      aklsUnpackADTSFrameHeader_AAC(&p, &h);
+      Cursor c{p, 0};
+      if (!pa && blocks > 1) c.p = frame_ + 7 + 2 * blocks;  // block positions and the header CRC
+      const Akl8u* end = frame_ + avail;
+      for (int b = 0; b < blocks; ++b) {
+        Status st = frame_ok ? DecodeRawBlock(c, end) : kStsErr;
+        if (st == kStsNotSupportedModeErr) return DecodeResult::kRefused;
+        if (!EmitBlock(st != kStsOk)) return DecodeResult::kSinkStopped;
+        if (st != kStsOk) frame_ok = false;
+        if (!pa && blocks > 1) c.p += 2;  // the block's CRC
+      }
+      pos += avail;
+      sink_->Progress(pos, size);
+    }
+  }
+  if (!output_started_) {
+    if (message->empty()) *message = stats_->frames ? "no decodable audio frame" : "no AAC (ADTS or ADIF) stream found";
+    return DecodeResult::kNoAudio;
+  }
+  return DecodeResult::kOk;
+}
+
+}  // namespace
+
+DecodeResult DecodeAacBuffer(const std::uint8_t* data, std::size_t size, PcmSink* sink, DecodeStats* stats,
+                             std::string* message) {
+  auto decoder = std::make_unique<Decoder>(sink, stats);
+  return decoder->Run(data, size, message);
+}
+
+}  // namespace aacdec

@@ -1,0 +1,50 @@
+// The AAC decoder of akl-aacdec, built on the public aklac.h only: ADTS and
+// ADIF transport, every raw data block element, the library's noiseless
+// decoding, dequantization, stereo, noise substitution and TNS, then the
+// library's inverse MDCT with this program's windows and overlap-add.
+//
+// The frame loop is one function over a memory buffer, so that a fuzzer can
+// drive it exactly as the command line does.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+namespace aacdec {
+
+struct StreamFormat {
+  int sample_rate = 0;
+  int channels = 0;
+  std::uint32_t channel_mask = 0;  // WAVE_FORMAT_EXTENSIBLE speaker bits; 0 if unassigned
+  int object_type = 0;             // 1 Main, 2 LC, 3 SSR, 4 LTP
+  bool adif = false;
+};
+
+// Receives the decoder's output.  Returning false from Format or Frame stops
+// decoding (for instance when the output cannot be written).
+class PcmSink {
+ public:
+  virtual ~PcmSink() = default;
+  virtual bool Format(const StreamFormat& format) = 0;  // once, before the first frame
+  // `frames` samples per channel, interleaved in WAV channel order.
+  virtual bool Frame(const std::int16_t* pcm, int frames) = 0;
+  virtual void Warn(const std::string& message) = 0;
+  virtual void Progress(std::size_t consumed, std::size_t total) { (void)consumed; (void)total; }
+};
+
+struct DecodeStats {
+  long frames = 0;        // raw data blocks turned into PCM (damaged ones included)
+  long damaged = 0;       // blocks that could not be decoded and were concealed
+  long skipped_bytes = 0; // bytes passed over while searching for ADTS sync
+  long samples = 0;       // samples per channel written
+};
+
+enum class DecodeResult { kOk, kRefused, kNoAudio, kSinkStopped };
+
+// Decodes a whole ADTS or ADIF stream held in memory.  On kRefused or
+// kNoAudio, *message says why.
+DecodeResult DecodeAacBuffer(const std::uint8_t* data, std::size_t size, PcmSink* sink, DecodeStats* stats,
+                             std::string* message);
+
+}  // namespace aacdec

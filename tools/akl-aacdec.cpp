@@ -1,0 +1,214 @@
+// akl-aacdec: decodes an AAC-LC stream (ADTS or ADIF) to a WAV file or raw
+// 16-bit PCM, using only the aklac library's public interface.
+#include <unistd.h>
+
+#include <bit>
+#include <chrono>
+#include <ctime>
+#include <cstdio>
+#include <cerrno>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "aacdec/aac_decoder.hpp"
+
+namespace {
+
+const char kUsage[] =
+    "usage: akl-aacdec [options] INPUT OUTPUT\n"
+    "Decodes an AAC-LC stream (ADTS or ADIF) to 16-bit PCM.\n"
+    "INPUT or OUTPUT may be '-' for standard input or output.\n"
+    "\n"
+    "options:\n"
+    "  --raw      write raw interleaved little-endian 16-bit samples instead of WAV\n"
+    "  --quiet    print nothing but errors (no warnings, progress or summary)\n"
+    "  --help     show this text\n"
+    "\n"
+    "The output holds every decoded frame, the encoder's priming included.  Multichannel\n"
+    "output is in WAV channel order with the matching channel mask.  HE-AAC streams are\n"
+    "decoded as their AAC-LC core (with a warning); Main, SSR and LTP streams are refused.\n"
+    "Damaged frames are concealed (the overlap of the last good frame fades into\n"
+    "silence) and counted; decoding resumes at the next good frame.  Exit status: 0\n"
+    "success, 1 failure (unreadable input, unsupported stream, write error), 2 usage.\n";
+
+void PutTag(std::vector<unsigned char>& b, const char* tag) {
+  for (const char* c = tag; *c; ++c) b.push_back(static_cast<unsigned char>(*c));
+}
+
+void PutLe(std::vector<unsigned char>& b, std::uint32_t v, int bytes) {
+  for (int i = 0; i < bytes; ++i) b.push_back(static_cast<unsigned char>(v >> (8 * i)));
+}
+
+class FileSink : public aacdec::PcmSink {
+ public:
+  FileSink(std::FILE* f, bool raw, bool quiet, bool progress) : f_(f), raw_(raw), quiet_(quiet), progress_(progress) {}
+
+  bool Format(const aacdec::StreamFormat& fmt) override {
+    format_ = fmt;
+    if (raw_) return true;
+    header_offset_ok_ = std::ftell(f_) == 0;
+    const auto header = WavHeader(0xFFFFFFFFu - 64);
+    return std::fwrite(header.data(), 1, header.size(), f_) == header.size();
+  }
+
+  bool Frame(const std::int16_t* pcm, int frames) override {
+    const std::size_t n = static_cast<std::size_t>(frames) * static_cast<std::size_t>(format_.channels);
+    data_bytes_ += 2 * n;
+    if constexpr (std::endian::native == std::endian::little) return std::fwrite(pcm, 2, n, f_) == n;
+    buf_.resize(2 * n);
+    for (std::size_t i = 0; i < n; ++i) {
+      const auto v = static_cast<std::uint16_t>(pcm[i]);
+      buf_[2 * i] = static_cast<unsigned char>(v & 0xFF);
+      buf_[2 * i + 1] = static_cast<unsigned char>(v >> 8);
+    }
+    return std::fwrite(buf_.data(), 1, buf_.size(), f_) == buf_.size();
+  }
+
+  void Warn(const std::string& msg) override {
+    if (!quiet_) std::fprintf(stderr, "%sakl-aacdec: warning: %s\n", progress_shown_ ? "\n" : "", msg.c_str());
+    progress_shown_ = false;
+  }
+
+  void Progress(std::size_t consumed, std::size_t total) override {
+    if (!progress_ || quiet_ || total == 0) return;
+    const auto now = std::chrono::steady_clock::now();
+    if (now - last_ < std::chrono::milliseconds(200) && consumed < total) return;
+    last_ = now;
+    std::fprintf(stderr, "\rakl-aacdec: %3d%%", static_cast<int>(100.0 * static_cast<double>(consumed) / static_cast<double>(total)));
+    progress_shown_ = true;
+  }
+
+  // Writes the final sizes into the WAV header when the output can seek.
+  void Close() {
+    if (progress_shown_) std::fprintf(stderr, "\r                 \r");
+    if (raw_ || !header_offset_ok_ || format_.channels == 0) return;
+    if (std::fseek(f_, 0, SEEK_SET) != 0) return;
+    const auto header = WavHeader(static_cast<std::uint32_t>(std::min<std::uint64_t>(data_bytes_, 0xFFFFFF00u)));
+    std::fwrite(header.data(), 1, header.size(), f_);
+  }
+
+  const aacdec::StreamFormat& format() const { return format_; }
+
+ private:
+  std::vector<unsigned char> WavHeader(std::uint32_t data_bytes) const {
+    const bool extensible = format_.channels > 2 || (format_.channel_mask != 0 && format_.channel_mask != 0x4 &&
+                                                     format_.channel_mask != 0x3);
+    const std::uint32_t fmt_size = extensible ? 40 : 16;
+    const auto block = static_cast<std::uint32_t>(2 * format_.channels);
+    std::vector<unsigned char> b;
+    PutTag(b, "RIFF");
+    PutLe(b, 4 + (8 + fmt_size) + 8 + data_bytes, 4);
+    PutTag(b, "WAVEfmt ");
+    PutLe(b, fmt_size, 4);
+    PutLe(b, extensible ? 0xFFFE : 1, 2);
+    PutLe(b, static_cast<std::uint32_t>(format_.channels), 2);
+    PutLe(b, static_cast<std::uint32_t>(format_.sample_rate), 4);
+    PutLe(b, static_cast<std::uint32_t>(format_.sample_rate) * block, 4);
+    PutLe(b, block, 2);
+    PutLe(b, 16, 2);
+    if (extensible) {
+      PutLe(b, 22, 2);
+      PutLe(b, 16, 2);
+      PutLe(b, format_.channel_mask, 4);
+      // KSDATAFORMAT_SUBTYPE_PCM
+      const unsigned char guid[16] = {0x01, 0x00, 0x00, 0x00, 0x00, 0x00, 0x10, 0x00,
+                                      0x80, 0x00, 0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71};
+      for (unsigned char g : guid) b.push_back(g);
+    }
+    PutTag(b, "data");
+    PutLe(b, data_bytes, 4);
+    return b;
+  }
+
+  std::FILE* f_;
+  bool raw_, quiet_, progress_;
+  bool progress_shown_ = false;
+  bool header_offset_ok_ = false;
+  aacdec::StreamFormat format_;
+  std::uint64_t data_bytes_ = 0;
+  std::vector<unsigned char> buf_;
+  std::chrono::steady_clock::time_point last_{};
+};
+
+bool ReadAll(std::FILE* f, std::vector<std::uint8_t>* out) {
+  unsigned char chunk[65536];
+  std::size_t n;
+  while ((n = std::fread(chunk, 1, sizeof(chunk), f)) > 0) out->insert(out->end(), chunk, chunk + n);
+  return !std::ferror(f);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  bool raw = false, quiet = false;
+  std::vector<std::string> files;
+  for (int i = 1; i < argc; ++i) {
+    const std::string a = argv[i];
+    if (a == "--help" || a == "-h") {
+      std::fputs(kUsage, stdout);
+      return 0;
+    }
+    if (a == "--raw") {
+      raw = true;
+    } else if (a == "--quiet" || a == "-q") {
+      quiet = true;
+    } else if (a.size() > 1 && a[0] == '-' && a != "-") {
+      std::fprintf(stderr, "akl-aacdec: unknown option '%s'\n%s", a.c_str(), kUsage);
+      return 2;
+    } else {
+      files.push_back(a);
+    }
+  }
+  if (files.size() != 2) {
+    std::fputs(kUsage, stderr);
+    return 2;
+  }
+  std::FILE* in = files[0] == "-" ? stdin : std::fopen(files[0].c_str(), "rb");
+  if (!in) {
+    std::fprintf(stderr, "akl-aacdec: cannot open %s: %s\n", files[0].c_str(), std::strerror(errno));
+    return 1;
+  }
+  std::vector<std::uint8_t> data;
+  const bool read_ok = ReadAll(in, &data);
+  if (in != stdin) std::fclose(in);
+  if (!read_ok) {
+    std::fprintf(stderr, "akl-aacdec: cannot read %s\n", files[0].c_str());
+    return 1;
+  }
+  std::FILE* out = files[1] == "-" ? stdout : std::fopen(files[1].c_str(), "wb");
+  if (!out) {
+    std::fprintf(stderr, "akl-aacdec: cannot create %s: %s\n", files[1].c_str(), std::strerror(errno));
+    return 1;
+  }
+  // Progress only on a terminal, and only for inputs that take a while.
+  FileSink sink(out, raw, quiet, isatty(STDERR_FILENO) != 0 && data.size() > (1u << 20));
+  aacdec::DecodeStats stats;
+  std::string message;
+  const std::clock_t cpu0 = std::clock();
+  const auto wall0 = std::chrono::steady_clock::now();
+  const aacdec::DecodeResult r = aacdec::DecodeAacBuffer(data.data(), data.size(), &sink, &stats, &message);
+  const double cpu = static_cast<double>(std::clock() - cpu0) / CLOCKS_PER_SEC;
+  const double wall = std::chrono::duration<double>(std::chrono::steady_clock::now() - wall0).count();
+  sink.Close();
+  const bool write_ok = std::fflush(out) == 0 && !std::ferror(out);
+  if (out != stdout) std::fclose(out);
+  if (r == aacdec::DecodeResult::kRefused || r == aacdec::DecodeResult::kNoAudio) {
+    std::fprintf(stderr, "akl-aacdec: %s: %s\n", files[0].c_str(), message.c_str());
+    return 1;
+  }
+  if (r == aacdec::DecodeResult::kSinkStopped || !write_ok) {
+    std::fprintf(stderr, "akl-aacdec: error writing %s\n", files[1].c_str());
+    return 1;
+  }
+  if (!quiet) {
+    const auto& f = sink.format();
+    const double seconds = f.sample_rate ? static_cast<double>(stats.samples) / f.sample_rate : 0.0;
+    const double t = cpu > 0 ? cpu : wall;
+    const std::string layout =
+        f.channels == 1 ? "mono" : (f.channels == 2 ? "stereo" : std::to_string(f.channels) + " channels");
+    std::fprintf(stderr, "akl-aacdec: %ld frames, %.2f s, %d Hz %s, %ld damaged, %.0fx real time\n", stats.frames,
+                 seconds, f.sample_rate, layout.c_str(), stats.damaged, t > 0 ? seconds / t : 0.0);
+  }
+  return 0;
+}
