@@ -1128,7 +1128,7 @@ AKLAC_API Status aklsDeinterleaveSpectrum_AAC_32s(const Akl32s* pSrc, Akl32s* pD
  *   msMaskPresent in: 1 (per-band mask) or 2 (all bands)
  *   pMsUsed in: msUsed[g * 60 + sfb]
  *   pSfbCb  in/out: codebooks of the pair's right channel (per band per group)
- *   numWinGrp, pWinGrpLen, maxSfb, samplingFrequencyIndex, winLen: as above
+ *   numWinGrp, pWinGrpLen, maxSfb, samplingFrequencyIndex, winLen  in: as above
  * Statuses: kStsNullPtr; kStsAacWinLenErr; kStsAacWinGrpErr; kStsAacMaxSfbErr
  * (outside 0..51); kStsAacSmpRateIdxErr; kStsAacMsMaskErr (msMaskPresent
  * outside 1..2); kStsAacMaxSfbErr (above the bands of the index);
@@ -1144,7 +1144,7 @@ AKLAC_API Status aklsDecodeMsStereo_AAC_32s_I(Akl32s* pSrcDstL, Akl32s* pSrcDstR
  *   pSrcL in: left spectrum (Q3);  pDstR in/out: right spectrum (Q3)
  *   pScaleFactor in: intensity position per band per group (any value)
  *   pSfbCb in: codebooks of the right channel
- *   numWinGrp, pWinGrpLen, maxSfb, samplingFrequencyIndex, winLen: as above
+ *   numWinGrp, pWinGrpLen, maxSfb, samplingFrequencyIndex, winLen  in: as above
  * Statuses: kStsNullPtr; kStsAacWinLenErr; kStsAacWinGrpErr; kStsAacMaxSfbErr
  * (outside 0..51); kStsAacSmpRateIdxErr; kStsAacMaxSfbErr (above the bands
  * of the index); kStsAacWinGrpErr (group lengths inconsistent). */
@@ -1184,8 +1184,9 @@ AKLAC_API Status aklsDecodePNS_AAC_32s(Akl32s* pSrcDst, Akl32s* pLtpLongUsed, co
  *   pSfbCbL, pSfbCbR in: codebooks per channel
  *   pScaleFactorL, pScaleFactorR in: noise energies per channel
  *   msMaskPresent in: 0..2;  pMsUsed in: msUsed[g * 60 + sfb]
- *   maxSfb, numWinGrp, pWinGrpLen, samplingFrequencyIndex, winLen,
- *   pRandomSeed: as for aklsDecodePNS_AAC_32s
+ *   maxSfb, numWinGrp, pWinGrpLen, samplingFrequencyIndex, winLen  in: as for
+ *                      aklsDecodePNS_AAC_32s
+ *   pRandomSeed  in/out: as for aklsDecodePNS_AAC_32s
  * Statuses: kStsNullPtr; kStsAacMaxSfbErr; kStsAacWinGrpErr;
  * kStsAacSmpRateIdxErr; kStsAacWinLenErr; kStsAacMsMaskErr (msMaskPresent
  * outside 0..2); kStsAacWinGrpErr (group lengths inconsistent). */
@@ -1221,7 +1222,11 @@ AKLAC_API Status aklsDecodeTNS_AAC_32s_I(Akl32s* pSrcDst, const Akl32s* pNumFilt
 /* Temporal noise shaping, encoder side: the all-zero (prediction-error)
  * filters that aklsDecodeTNS_AAC_32s_I inverts, with the same arguments and
  * the same checks.  Unlike the decoder it checks every window and filter
- * before it changes anything, so a failing call leaves pSrcDst untouched. */
+ * before it changes anything, so a failing call leaves pSrcDst untouched.
+ *   pSrcDst   in/out: 1024 lines (long) or 8 x 128 deinterleaved (Q3)
+ *   pNumFilt, pLength, pOrder, pCoefRes, pCoef, pDirection  in: as for aklsDecodeTNS_AAC_32s_I
+ *   maxSfb, profile, samplingFrequencyIndex, winLen  in: as for aklsDecodeTNS_AAC_32s_I
+ * Statuses: as aklsDecodeTNS_AAC_32s_I. */
 AKLAC_API Status aklsEncodeTNS_AAC_32s_I(Akl32s* pSrcDst, const Akl32s* pNumFilt, const Akl32s* pLength,
                                          const Akl32s* pOrder, const Akl32s* pCoefRes, const Akl8s* pCoef,
                                          const Akl32s* pDirection, Akl32s maxSfb, Akl32s profile,

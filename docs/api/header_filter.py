@@ -13,16 +13,40 @@ import re
 import sys
 
 BANNER = re.compile(r'^\s*/\*\s*([-=]{6,}|statuses particular)')
-PARAM = re.compile(r'^(\s*\*\s+)([A-Za-z_]\w*(?:,\s*[A-Za-z_]\w*)*)(?::?\s+)(in/out|in|out|work)\b:?\s*(.*)$')
+PARAM = re.compile(r'^(\s*\*\s+)([A-Za-z_]\w*(?:,\s*[A-Za-z_]\w*)*)(?:\s{2,}|:?\s+(?=(?:in/out|in|out|work)(?::|\s{2,}|$)))'
+                   r'(in/out|in|out|work)\b:?\s*(.*)$')
 STATUS = re.compile(r'^(\s*\*\s+)(Status(?:es)?(?:,[^:]*)?:)(.*)$')
 TRAILING = re.compile(r'([;,]\s*)/\*(?![*<])')
+
+
+class _Split:
+    """Splits a row's text before a second "name dir:" that follows ";  "."""
+    PATTERN = re.compile(r';\s{2,}(?=[A-Za-z_]\w*(?:,\s*[A-Za-z_]\w*)*\s+(?:in/out|in|out):)')
+
+    def partition(self, text):
+        m = self.PATTERN.search(text)
+        if not m:
+            return text, '', ''
+        return text[:m.start()], ';', text[m.end():]
+
+
+SPLIT = _Split()
+
+
+def Direction(word):
+    return word.replace('/', ',').replace('work', 'in,out')
 
 
 def Tag(line):
     """Marks parameter rows and the status list for Doxygen's sections."""
     m = PARAM.match(line)
     if m:
-        return '%s@param[%s] %s %s' % (m.group(1), m.group(3).replace('/', ',').replace('work', 'in,out'), m.group(2), m.group(4))
+        # Two short rows may share a line: "pSrc  in: ...;  pDst out: ...".
+        first, _, second = SPLIT.partition(m.group(4))
+        tagged = '%s@param[%s] %s %s' % (m.group(1), Direction(m.group(3)), m.group(2), first)
+        if second:
+            return tagged + ' ' + Tag(' * ' + second).lstrip(' *')
+        return tagged
     m = STATUS.match(line)
     if m:
         return '%s@return %s%s' % (m.group(1), m.group(2), m.group(3))
