@@ -2,6 +2,7 @@
 // (or raw PCM) with the aklac library; see --help.
 #include <unistd.h>
 
+#include <bit>
 #include <chrono>
 #include <cstdio>
 #include <cstring>
@@ -78,14 +79,19 @@ class FileSink : public aklmp3::PcmSink {
   }
   void Write(const std::int16_t* s, std::size_t frames) override {
     const std::size_t n = frames * static_cast<std::size_t>(channels_);
-    bytes_.resize(n * 2);
-    for (std::size_t i = 0; i < n; ++i) {
-      const auto v = static_cast<std::uint16_t>(s[i]);
-      bytes_[2 * i] = static_cast<unsigned char>(v & 0xFF);
-      bytes_[2 * i + 1] = static_cast<unsigned char>(v >> 8);
+    if constexpr (std::endian::native == std::endian::little) {
+      // The samples already are little-endian s16: write them as they lie.
+      Put(s, n * 2);
+    } else {
+      bytes_.resize(n * 2);
+      for (std::size_t i = 0; i < n; ++i) {
+        const auto v = static_cast<std::uint16_t>(s[i]);
+        bytes_[2 * i] = static_cast<unsigned char>(v & 0xFF);
+        bytes_[2 * i + 1] = static_cast<unsigned char>(v >> 8);
+      }
+      Put(bytes_.data(), bytes_.size());
     }
-    Put(bytes_.data(), bytes_.size());
-    data_bytes_ += bytes_.size();
+    data_bytes_ += n * 2;
   }
   void Progress(std::size_t done, std::size_t total) override {
     if (!progress_ || total == 0) return;

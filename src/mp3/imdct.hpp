@@ -27,4 +27,9 @@ void ImdctShort(const std::int32_t* lines_q26, std::int32_t* out36_q26);
 void MdctInvKernel(std::int32_t* spec_q26, std::int32_t* out_q26, std::int32_t* overlap_q26, int bound,
                    std::int32_t* prev_count, int block_type, int mixed);
 
+// The plain form of MdctInvKernel (64-bit integer transforms, rounded at each
+// stage); the tuned kernel agrees with it within a few Q26 steps.
+void MdctInvKernelRef(std::int32_t* spec_q26, std::int32_t* out_q26, std::int32_t* overlap_q26, int bound,
+                      std::int32_t* prev_count, int block_type, int mixed);
+
 }  // namespace akl::mp3

@@ -188,9 +188,34 @@ struct ChannelGains {
   int subblock[3];  // 8 * subblockGain
 };
 
+}  // namespace
+
 // Requantizes n raw values in place at attenuation a; false if a magnitude
-// exceeds 8206 (the values before it are converted).
+// exceeds 8206 (the values before it are converted).  Magnitudes below 16
+// (nearly all lines) take the table path inline: for a >= 4 both of its
+// shifts are right shifts, so ShiftSat reduces to a clamped shift.
 bool RequantRun(std::int32_t* x, int n, int a) {
+  const int s = a >> 2;
+  const bool right_shifts = s >= 1;
+  const int shift_small = s + 2 > 31 ? 31 : s + 2, shift_rest = s - 1 > 31 ? 31 : s - 1;
+  const std::int32_t* small = kPow43Small.v[a & 3];
+  for (int i = 0; i < n; ++i) {
+    const std::int32_t v = x[i];
+    if (v == 0) continue;
+    const std::uint32_t m = v < 0 ? 0u - static_cast<std::uint32_t>(v) : static_cast<std::uint32_t>(v);
+    std::int32_t r;
+    if (m < 16 && right_shifts) {
+      r = small[m] >> (m < 4 ? shift_small : shift_rest);
+    } else {
+      if (m > kMaxQuantMagnitude) return false;
+      r = RequantMagnitude(m, a);
+    }
+    x[i] = v < 0 ? -r : r;
+  }
+  return true;
+}
+
+bool RequantRunRef(std::int32_t* x, int n, int a) {
   for (int i = 0; i < n; ++i) {
     const std::int32_t v = x[i];
     if (v == 0) continue;
@@ -201,6 +226,8 @@ bool RequantRun(std::int32_t* x, int n, int a) {
   }
   return true;
 }
+
+namespace {
 
 // Short blocks: coded order (band-major, window-minor) to three runs of six
 // lines per subband, through the work buffer.

@@ -20,7 +20,17 @@
 // every D[i] is k/65536, so they are stored as the integers k (Q16).  Each
 // PCM sample is one 64-bit sum of 16 Q16 x Q25 products, rounded once to the
 // 16-bit step (2^-15 of full scale) and saturated to -32768..32767.
+//
+// Two forms.  The plain one (SynthSlotKernelRef) does all of the above in
+// 64-bit integers, the transform factorised with roundings at each stage.
+// The tuned one keeps the same history format and window integers but works
+// in SSE2 double lanes: its transform is a few 8 x 8 products on the even/odd
+// split with one rounding of each A to Q25 (within one step of the exact
+// sum), and its windowed sum is exact (integer values below 2^53), so
+// it equals the plain 64-bit sum for any history.
 #include "mp3/synthesis.hpp"
+
+#include <emmintrin.h>
 
 #include "core/context.hpp"
 #include "core/exports.hpp"
@@ -201,14 +211,11 @@ inline constexpr PairedWindow kPaired = MakePairedWindow();
 
 }  // namespace
 
-void SynthSlotKernel(const std::int32_t* s, std::int16_t* pcm, int stride, std::int32_t* history,
-                     std::int32_t* offset) {
-  const int slot0 = (*offset + kSynthSlots - 1) % kSynthSlots;
-  *offset = slot0;
-  constexpr std::int32_t kClamp = (1 << 29) - 1;
-  std::int32_t clamped[32];
-  for (int k = 0; k < 32; ++k) clamped[k] = s[k] > kClamp ? kClamp : s[k] < -kClamp ? -kClamp : s[k];
-  Dct32(clamped, history + kSynthSlotValues * slot0);
+// Plain form of the slot kernel (scalar 64-bit sums), kept as the reference
+// the tuned kernel is checked against.
+void SynthDct32Ref(const std::int32_t* s, std::int32_t* a) { Dct32(s, a); }
+
+void SynthWindowSumRef(const std::int32_t* history, int slot0, std::int16_t* pcm, int stride) {
   std::int64_t lo[16] = {}, hi[16] = {}, mid = 0;
   for (int h = 0; h < 8; ++h) {
     const std::int32_t* ae = history + kSynthSlotValues * ((slot0 + 2 * h) % kSynthSlots);
@@ -225,6 +232,208 @@ void SynthSlotKernel(const std::int32_t* s, std::int16_t* pcm, int stride, std::
   for (int j = 0; j < 16; ++j) pcm[stride * j] = SatS16(RoundShr(lo[j], 26));
   pcm[stride * 16] = SatS16(RoundShr(mid, 26));
   for (int j = 1; j < 16; ++j) pcm[stride * (32 - j)] = SatS16(RoundShr(hi[j], 26));
+}
+
+namespace {
+// Subband samples are clamped to +-(2^29 - 1) in Q26 before the transform.
+inline void ClampSubbands(const std::int32_t* s, std::int32_t* clamped) {
+  constexpr std::int32_t kClamp = (1 << 29) - 1;
+  for (int k = 0; k < 32; ++k) clamped[k] = s[k] > kClamp ? kClamp : s[k] < -kClamp ? -kClamp : s[k];
+}
+}  // namespace
+
+void SynthSlotKernelRef(const std::int32_t* s, std::int16_t* pcm, int stride, std::int32_t* history,
+                        std::int32_t* offset) {
+  const int slot0 = (*offset + kSynthSlots - 1) % kSynthSlots;
+  *offset = slot0;
+  std::int32_t clamped[32];
+  ClampSubbands(s, clamped);
+  SynthDct32Ref(clamped, history + kSynthSlotValues * slot0);
+  SynthWindowSumRef(history, slot0, pcm, stride);
+}
+
+// The tuned windowed sum: the same 64-bit integer sums carried in SSE2
+// double lanes, two outputs per register.  Every product is an integer of at
+// most 2^17 x 2^31 = 2^48 and every partial sum of the 16 terms stays below
+// 16 x 2^48 = 2^52, inside the 53-bit mantissa, so each addition and
+// multiplication is exact and the result equals the integer sum of
+// SynthSlotKernelRef bit for bit, for any history contents.
+namespace {
+
+// Coefficients as doubles, grouped per block of four outputs (jb) and slot
+// pair (h): even_lo, odd_lo, even_hi, odd_hi for outputs 4jb..4jb+3.
+struct alignas(16) DoubleWindow {
+  double w[4][8][4][4];
+};
+constexpr DoubleWindow MakeDoubleWindow() {
+  DoubleWindow d{};
+  for (int jb = 0; jb < 4; ++jb)
+    for (int h = 0; h < 8; ++h)
+      for (int l = 0; l < 4; ++l) {
+        const int j = 4 * jb + l;
+        d.w[jb][h][0][l] = kPaired.even_lo[h][j];
+        d.w[jb][h][1][l] = kPaired.odd_lo[h][j];
+        d.w[jb][h][2][l] = kPaired.even_hi[h][j];
+        d.w[jb][h][3][l] = kPaired.odd_hi[h][j];
+      }
+  return d;
+}
+alignas(16) inline constexpr DoubleWindow kDoubleWindow = MakeDoubleWindow();
+
+// Q41 sums of four outputs (two registers) to 16-bit PCM: adding
+// 2^25 + 2^15 x 2^26 and scaling by 2^-26 (exact: the result is below 2^27
+// with 26 fraction bits) turns round-half-up and the offset to unsigned
+// into truncation of a value clamped to 0..65535.
+inline __m128i PcmFromQ41(__m128d a, __m128d b) {
+  const __m128d scale = _mm_set1_pd(1.0 / 67108864.0);
+  const __m128d bias = _mm_set1_pd(32768.5);
+  const __m128d lo = _mm_setzero_pd(), top = _mm_set1_pd(65535.0);
+  a = _mm_min_pd(_mm_max_pd(_mm_add_pd(_mm_mul_pd(a, scale), bias), lo), top);
+  b = _mm_min_pd(_mm_max_pd(_mm_add_pd(_mm_mul_pd(b, scale), bias), lo), top);
+  const __m128i ia = _mm_cvttpd_epi32(a), ib = _mm_cvttpd_epi32(b);
+  return _mm_sub_epi32(_mm_unpacklo_epi64(ia, ib), _mm_set1_epi32(32768));
+}
+
+}  // namespace
+
+void SynthWindowSum(const std::int32_t* history, int slot0, std::int16_t* pcm, int stride) {
+  std::int64_t mid = 0;
+  for (int h = 0; h < 8; ++h)
+    mid += static_cast<std::int64_t>(kPaired.odd_mid[h]) *
+           history[kSynthSlotValues * ((slot0 + 2 * h + 1) & (kSynthSlots - 1))];
+  const std::int32_t* even_slot[8];
+  const std::int32_t* odd_slot[8];
+  for (int h = 0; h < 8; ++h) {
+    even_slot[h] = history + kSynthSlotValues * ((slot0 + 2 * h) & (kSynthSlots - 1));
+    odd_slot[h] = history + kSynthSlotValues * ((slot0 + 2 * h + 1) & (kSynthSlots - 1));
+  }
+  alignas(16) std::int16_t out[40];
+  for (int jb = 0; jb < 4; ++jb) {
+    __m128d lo01 = _mm_setzero_pd(), lo23 = _mm_setzero_pd(), hi01 = _mm_setzero_pd(), hi23 = _mm_setzero_pd();
+    for (int h = 0; h < 8; ++h) {
+      const double* w = &kDoubleWindow.w[jb][h][0][0];
+      const std::int32_t* ae = even_slot[h];
+      const std::int32_t* ao = odd_slot[h];
+      const __m128i ei = _mm_loadu_si128(reinterpret_cast<const __m128i*>(ae + 16 + 4 * jb));
+      // ao[16 - j] for j = 4jb..4jb+3, reversed into output order.
+      const __m128i oi =
+          _mm_shuffle_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(ao + 13 - 4 * jb)), 0x1B);
+      const __m128d e01 = _mm_cvtepi32_pd(ei), e23 = _mm_cvtepi32_pd(_mm_shuffle_epi32(ei, 0xEE));
+      const __m128d o01 = _mm_cvtepi32_pd(oi), o23 = _mm_cvtepi32_pd(_mm_shuffle_epi32(oi, 0xEE));
+      lo01 = _mm_add_pd(lo01, _mm_add_pd(_mm_mul_pd(e01, _mm_load_pd(w + 0)), _mm_mul_pd(o01, _mm_load_pd(w + 4))));
+      lo23 = _mm_add_pd(lo23, _mm_add_pd(_mm_mul_pd(e23, _mm_load_pd(w + 2)), _mm_mul_pd(o23, _mm_load_pd(w + 6))));
+      hi01 = _mm_add_pd(hi01, _mm_add_pd(_mm_mul_pd(e01, _mm_load_pd(w + 8)), _mm_mul_pd(o01, _mm_load_pd(w + 12))));
+      hi23 = _mm_add_pd(hi23, _mm_add_pd(_mm_mul_pd(e23, _mm_load_pd(w + 10)), _mm_mul_pd(o23, _mm_load_pd(w + 14))));
+    }
+    const __m128i l = PcmFromQ41(lo01, lo23), u = PcmFromQ41(hi01, hi23);
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(out + 4 * jb), _mm_packs_epi32(l, l));
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(out + 20 + 4 * jb), _mm_packs_epi32(u, u));
+  }
+  // out[0..15]: outputs 0..15; out[20 + j]: output 32 - j.
+  if (stride == 1) {
+    for (int j = 0; j < 16; ++j) pcm[j] = out[j];
+    for (int j = 1; j < 16; ++j) pcm[32 - j] = out[20 + j];
+  } else {
+    for (int j = 0; j < 16; ++j) pcm[2 * j] = out[j];
+    for (int j = 1; j < 16; ++j) pcm[2 * (32 - j)] = out[20 + j];
+  }
+  pcm[stride * 16] = SatS16(RoundShr(mid, 26));
+}
+
+// The tuned transform: the same even/odd split as Dct32, in SSE2 double lanes
+// instead of rounded 64-bit integers: the even half as two 8 x 8 products
+// side by side (A[4r], A[4r+2]), the odd half through a 16-point DCT-II made
+// of the same two products (see below).
+// Inputs (|s| < 2^29) are exact in double; the 53-bit products and sums
+// carry relative errors near 2^-50, and each A is rounded once (to nearest)
+// to Q25 and saturated to int32, so it is within a step of the plain form
+// (which rounds at several stages).
+namespace {
+struct alignas(16) Dct32DoubleTables {
+  double even[8][8][2]; // [r][k]: {cos(r (2k+1) pi/16), cos((2r+1)(2k+1) pi/32)} / 2 (Q26 -> Q25)
+  double twice_cos[16]; // 2 cos((2k+1) pi/64)
+};
+constexpr Dct32DoubleTables MakeDct32Double() {
+  Dct32DoubleTables t{};
+  for (int k = 0; k < 16; ++k) t.twice_cos[k] = 2.0 * ConstCos(kPi / 64.0 * (2 * k + 1));
+  for (int r = 0; r < 8; ++r)
+    for (int k = 0; k < 8; ++k) {
+      t.even[r][k][0] = 0.5 * ConstCos(kPi / 16.0 * r * (2 * k + 1));
+      t.even[r][k][1] = 0.5 * ConstCos(kPi / 32.0 * (2 * r + 1) * (2 * k + 1));
+    }
+  return t;
+}
+alignas(16) inline constexpr Dct32DoubleTables kDct32Double = MakeDct32Double();
+
+inline __m128i RoundSatPair(__m128d v) {
+  v = _mm_max_pd(_mm_min_pd(v, _mm_set1_pd(2147483647.0)), _mm_set1_pd(-2147483648.0));
+  return _mm_cvtpd_epi32(v);
+}
+}  // namespace
+
+void SynthDct32(const std::int32_t* s, std::int32_t* a) {
+  alignas(16) double d[16];
+  alignas(16) double ud[8][2];  // {u2[k], d2[k]}
+  double u[16];
+  for (int k = 0; k < 16; ++k) {
+    const double x = s[k], y = s[31 - k];
+    u[k] = x + y;
+    d[k] = x - y;
+  }
+  for (int k = 0; k < 8; ++k) {
+    ud[k][0] = u[k] + u[15 - k];
+    ud[k][1] = u[k] - u[15 - k];
+  }
+  // Odd outputs: with t_k = (2k+1) pi/64, cos((2p+1) t) = 2 cos(t) cos(2p t)
+  // - cos((2p-1) t), so A[2p+1] = B[p] - A[2p-1] and A[1] = B[0]/2, where B
+  // is the 16-point DCT-II of e[k] = 2 cos(t_k) d[k].  B splits like the even
+  // half above: B[2r] and B[2r+1] are the same two 8 x 8 products on
+  // e[k] + e[15-k] and e[k] - e[15-k].  The recursion adds 15 double
+  // roundings at most, near 2^-50 relative.
+  alignas(16) double ed[8][2];
+  {
+    double e[16];
+    for (int k = 0; k < 16; ++k) e[k] = d[k] * kDct32Double.twice_cos[k];
+    for (int k = 0; k < 8; ++k) {
+      ed[k][0] = e[k] + e[15 - k];
+      ed[k][1] = e[k] - e[15 - k];
+    }
+  }
+  alignas(16) double b_half[16];  // B[p] / 2
+  {
+    __m128d y[8];
+    for (int k = 0; k < 8; ++k) y[k] = _mm_load_pd(ed[k]);
+    for (int r = 0; r < 8; ++r) {
+      __m128d acc = _mm_mul_pd(y[0], _mm_load_pd(kDct32Double.even[r][0]));
+      for (int k = 1; k < 8; ++k) acc = _mm_add_pd(acc, _mm_mul_pd(y[k], _mm_load_pd(kDct32Double.even[r][k])));
+      _mm_store_pd(b_half + 2 * r, acc);
+    }
+  }
+  alignas(16) double a_odd[16];  // A[2p+1] / 2
+  a_odd[0] = 0.5 * b_half[0];
+  for (int p = 1; p < 16; ++p) a_odd[p] = b_half[p] - a_odd[p - 1];
+  __m128d odd[8];  // pairs (A[4q+1], A[4q+3]) / 2
+  for (int q = 0; q < 8; ++q) odd[q] = _mm_load_pd(a_odd + 2 * q);
+  // Even outputs as pairs (A[4r], A[4r+2]).
+  __m128d x[8];
+  for (int k = 0; k < 8; ++k) x[k] = _mm_load_pd(ud[k]);
+  for (int r = 0; r < 8; ++r) {
+    __m128d e = _mm_mul_pd(x[0], _mm_load_pd(kDct32Double.even[r][0]));
+    for (int k = 1; k < 8; ++k) e = _mm_add_pd(e, _mm_mul_pd(x[k], _mm_load_pd(kDct32Double.even[r][k])));
+    const __m128i lo = RoundSatPair(_mm_unpacklo_pd(e, odd[r]));  // A[4r], A[4r+1]
+    const __m128i hi = RoundSatPair(_mm_unpackhi_pd(e, odd[r]));  // A[4r+2], A[4r+3]
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(a + 4 * r), _mm_unpacklo_epi64(lo, hi));
+  }
+}
+
+void SynthSlotKernel(const std::int32_t* s, std::int16_t* pcm, int stride, std::int32_t* history,
+                     std::int32_t* offset) {
+  const int slot0 = (*offset + kSynthSlots - 1) % kSynthSlots;
+  *offset = slot0;
+  std::int32_t clamped[32];
+  ClampSubbands(s, clamped);
+  SynthDct32(clamped, history + kSynthSlotValues * slot0);
+  SynthWindowSum(history, slot0, pcm, stride);
 }
 
 namespace {

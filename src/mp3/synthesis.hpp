@@ -16,6 +16,22 @@ inline constexpr int kSynthHistoryValues = kSynthSlots * kSynthSlotValues;  // 5
 void SynthSlotKernel(const std::int32_t* subband_q26, std::int16_t* pcm, int stride, std::int32_t* history_q24,
                      std::int32_t* offset);
 
+// The plain scalar form of SynthSlotKernel (its transform rounds at several
+// stages in 64-bit integers); the two agree within one PCM step.
+void SynthSlotKernelRef(const std::int32_t* subband_q26, std::int16_t* pcm, int stride, std::int32_t* history_q24,
+                        std::int32_t* offset);
+
+// The two stages of the slot kernel.  The transform: 32 Q26 subband samples
+// (|s| < 2^29) to the 32 Q25 values A[m] = sum s[k] cos(m (2k+1) pi/64) of
+// one history slot; the tuned form is within one Q25 step of the exact sum.
+// Both expect inputs clamped to +-(2^29 - 1).
+void SynthDct32(const std::int32_t* subband_q26, std::int32_t* a_q25);
+void SynthDct32Ref(const std::int32_t* subband_q26, std::int32_t* a_q25);
+// The windowed sum over the 16 slots of the ring whose newest slot is slot0,
+// to 32 PCM samples at `stride`; the tuned and plain forms agree bit for bit.
+void SynthWindowSum(const std::int32_t* history_q25, int slot0, std::int16_t* pcm, int stride);
+void SynthWindowSumRef(const std::int32_t* history_q25, int slot0, std::int16_t* pcm, int stride);
+
 // The same filter bank on floats (full scale 1.0 in and out).
 void SynthSlotFloat(const float* subband, float* pcm, float* history, std::int32_t* offset);
 

@@ -117,6 +117,42 @@ alignas(64) constexpr auto kStagesEven = MakeStageTable<1>();
 
 const float* ConstantStages(int order) { return (order & 1) ? kStagesOdd.data() : kStagesEven.data(); }
 
+// Radix-4 twiddles of the stage that combines blocks of L (both sequences
+// hold 6 L' floats for each of their stages L' < L).
+constexpr const float* Radix4Twiddles(const float* stages, int first_l, int l) {
+  int offset = 0;
+  for (int k = first_l; k < l; k *= 4) offset += 6 * k;
+  return stages + offset;
+}
+
+// Radix-8 stage twiddles for every block size L = 4, 8, .., 128 (stages of
+// size 8L up to 1024), L after L: for j = 0, 4, .. L-4, 56 floats, the four
+// real parts then the four imaginary parts of W^(s j) for s = 1 .. 7
+// (W = e^(-2 pi i/8L)), so the stage of L starts at 14 (L - 4).
+constexpr int kRadix8MaxL = 128;
+constexpr int Radix8TwiddleFloats() { return 14 * (2 * kRadix8MaxL - 4); }
+constexpr std::array<float, Radix8TwiddleFloats()> MakeRadix8Table() {
+  std::array<float, Radix8TwiddleFloats()> t{};
+  std::size_t o = 0;
+  for (int l = 4; l <= kRadix8MaxL; l *= 2) {
+    const int step = kSinPeriod / (8 * l);
+    for (int j = 0; j < l; j += 4) {
+      for (int s = 1; s < 8; ++s) {
+        for (int h = 0; h < 4; ++h) {
+          float c = 0, sn = 0;
+          CosSin(kSin1024.data(), kSinPeriod, s * (j + h) * step, &c, &sn);
+          t[o + static_cast<std::size_t>(h)] = c;
+          t[o + 4 + static_cast<std::size_t>(h)] = -sn;
+        }
+        o += 8;
+      }
+    }
+  }
+  return t;
+}
+alignas(64) constexpr auto kRadix8 = MakeRadix8Table();
+constexpr const float* Radix8Twiddles(int l) { return kRadix8.data() + 14 * (l - 4); }
+
 // Bit reversal of 10-bit indices; shorter orders shift the result down.
 constexpr std::array<std::uint16_t, 1u << kTableMaxOrder> MakeRev10() {
   std::array<std::uint16_t, 1u << kTableMaxOrder> t{};
@@ -130,7 +166,7 @@ alignas(64) constexpr auto kRev10 = MakeRev10();
 // another), four complex values per SSE2 register pair.  The arrays are
 // 16-byte aligned and hold M >= 16 values.
 
-constexpr float kSqrtHalf = 0.70710678118654752f;
+constexpr float kSqrtHalf = kFftSqrtHalf;
 
 void FirstPass4(float* re, float* im, int m) {
   for (int i = 0; i < m; i += 16) {
@@ -171,50 +207,230 @@ void Radix2Stage4(float* re, float* im, int m) {
   }
 }
 
-// One radix-4 stage of size 4L (L >= 4), four values of j at a time.
-void Radix4Stage(float* re, float* im, int m, int l, const float* tw) {
+// The twiddled radix-4 butterfly of a stage of size 4L for four values of j:
+// a = x[j], c = W^2j x[j+L], b = W^j x[j+2L], d = W^3j x[j+3L] (the factors
+// at w as FillStages lays them out), then y[j] = a + c + (b + d),
+// y[j+2L] = a + c - (b + d), y[j+L] = a - c - i (b - d), y[j+3L] = a - c + i (b - d).
+// Reads r0/i0 + j + {0, L, 2L, 3L}; results in yr[0..3], yi[0..3] for those places.
+inline void TwiddledButterfly4(const float* r0, const float* i0, int j, int l, const float* w, __m128* yr,
+                               __m128* yi) {
+  const __m128 ar = _mm_load_ps(r0 + j), ai = _mm_load_ps(i0 + j);
+  __m128 xr = _mm_load_ps(r0 + j + l), xi = _mm_load_ps(i0 + j + l);
+  __m128 wr = _mm_load_ps(w), wi = _mm_load_ps(w + 4);
+  const __m128 cr = _mm_sub_ps(_mm_mul_ps(xr, wr), _mm_mul_ps(xi, wi));
+  const __m128 ci = _mm_add_ps(_mm_mul_ps(xr, wi), _mm_mul_ps(xi, wr));
+  xr = _mm_load_ps(r0 + j + 2 * l);
+  xi = _mm_load_ps(i0 + j + 2 * l);
+  wr = _mm_load_ps(w + 8);
+  wi = _mm_load_ps(w + 12);
+  const __m128 br = _mm_sub_ps(_mm_mul_ps(xr, wr), _mm_mul_ps(xi, wi));
+  const __m128 bi = _mm_add_ps(_mm_mul_ps(xr, wi), _mm_mul_ps(xi, wr));
+  xr = _mm_load_ps(r0 + j + 3 * l);
+  xi = _mm_load_ps(i0 + j + 3 * l);
+  wr = _mm_load_ps(w + 16);
+  wi = _mm_load_ps(w + 20);
+  const __m128 dr = _mm_sub_ps(_mm_mul_ps(xr, wr), _mm_mul_ps(xi, wi));
+  const __m128 di = _mm_add_ps(_mm_mul_ps(xr, wi), _mm_mul_ps(xi, wr));
+  const __m128 t0r = _mm_add_ps(ar, cr), t0i = _mm_add_ps(ai, ci);
+  const __m128 t1r = _mm_sub_ps(ar, cr), t1i = _mm_sub_ps(ai, ci);
+  const __m128 t2r = _mm_add_ps(br, dr), t2i = _mm_add_ps(bi, di);
+  const __m128 t3r = _mm_sub_ps(br, dr), t3i = _mm_sub_ps(bi, di);
+  yr[0] = _mm_add_ps(t0r, t2r);
+  yi[0] = _mm_add_ps(t0i, t2i);
+  yr[2] = _mm_sub_ps(t0r, t2r);
+  yi[2] = _mm_sub_ps(t0i, t2i);
+  yr[1] = _mm_add_ps(t1r, t3i);
+  yi[1] = _mm_sub_ps(t1i, t3r);
+  yr[3] = _mm_sub_ps(t1r, t3i);
+  yi[3] = _mm_add_ps(t1i, t3r);
+}
+
+// The stage functions are inlined into the fixed-order transforms below, where
+// the sizes become constants (addresses fold into the instructions and the
+// short loops unroll).
+#define AKL_FFT_INLINE [[gnu::always_inline]] inline
+
+// One radix-4 stage of size 4L (L >= 4), four values of j at a time, in place.
+AKL_FFT_INLINE void Radix4Stage(float* re, float* im, int m, int l, const float* tw) {
   for (int base = 0; base < m; base += 4 * l) {
     float* r0 = re + base;
     float* i0 = im + base;
     const float* w = tw;
     for (int j = 0; j < l; j += 4, w += 24) {
-      const __m128 ar = _mm_load_ps(r0 + j), ai = _mm_load_ps(i0 + j);
-      __m128 xr = _mm_load_ps(r0 + j + l), xi = _mm_load_ps(i0 + j + l);
-      __m128 wr = _mm_load_ps(w), wi = _mm_load_ps(w + 4);
-      const __m128 cr = _mm_sub_ps(_mm_mul_ps(xr, wr), _mm_mul_ps(xi, wi));
-      const __m128 ci = _mm_add_ps(_mm_mul_ps(xr, wi), _mm_mul_ps(xi, wr));
-      xr = _mm_load_ps(r0 + j + 2 * l);
-      xi = _mm_load_ps(i0 + j + 2 * l);
-      wr = _mm_load_ps(w + 8);
-      wi = _mm_load_ps(w + 12);
-      const __m128 br = _mm_sub_ps(_mm_mul_ps(xr, wr), _mm_mul_ps(xi, wi));
-      const __m128 bi = _mm_add_ps(_mm_mul_ps(xr, wi), _mm_mul_ps(xi, wr));
-      xr = _mm_load_ps(r0 + j + 3 * l);
-      xi = _mm_load_ps(i0 + j + 3 * l);
-      wr = _mm_load_ps(w + 16);
-      wi = _mm_load_ps(w + 20);
-      const __m128 dr = _mm_sub_ps(_mm_mul_ps(xr, wr), _mm_mul_ps(xi, wi));
-      const __m128 di = _mm_add_ps(_mm_mul_ps(xr, wi), _mm_mul_ps(xi, wr));
-      const __m128 t0r = _mm_add_ps(ar, cr), t0i = _mm_add_ps(ai, ci);
-      const __m128 t1r = _mm_sub_ps(ar, cr), t1i = _mm_sub_ps(ai, ci);
-      const __m128 t2r = _mm_add_ps(br, dr), t2i = _mm_add_ps(bi, di);
-      const __m128 t3r = _mm_sub_ps(br, dr), t3i = _mm_sub_ps(bi, di);
-      _mm_store_ps(r0 + j, _mm_add_ps(t0r, t2r));
-      _mm_store_ps(i0 + j, _mm_add_ps(t0i, t2i));
-      _mm_store_ps(r0 + j + 2 * l, _mm_sub_ps(t0r, t2r));
-      _mm_store_ps(i0 + j + 2 * l, _mm_sub_ps(t0i, t2i));
-      _mm_store_ps(r0 + j + l, _mm_add_ps(t1r, t3i));
-      _mm_store_ps(i0 + j + l, _mm_sub_ps(t1i, t3r));
-      _mm_store_ps(r0 + j + 3 * l, _mm_sub_ps(t1r, t3i));
-      _mm_store_ps(i0 + j + 3 * l, _mm_add_ps(t1i, t3r));
+      __m128 yr[4], yi[4];
+      TwiddledButterfly4(r0, i0, j, l, w, yr, yi);
+      for (int g = 0; g < 4; ++g) {
+        _mm_store_ps(r0 + j + g * l, yr[g]);
+        _mm_store_ps(i0 + j + g * l, yi[g]);
+      }
     }
   }
 }
 
-// Orders 1..3: plain radix 2 with the factors of the 8-point transform.
-void SmallSplit(float* re, float* im, int order) {
-  constexpr float kW8[4][2] = {{1.0f, 0.0f}, {kSqrtHalf, -kSqrtHalf}, {0.0f, -1.0f}, {-kSqrtHalf, -kSqrtHalf}};
+// Four complex values at p as a vector of real parts and one of imaginary parts.
+inline void LoadComplex4(const Akl32fc* p, __m128* r, __m128* i) {
+  const __m128 a = _mm_loadu_ps(&p->re), b = _mm_loadu_ps(&p->re + 4);
+  *r = _mm_shuffle_ps(a, b, _MM_SHUFFLE(2, 0, 2, 0));
+  *i = _mm_shuffle_ps(a, b, _MM_SHUFFLE(3, 1, 3, 1));
+}
+
+// Stores four complex values, interleaving real and imaginary parts.
+inline void StoreComplex4(Akl32fc* p, __m128 r, __m128 i) {
+  _mm_storeu_ps(&p->re, _mm_unpacklo_ps(r, i));
+  _mm_storeu_ps(&p->re + 4, _mm_unpackhi_ps(r, i));
+}
+
+// The last radix-4 stage (4L = M) reading split scratch and writing the
+// interleaved result, times f when kScale: this saves the separate pass that
+// converted the split result.
+template <bool kScale>
+AKL_FFT_INLINE void LastStageInterleaved(const float* re, const float* im, Akl32fc* dst, int m, const float* tw, float f) {
+  const int l = m / 4;
+  const __m128 vf = _mm_set1_ps(f);
+  const float* w = tw;
+  for (int j = 0; j < l; j += 4, w += 24) {
+    __m128 yr[4], yi[4];
+    TwiddledButterfly4(re, im, j, l, w, yr, yi);
+    for (int g = 0; g < 4; ++g) {
+      if (kScale) {
+        yr[g] = _mm_mul_ps(yr[g], vf);
+        yi[g] = _mm_mul_ps(yi[g], vf);
+      }
+      StoreComplex4(dst + j + g * l, yr[g], yi[g]);
+    }
+  }
+}
+
+// Where a stage puts its results: back into the split arrays, or (the last
+// stage) interleaved into the destination, optionally times a factor.
+enum class StageOut { kSplit, kInterleaved, kInterleavedScaled };
+
+// One radix-8 stage of size 8L (L >= 4) over bit-reversed blocks: the block
+// at place rev3(s) holds the transform of residue s, so
+// X[j + v L] = sum_s e^(-2 pi i s v/8) W^(s j) B_s[j], four values of j at a time.
+template <StageOut kOut>
+AKL_FFT_INLINE void Radix8Stage(float* re, float* im, Akl32fc* dst, int m, int l, const float* tw, float f) {
+  constexpr int kRev3[8] = {0, 4, 2, 6, 1, 5, 3, 7};
+  const __m128 vf = _mm_set1_ps(f);
+  for (int base = 0; base < m; base += 8 * l) {
+    float* r0 = re + base;
+    float* i0 = im + base;
+    const float* w = tw;
+    for (int j = 0; j < l; j += 4, w += 56) {
+      __m128 xr[8], xi[8];
+      xr[0] = _mm_load_ps(r0 + j);
+      xi[0] = _mm_load_ps(i0 + j);
+      for (int s = 1; s < 8; ++s) {
+        const __m128 ar = _mm_load_ps(r0 + j + kRev3[s] * l), ai = _mm_load_ps(i0 + j + kRev3[s] * l);
+        const __m128 wr = _mm_load_ps(w + 8 * (s - 1)), wi = _mm_load_ps(w + 8 * (s - 1) + 4);
+        xr[s] = _mm_sub_ps(_mm_mul_ps(ar, wr), _mm_mul_ps(ai, wi));
+        xi[s] = _mm_add_ps(_mm_mul_ps(ar, wi), _mm_mul_ps(ai, wr));
+      }
+      Dft8Natural(xr, xi);
+      for (int v = 0; v < 8; ++v) {
+        if (kOut == StageOut::kSplit) {
+          _mm_store_ps(r0 + j + v * l, xr[v]);
+          _mm_store_ps(i0 + j + v * l, xi[v]);
+        } else if (kOut == StageOut::kInterleaved) {
+          StoreComplex4(dst + base + j + v * l, xr[v], xi[v]);
+        } else {
+          StoreComplex4(dst + base + j + v * l, _mm_mul_ps(xr[v], vf), _mm_mul_ps(xi[v], vf));
+        }
+      }
+    }
+  }
+}
+
+// First pass of odd orders >= 5 straight from interleaved input: an 8-point
+// DFT over x[r + t M/8] (t = 0..7) for four residues r = i0 .. i0+3 at once,
+// one per lane.  The block of eight at 8 rev(r) (bit reversal over order - 3
+// bits) receives that DFT in natural order, which is what the radix-4 stages
+// from L = 8 expect; for the four lanes the blocks lie at rev(i0) plus 0,
+// M/2, M/4 and 3M/4, so two transposes per part make aligned stores.  This
+// replaces the radix-4 pass and the radix-2 pass of the split kernel by one
+// pass with fewer operations.
+AKL_FFT_INLINE void FirstPass8Interleaved(const Akl32fc* src, float* re, float* im, int order) {
+  const int e = (1 << order) / 8;
+  for (int i0 = 0; i0 < e; i0 += 4) {
+    __m128 xr[8], xi[8];
+    for (int g = 0; g < 8; ++g) LoadComplex4(src + i0 + g * e, &xr[g], &xi[g]);
+    StoreFirstPass8(re, im, order, static_cast<std::uint32_t>(i0), xr, xi);
+  }
+}
+
+// First radix-4 pass straight from interleaved input (StoreFirstPass4 places
+// the results).
+AKL_FFT_INLINE void FirstPass4Interleaved(const Akl32fc* src, float* re, float* im, int order) {
   const int m = 1 << order;
+  for (int i0 = 0; i0 < m / 4; i0 += 4) {
+    __m128 vr[4], vi[4];
+    for (int g = 0; g < 4; ++g) LoadComplex4(src + i0 + g * (m / 4), &vr[g], &vi[g]);
+    StoreFirstPass4(re, im, BitReverseIndex(static_cast<std::uint32_t>(i0), order), m, vr, vi);
+  }
+}
+
+// The stages after the first pass for orders up to 10, blocks of L so far
+// and kLeft levels to go: radix 8 where it fits, radix 4 when 2 or 4 levels
+// remain (so 8x8, 8x4x4, 8x8x4, 8x8x8, 8x8x4x4 for orders 6..10); the last
+// stage writes the interleaved result.
+template <int kOrder, int L, int kLeft, StageOut kLastOut>
+AKL_FFT_INLINE void FixedStages(float* re, float* im, Akl32fc* dst, float f) {
+  constexpr int m = 1 << kOrder;
+  if constexpr (kLeft == 2 || kLeft == 4) {
+    const float* tw = (L & 0x55555555) ? Radix4Twiddles(kStagesEven.data(), 4, L)
+                                       : Radix4Twiddles(kStagesOdd.data(), 8, L);
+    if constexpr (kLeft == 4 || kLastOut == StageOut::kSplit) Radix4Stage(re, im, m, L, tw);
+    if constexpr (kLeft == 4) {
+      FixedStages<kOrder, 4 * L, kLeft - 2, kLastOut>(re, im, dst, f);
+    } else if constexpr (kLastOut != StageOut::kSplit) {
+      LastStageInterleaved<kLastOut == StageOut::kInterleavedScaled>(re, im, dst, m, tw, f);
+    }
+  } else {
+    const float* tw = Radix8Twiddles(L);
+    if constexpr (kLeft == 3) {
+      Radix8Stage<kLastOut>(re, im, dst, m, L, tw, f);
+    } else {
+      Radix8Stage<StageOut::kSplit>(re, im, dst, m, L, tw, f);
+      FixedStages<kOrder, 8 * L, kLeft - 3, kLastOut>(re, im, dst, f);
+    }
+  }
+}
+
+// The whole transform of one order 4..10 with its sizes as constants.  All
+// of src is read before dst is written, so src may equal dst.
+template <int kOrder, bool kScale>
+void FixedOrder(const Akl32fc* src, Akl32fc* dst, float f) {
+  constexpr StageOut kOut = kScale ? StageOut::kInterleavedScaled : StageOut::kInterleaved;
+  constexpr std::size_t kLen = std::size_t{1} << kOrder;
+  alignas(64) float re[kLen];
+  alignas(64) float im[kLen];
+  if constexpr (kOrder == 4) {
+    FirstPass4Interleaved(src, re, im, kOrder);
+    FixedStages<kOrder, 4, 2, kOut>(re, im, dst, f);
+  } else {
+    FirstPass8Interleaved(src, re, im, kOrder);
+    FixedStages<kOrder, 8, kOrder - 3, kOut>(re, im, dst, f);
+  }
+}
+
+// The stages after StoreFirstPass8, in place on split data (the MDCT).
+template <int kOrder>
+void FixedSplitStages(float* re, float* im) {
+  FixedStages<kOrder, 8, kOrder - 3, StageOut::kSplit>(re, im, nullptr, 1.0f);
+}
+
+using FixedFn = void (*)(const Akl32fc*, Akl32fc*, float);
+template <bool kScale>
+constexpr std::array<FixedFn, 7> kFixedOrders = {FixedOrder<4, kScale>, FixedOrder<5, kScale>, FixedOrder<6, kScale>,
+                                                 FixedOrder<7, kScale>, FixedOrder<8, kScale>, FixedOrder<9, kScale>,
+                                                 FixedOrder<10, kScale>};
+
+
+// Orders 1..3: plain radix 2 with the factors of the 8-point transform.
+template <int kOrder>
+AKL_FFT_INLINE void SmallSplitT(float* re, float* im) {
+  constexpr float kW8[4][2] = {{1.0f, 0.0f}, {kSqrtHalf, -kSqrtHalf}, {0.0f, -1.0f}, {-kSqrtHalf, -kSqrtHalf}};
+  constexpr int m = 1 << kOrder;
   for (int h = 1; h < m; h *= 2) {
     for (int base = 0; base < m; base += 2 * h) {
       for (int j = 0; j < h; ++j) {
@@ -230,6 +446,47 @@ void SmallSplit(float* re, float* im, int order) {
     }
   }
 }
+void SmallSplit(float* re, float* im, int order) {
+  switch (order) {
+    case 1: SmallSplitT<1>(re, im); break;
+    case 2: SmallSplitT<2>(re, im); break;
+    case 3: SmallSplitT<3>(re, im); break;
+    default: break;
+  }
+}
+
+// Orders 0..3 straight from natural order: the 4- and 8-point transforms
+// with the radix-4 and radix-8 butterflies in one lane (no permutation).
+template <int kOrder>
+void SmallOrder(const Akl32fc* src, Akl32fc* dst, float f) {
+  constexpr int m = 1 << kOrder;
+  if constexpr (kOrder == 0) {
+    dst[0].re = src[0].re * f;
+    dst[0].im = src[0].im * f;
+  } else if constexpr (kOrder == 1) {
+    const float ar = src[0].re, ai = src[0].im, br = src[1].re, bi = src[1].im;
+    dst[0].re = (ar + br) * f;
+    dst[0].im = (ai + bi) * f;
+    dst[1].re = (ar - br) * f;
+    dst[1].im = (ai - bi) * f;
+  } else {
+    __m128 r[8], i[8];
+    for (int g = 0; g < m; ++g) {
+      r[g] = _mm_set_ss(src[g].re);
+      i[g] = _mm_set_ss(src[g].im);
+    }
+    if constexpr (kOrder == 2) {
+      Dft4Natural(r, i);
+    } else {
+      Dft8Natural(r, i);
+    }
+    for (int v = 0; v < m; ++v) {
+      dst[v].re = _mm_cvtss_f32(r[v]) * f;
+      dst[v].im = _mm_cvtss_f32(i[v]) * f;
+    }
+  }
+}
+constexpr std::array<FixedFn, 4> kSmallOrders = {SmallOrder<0>, SmallOrder<1>, SmallOrder<2>, SmallOrder<3>};
 
 // ---------------------------------------------------------------------------
 // 16-bit kernel helpers.
@@ -309,6 +566,13 @@ void FftSplitBitReversed(const FFTSpec_C_32fc& spec, float* re, float* im) {
   RadixStages(spec, re, im);
 }
 
+void FftSplitAfterFirstPass8(const FFTSpec_C_32fc& spec, float* re, float* im) {
+  using SplitFn = void (*)(float*, float*);
+  static constexpr SplitFn kStages[6] = {FixedSplitStages<5>, FixedSplitStages<6>, FixedSplitStages<7>,
+                                         FixedSplitStages<8>, FixedSplitStages<9>, FixedSplitStages<10>};
+  kStages[spec.order - 5](re, im);
+}
+
 void FftSplitAfterFirstPass(const FFTSpec_C_32fc& spec, float* re, float* im) {
   if (spec.order & 1) Radix2Stage4(re, im, 1 << spec.order);
   RadixStages(spec, re, im);
@@ -316,44 +580,37 @@ void FftSplitAfterFirstPass(const FFTSpec_C_32fc& spec, float* re, float* im) {
 
 void FftForward(const FFTSpec_C_32fc& spec, const Akl32fc* src, Akl32fc* dst, Akl8u* work) {
   const int order = spec.order;
-  const int m = 1 << order;
-  // Split scratch: on the stack up to order 10, else the work buffer.
-  alignas(64) float local[2 << kTableMaxOrder];
-  float* re = order <= kTableMaxOrder ? local : AlignUp(reinterpret_cast<float*>(work), 64);
-  float* im = re + (m < 4 ? 4 : m);
-  if (m >= 16) {
-    for (int i0 = 0; i0 < m / 4; i0 += 4) {
-      __m128 vr[4], vi[4];
-      for (int g = 0; g < 4; ++g) {
-        const float* p = &src[i0 + g * (m / 4)].re;
-        const __m128 a = _mm_loadu_ps(p), b = _mm_loadu_ps(p + 4);
-        vr[g] = _mm_shuffle_ps(a, b, _MM_SHUFFLE(2, 0, 2, 0));
-        vi[g] = _mm_shuffle_ps(a, b, _MM_SHUFFLE(3, 1, 3, 1));
-      }
-      StoreFirstPass4(re, im, BitReverseIndex(static_cast<std::uint32_t>(i0), order), m, vr, vi);
-    }
-    FftSplitAfterFirstPass(spec, re, im);
-  } else {
-    for (int i = 0; i < m; ++i) {
-      const std::uint32_t r = BitReverseIndex(static_cast<std::uint32_t>(i), order);
-      re[r] = src[i].re;
-      im[r] = src[i].im;
-    }
-    FftSplitBitReversed(spec, re, im);
-  }
   const float f = spec.fwdDivide ? spec.normFactor : 1.0f;
-  if (m >= 4) {
-    const __m128 vf = _mm_set1_ps(f);
-    for (int i = 0; i < m; i += 4) {
-      const __m128 r = _mm_mul_ps(_mm_load_ps(re + i), vf), q = _mm_mul_ps(_mm_load_ps(im + i), vf);
-      _mm_storeu_ps(&dst[i].re, _mm_unpacklo_ps(r, q));
-      _mm_storeu_ps(&dst[i + 2].re, _mm_unpackhi_ps(r, q));
-    }
+  const bool scale = f != 1.0f;
+  if (order < 4) {
+    kSmallOrders[static_cast<std::size_t>(order)](src, dst, f);
+    return;
+  }
+  if (order <= kTableMaxOrder) {
+    (scale ? kFixedOrders<true> : kFixedOrders<false>)[static_cast<std::size_t>(order - 4)](src, dst, f);
+    return;
+  }
+  // Larger orders: split scratch in the work buffer, the first pass (radix 8
+  // for odd orders, 4 for even ones), radix-4 stages with the context's
+  // twiddles, the last one writing dst.
+  const int m = 1 << order;
+  float* re = AlignUp(reinterpret_cast<float*>(work), 64);
+  float* im = re + m;
+  if (order & 1) {
+    FirstPass8Interleaved(src, re, im, order);
   } else {
-    for (int i = 0; i < m; ++i) {
-      dst[i].re = re[i] * f;
-      dst[i].im = im[i] * f;
-    }
+    FirstPass4Interleaved(src, re, im, order);
+  }
+  const float* tw = spec.twiddles;
+  int l = FirstStageL(order);
+  for (; 4 * l < m; l *= 4) {
+    Radix4Stage(re, im, m, l, tw);
+    tw += 6 * l;
+  }
+  if (scale) {
+    LastStageInterleaved<true>(re, im, dst, m, tw, f);
+  } else {
+    LastStageInterleaved<false>(re, im, dst, m, tw, f);
   }
 }
 

@@ -6,13 +6,23 @@
 // the normalisation chosen at init (flag 8 none, 4 1/sqrt(M) both ways, 1 1/M
 // forward, 2 1/M inverse).
 //
-// Float kernel: radix-4 decimation in time over binary bit-reversed input
-// on split real/imaginary arrays, four complex values per SSE2 register pair
-// (a radix-4 first pass, a radix-2 pass for odd orders, then radix-4 stages).  Stage twiddles
-// depend only on the stage, so the stages of every order form a prefix of
-// one of two sequences (L = 4, 16, 64, ... for even orders, 8, 32, 128, ...
-// for odd ones).  The public form permutes interleaved input into split
-// scratch (on the stack up to order 10, in the work buffer above).
+// Float kernel: decimation in time over binary bit-reversed input on split
+// real/imaginary arrays, four complex values per SSE2 register pair.  The
+// first pass reads the input (interleaved complex, or the MDCT's
+// pre-twiddled values) and stores its results at their bit-reversed places:
+// radix 8 (an 8-point DFT per lane, two transposes) for orders 5..10 and odd
+// orders above, radix 4 for order 4 and even orders above 10.  Orders 4..10
+// then run as fixed-order code with constant sizes: radix-8 stages where
+// three levels remain to fill, radix 4 otherwise (64 points: 8x8, 128:
+// 8x4x4, 256: 8x8x4, 512: 8x8x8, 1024: 8x8x4x4), the last stage writing
+// the interleaved result and the normalisation, so the public transform makes
+// two to four passes over L1-resident scratch on the stack.  Orders 0..3 are
+// straight-line.  Orders above 10 use radix-4 stages with twiddles planned
+// into the context and split scratch in the work buffer.  Radix-4 stage
+// twiddles depend only on the block size L, so every order's stages are a
+// prefix of one of two sequences (L = 4, 16, 64, ... or 8, 32, 128, ...);
+// radix-8 stage twiddles are one constant table for L = 4 .. 128.  The
+// plain radix-2 FftRef is the reference the tests compare with.
 #pragma once
 
 #include <emmintrin.h>
@@ -88,6 +98,9 @@ void FftSplitBitReversed(const FFTSpec_C_32fc& spec, float* re, float* im);
 // The rest of that transform for order >= 4 after StoreFirstPass4 has placed
 // every group of sixteen values.
 void FftSplitAfterFirstPass(const FFTSpec_C_32fc& spec, float* re, float* im);
+// The rest of that transform for orders 5..10 after StoreFirstPass8 has
+// placed every group of eight values.
+void FftSplitAfterFirstPass8(const FFTSpec_C_32fc& spec, float* re, float* im);
 // The full float transform (permutation, passes, normalisation); src may
 // equal dst.  `work` holds the context's work size (orders above 10 only).
 void FftForward(const FFTSpec_C_32fc& spec, const Akl32fc* src, Akl32fc* dst, Akl8u* work);
@@ -146,6 +159,82 @@ inline void StoreFirstPass4(float* re, float* im, std::uint32_t p, int m, const 
   _mm_store_ps(im + p + m / 2, i1);
   _mm_store_ps(im + p + m / 4, i2);
   _mm_store_ps(im + p + 3 * m / 4, i3);
+}
+
+inline constexpr float kFftSqrtHalf = 0.70710678118654752f;
+
+// 4-point DFT of natural-order y0..y3 (one transform per lane), in place:
+// Y1 = y0 - y2 - i (y1 - y3), Y3 = y0 - y2 + i (y1 - y3).
+inline void Dft4Natural(__m128* r, __m128* i) {
+  const __m128 t0r = _mm_add_ps(r[0], r[2]), t0i = _mm_add_ps(i[0], i[2]);
+  const __m128 t1r = _mm_sub_ps(r[0], r[2]), t1i = _mm_sub_ps(i[0], i[2]);
+  const __m128 t2r = _mm_add_ps(r[1], r[3]), t2i = _mm_add_ps(i[1], i[3]);
+  const __m128 t3r = _mm_sub_ps(r[1], r[3]), t3i = _mm_sub_ps(i[1], i[3]);
+  r[0] = _mm_add_ps(t0r, t2r);
+  i[0] = _mm_add_ps(t0i, t2i);
+  r[2] = _mm_sub_ps(t0r, t2r);
+  i[2] = _mm_sub_ps(t0i, t2i);
+  r[1] = _mm_add_ps(t1r, t3i);
+  i[1] = _mm_sub_ps(t1i, t3r);
+  r[3] = _mm_sub_ps(t1r, t3i);
+  i[3] = _mm_add_ps(t1i, t3r);
+}
+
+// 8-point DFT over natural-order x0..x7 (one transform per lane), in
+// place, results in natural order: X[2v] is the 4-point DFT of x_s + x_(s+4),
+// X[2v+1] that of (x_s - x_(s+4)) e^(-i pi s/4).
+inline void Dft8Natural(__m128* r, __m128* i) {
+  const __m128 h = _mm_set1_ps(kFftSqrtHalf), minus_h = _mm_set1_ps(-kFftSqrtHalf);
+  __m128 ar[4], ai[4], br[4], bi[4];
+  for (int g = 0; g < 4; ++g) {
+    ar[g] = _mm_add_ps(r[g], r[g + 4]);
+    ai[g] = _mm_add_ps(i[g], i[g + 4]);
+    br[g] = _mm_sub_ps(r[g], r[g + 4]);
+    bi[g] = _mm_sub_ps(i[g], i[g + 4]);
+  }
+  const __m128 r1 = _mm_mul_ps(_mm_add_ps(br[1], bi[1]), h);
+  const __m128 i1 = _mm_mul_ps(_mm_sub_ps(bi[1], br[1]), h);
+  br[1] = r1;
+  bi[1] = i1;
+  const __m128 r2 = bi[2];
+  const __m128 i2 = _mm_sub_ps(_mm_setzero_ps(), br[2]);
+  br[2] = r2;
+  bi[2] = i2;
+  const __m128 r3 = _mm_mul_ps(_mm_sub_ps(bi[3], br[3]), h);
+  const __m128 i3 = _mm_mul_ps(_mm_add_ps(br[3], bi[3]), minus_h);
+  br[3] = r3;
+  bi[3] = i3;
+  Dft4Natural(ar, ai);
+  Dft4Natural(br, bi);
+  for (int v = 0; v < 4; ++v) {
+    r[2 * v] = ar[v];
+    i[2 * v] = ai[v];
+    r[2 * v + 1] = br[v];
+    i[2 * v + 1] = bi[v];
+  }
+}
+
+// Orders 5..10: places, after the first radix-8 pass, the 8-point DFTs of
+// x[r + t M/8] (t = 0..7) for four residues r = i0 .. i0+3 (i0 a multiple
+// of 4 below M/8), given as x_t = lanes of vr[t], vi[t].  The block of eight
+// at 8 rev(r) (reversal over order - 3 bits) receives that DFT in natural
+// order; for the four lanes the blocks lie at rev(i0) plus 0, M/2, M/4 and
+// 3M/4, so two transposes per part make aligned stores.
+inline void StoreFirstPass8(float* re, float* im, int order, std::uint32_t i0, __m128* vr, __m128* vi) {
+  const int m = 1 << order;
+  Dft8Natural(vr, vi);
+  const std::uint32_t p = BitReverseIndex(i0, order);
+  const int off[4] = {0, m / 2, m / 4, 3 * m / 4};
+  for (int part = 0; part < 2; ++part) {
+    float* d = (part == 0 ? re : im) + p;
+    __m128* v = part == 0 ? vr : vi;
+    _MM_TRANSPOSE4_PS(v[0], v[1], v[2], v[3]);
+    _MM_TRANSPOSE4_PS(v[4], v[5], v[6], v[7]);
+    for (int k = 0; k < 4; ++k) {
+      _mm_store_ps(d + off[k], v[k]);
+      _mm_store_ps(d + off[k] + 4, v[k + 4]);
+    }
+  }
 }
 
 // Reverses the low `bits` bits of v.

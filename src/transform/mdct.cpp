@@ -341,10 +341,11 @@ void MdctInvRef(const MdctSpec& s, const float* x, float* y, Akl32fc* zbuf) {
 }
 
 // SSE2 forms for powers of two from 64 (Q >= 16).  The pre-twiddle makes
-// four vectors at i0, i0 + Q/4, i0 + Q/2 and i0 + 3Q/4 (i0 < Q/4): their
-// lanes land at bit-reversed positions rev(i0 + k) + 0, 2, 1, 3, so the FFT's
-// first radix-4 pass runs on them directly and one 4x4 transpose turns the
-// result into four aligned stores.  The post-twiddles write
+// vectors of four values at i0 + g Q/8 (g = 0..7, i0 < Q/8; for Q = 32 ..
+// 1024) or at i0 + g Q/4 (g = 0..3, other Q): lane k of them is the input of
+// one 8-point (4-point) DFT of the FFT's first pass, which runs on them
+// directly before transposes turn the results into aligned stores at their
+// bit-reversed places (StoreFirstPass8, StoreFirstPass4).  The post-twiddles write
 // eight outputs at a time: even places ascending from one block of Z, odd
 // places descending from another.
 
@@ -389,6 +390,30 @@ inline void StoreInterleaved(float* y, __m128 even, __m128 odd) {
   _mm_storeu_ps(y + 4, _mm_unpackhi_ps(even, odd));
 }
 
+// The Q-point FFT of the pre-twiddled values, which pre(i, &re, &im) makes
+// four at a time: fed straight into the FFT's first pass (radix 8 for Q =
+// 32 .. 1024, radix 4 otherwise) at bit-reversed places.
+template <class Pre>
+inline void Transform(const MdctSpec& s, float* re, float* im, Pre pre) {
+  const int q = s.len / 4;
+  const FFTSpec_C_32fc& fft = *ContextAt<FFTSpec_C_32fc>(s.fft, kTransformContextAlign);
+  if (s.order >= 5 && s.order <= 10) {
+    for (int i0 = 0; i0 < q / 8; i0 += 4) {
+      __m128 vr[8], vi[8];
+      for (int g = 0; g < 8; ++g) pre(i0 + g * (q / 8), &vr[g], &vi[g]);
+      StoreFirstPass8(re, im, s.order, static_cast<std::uint32_t>(i0), vr, vi);
+    }
+    FftSplitAfterFirstPass8(fft, re, im);
+    return;
+  }
+  for (int i0 = 0; i0 < q / 4; i0 += 4) {
+    __m128 vr[4], vi[4];
+    for (int g = 0; g < 4; ++g) pre(i0 + g * (q / 4), &vr[g], &vi[g]);
+    StoreFirstPass4(re, im, BitReverseIndex(static_cast<std::uint32_t>(i0), s.order), q, vr, vi);
+  }
+  FftSplitAfterFirstPass(fft, re, im);
+}
+
 }  // namespace
 
 void MdctFwdSse2(const MdctSpec& s, const float* x, float* y, Akl32fc* zbuf) {
@@ -396,23 +421,19 @@ void MdctFwdSse2(const MdctSpec& s, const float* x, float* y, Akl32fc* zbuf) {
   const float* t = static_cast<const float*>(s.table);
   float* re = reinterpret_cast<float*>(zbuf);
   float* im = re + q;
-  for (int i0 = 0; i0 < q / 4; i0 += 4) {
-    __m128 vr[4], vi[4];
-    for (int g = 0; g < 2; ++g) {  // first half: i < H
-      const int i = i0 + g * (q / 4);
+  // z(i) for four values at i, folded from x.
+  auto pre = [&](int i, __m128* zr, __m128* zi) {
+    if (i < q / 2) {
       const __m128 a = Neg(_mm_add_ps(Even(x + 3 * n / 4 + 2 * i), OddReversed(x + 3 * n / 4 - 8 - 2 * i)));
       const __m128 b = _mm_sub_ps(OddReversed(x + n / 4 - 8 - 2 * i), Even(x + n / 4 + 2 * i));
-      Rotate4(t, i, a, b, &vr[g], &vi[g]);
-    }
-    for (int g = 2; g < 4; ++g) {  // second half: i >= H
-      const int i = i0 + g * (q / 4);
+      Rotate4(t, i, a, b, zr, zi);
+    } else {
       const __m128 a = _mm_sub_ps(Even(x + 2 * i - n / 4), OddReversed(x + 3 * n / 4 - 8 - 2 * i));
       const __m128 b = Neg(_mm_add_ps(OddReversed(x + 5 * n / 4 - 8 - 2 * i), Even(x + n / 4 + 2 * i)));
-      Rotate4(t, i, a, b, &vr[g], &vi[g]);
+      Rotate4(t, i, a, b, zr, zi);
     }
-    StoreFirstPass4(re, im, BitReverseIndex(static_cast<std::uint32_t>(i0), s.order), q, vr, vi);
-  }
-  FftSplitAfterFirstPass(*ContextAt<FFTSpec_C_32fc>(s.fft, kTransformContextAlign), re, im);
+  };
+  Transform(s, re, im, pre);
   // y[2k] = P(k), y[N/2 - 1 - 2k] = -R(k): block b holds P(4b) and
   // -R(Q - 4 - 4b) reversed; the mirrored block uses the same two rotations.
   for (int b = 0; b < q / 8; ++b) {
@@ -430,15 +451,10 @@ void MdctInvSse2(const MdctSpec& s, const float* x, float* y, Akl32fc* zbuf) {
   const float* t = static_cast<const float*>(s.table);
   float* re = reinterpret_cast<float*>(zbuf);
   float* im = re + q;
-  for (int i0 = 0; i0 < q / 4; i0 += 4) {
-    __m128 vr[4], vi[4];
-    for (int g = 0; g < 4; ++g) {
-      const int k = i0 + g * (q / 4);
-      Rotate4(t, k, Even(x + 2 * k), OddReversed(x + n / 2 - 8 - 2 * k), &vr[g], &vi[g]);
-    }
-    StoreFirstPass4(re, im, BitReverseIndex(static_cast<std::uint32_t>(i0), s.order), q, vr, vi);
-  }
-  FftSplitAfterFirstPass(*ContextAt<FFTSpec_C_32fc>(s.fft, kTransformContextAlign), re, im);
+  auto pre = [&](int k, __m128* zr, __m128* zi) {
+    Rotate4(t, k, Even(x + 2 * k), OddReversed(x + n / 2 - 8 - 2 * k), zr, zi);
+  };
+  Transform(s, re, im, pre);
   // Four quarters of y, each with even places ascending from one half of Z
   // and odd places descending from the other (lo = 4b, hi = H - 4 - 4b):
   //   [0, N/4):     P(H + lo),  -R(hi)

@@ -149,9 +149,12 @@ TEST(Mdct, InitInCallerMemoryAtEveryOffsetAndInPlace) {
   }
 }
 
-// The SSE2 forms do the reference's arithmetic in the same order (only
-// negations move, which round identically), so they agree bit for bit.
-TEST(Mdct, Sse2FormsMatchTheReferenceExactly) {
+// The SSE2 forms fold and rotate as the reference does but run a different
+// factorisation of the FFT (radix-8 passes for Q = 32 .. 1024), so they agree
+// to rounding: each lies about 1.4e-7 (relative RMS) from the exact values at
+// these lengths, so 1e-6 between the two is generous, while a wrong index,
+// sign or twiddle gives differences of order 1.
+TEST(Mdct, Sse2FormsMatchTheReference) {
   std::mt19937 rng(akl::test::TestSeed());
   for (int n = 64; n <= 8192; n *= 2) {
     SCOPED_TRACE(n);
@@ -167,10 +170,10 @@ TEST(Mdct, Sse2FormsMatchTheReferenceExactly) {
     std::vector<float> a(static_cast<std::size_t>(n)), b(static_cast<std::size_t>(n));
     akl::transform::MdctFwdSse2(fs, x.data(), a.data(), z);
     akl::transform::MdctFwdRef(fs, x.data(), b.data(), z);
-    EXPECT_EQ(a, b);
+    EXPECT_LT(RelRms(a.data(), std::vector<double>(b.begin(), b.begin() + n / 2)), 1e-6);
     akl::transform::MdctInvSse2(is, x.data(), a.data(), z);
     akl::transform::MdctInvRef(is, x.data(), b.data(), z);
-    EXPECT_EQ(a, b);
+    EXPECT_LT(RelRms(a.data(), std::vector<double>(b.begin(), b.end())), 1e-6);
     aklsMDCTFwdFree_32f(fwd);
     aklsMDCTInvFree_32f(inv);
   }
