@@ -45,6 +45,7 @@ void PutLe(std::vector<unsigned char>& b, std::uint32_t v, int bytes) {
 std::vector<unsigned char> WavHeader(int rate, int channels, std::uint64_t data_bytes) {
   const std::uint32_t data = data_bytes > 0xFFFFFFF0u - 36 ? 0xFFFFFFF0u - 36 : static_cast<std::uint32_t>(data_bytes);
   std::vector<unsigned char> h;
+  h.reserve(44);
   const char* riff = "RIFF";
   h.insert(h.end(), riff, riff + 4);
   PutLe(h, 36 + data, 4);

@@ -135,6 +135,14 @@ class WordReader {
   }
 
   std::size_t Position() const { return next_ * 32 - static_cast<std::size_t>(avail_); }
+  const Akl8u* Base() const { return base_; }
+  // A reader at bit `pos` after `base` (aligned): loads the word holding it.
+  static WordReader AtPosition(const Akl8u* base, std::size_t pos) {
+    WordReader r(base + 4 * (pos / 32), LoadBE32(base + 4 * (pos / 32)), static_cast<unsigned>(pos % 32));
+    r.base_ = base;
+    r.next_ = pos / 32 + 1;
+    return r;
+  }
   void WriteBack(Akl8u** pp_bit_stream, int* p_bit_offset) const {
     const std::size_t pos = Position();
     *pp_bit_stream = const_cast<Akl8u*>(base_ + (pos >> 3));

@@ -1,0 +1,405 @@
+// Reference VLC block decoders: the straightforward per-code loops, kept
+// beside the tuned kernels of decode.cpp so tests can compare the two on
+// random streams and real code books (values, cursor and status).
+//
+// Every decoder keeps at least 32 stream bits in a 64-bit accumulator
+// (WordReader) before a lookup, so a code of up to 32 bits is resolved from
+// the accumulator's top bits without touching memory; the common case is one
+// root-table load, one test of the leaf flag, a shift and a store.
+#include <bit>
+#include <cstdint>
+#include <type_traits>
+
+#include "core/exports.hpp"
+#include "vlc/decode_ref.hpp"
+#include "vlc/vlc.hpp"
+
+namespace akl::vlc::ref {
+namespace {
+
+// Table walk over entries of type Entry (uint8_t, int16_t or int32_t).
+template <class Entry>
+class Walker {
+ public:
+  using Raw = std::make_unsigned_t<Entry>;
+
+  explicit Walker(const DecodeSpec& s)
+      : t_(static_cast<const Entry*>(s.table)),
+        root_bits_(static_cast<int>(static_cast<Raw>(t_[0]))),
+        leaf_shift_(s.lengthFieldBits + 1),
+        length_mask_(LowMask(s.lengthFieldBits + 1)),
+        num_(static_cast<std::uint32_t>(s.numEntries)) {}
+
+  // The leaf for the code at the top of `acc` (at least maxLength valid
+  // bits); *len receives the code's length.
+  AKL_VLC_INLINE std::uint32_t Lookup(std::uint64_t acc, int* len) const {
+    const std::uint32_t e = static_cast<Raw>(t_[1 + (acc >> (64 - root_bits_))]);
+    if (__builtin_expect((e & 1u) != 0, 1)) {
+      *len = static_cast<int>((e & length_mask_) >> 1);
+      return e;
+    }
+    return LookupDeep(acc, e, len);
+  }
+
+  // The value of a leaf: unsigned from 8-bit entries, signed from wider ones.
+  AKL_VLC_INLINE int Value(std::uint32_t e) const {
+    if constexpr (std::is_same_v<Entry, std::uint8_t>) {
+      return static_cast<int>(e >> leaf_shift_);
+    } else {
+      return static_cast<int>(static_cast<Entry>(e)) >> leaf_shift_;
+    }
+  }
+
+ private:
+  // Codes longer than the root level: rarer; the branch into here is marked
+  // unlikely so the root-leaf path stays straight-line.
+  AKL_VLC_INLINE std::uint32_t LookupDeep(std::uint64_t acc, std::uint32_t e, int* len) const {
+    int before = 0;
+    int s = root_bits_;
+    int depth = root_bits_;
+    while ((e & 1u) == 0) {
+      const std::uint32_t h = e >> 1;
+      if (h >= num_) {
+        // An empty slot: no code of the book reaches it.  Stop inside the
+        // table and consume this level's bits.
+        e = (static_cast<std::uint32_t>(s) << 1) | 1u;
+        break;
+      }
+      before += s;
+      s = static_cast<int>(static_cast<Raw>(t_[h]));
+      depth += s;
+      e = static_cast<Raw>(t_[h + 1 + ((acc >> (64 - depth)) & LowMask(s))]);
+    }
+    *len = before + static_cast<int>((e & length_mask_) >> 1);
+    return e;
+  }
+
+  const Entry* t_;
+  int root_bits_;
+  int leaf_shift_;
+  std::uint32_t length_mask_;
+  std::uint32_t num_;
+};
+
+// Calls f(Walker<Entry>) for the context's entry width.
+template <class F>
+auto WithWalker(const DecodeSpec& s, F&& f) {
+  switch (s.entryWidth) {
+    case 8:
+      return f(Walker<std::uint8_t>(s));
+    case 16:
+      return f(Walker<std::int16_t>(s));
+    default:
+      return f(Walker<std::int32_t>(s));
+  }
+}
+
+template <class W>
+AKL_VLC_INLINE int DecodeValue(const W& w, WordReader& r) {
+  r.Refill();
+  int n;
+  const std::uint32_t e = w.Lookup(r.Acc(), &n);
+  r.Skip(n);
+  return w.Value(e);
+}
+
+// K codes per refill: a refill leaves at least 32 bits in hand, enough for K
+// codes when K times the longest code fits in 32.
+template <int K, class W>
+void DecodeBlockUnrolled(const W& w, WordReader& r, Akl16s* out, int len) {
+  int i = 0;
+  for (; i + K <= len; i += K) {
+    r.Refill();
+    for (int k = 0; k < K; ++k) {
+      int n;
+      const std::uint32_t e = w.Lookup(r.Acc(), &n);
+      r.Skip(n);
+      out[i + k] = static_cast<Akl16s>(w.Value(e));
+    }
+  }
+  for (; i < len; ++i) out[i] = static_cast<Akl16s>(DecodeValue(w, r));
+}
+
+template <class W>
+void DecodeBlockKernel(const W& w, WordReader& reader, Akl16s* out, int len, int max_length) {
+  WordReader r = reader;  // a local copy stays in registers
+  if (max_length <= 10) {
+    DecodeBlockUnrolled<3>(w, r, out, len);
+  } else if (max_length <= 16) {
+    DecodeBlockUnrolled<2>(w, r, out, len);
+  } else {
+    DecodeBlockUnrolled<1>(w, r, out, len);
+  }
+  reader = r;
+}
+
+// AAC escape after an element of magnitude 16: N ones (N 0..8), a zero and
+// N + 4 bits w give 2^(N+4) + w.  False for nine leading ones.
+bool ReadAacEscape(WordReader& r, std::uint32_t* magnitude) {
+  r.Refill();
+  const std::uint32_t bits = r.Peek(21);
+  const int ones = std::countl_one(bits << 11);
+  if (ones > 8) return false;
+  const int total = 2 * ones + 5;
+  *magnitude = (1u << (ones + 4)) + ((bits >> (21 - total)) & LowMask(ones + 4));
+  r.Skip(total);
+  return true;
+}
+
+inline Akl16s Signed(std::uint32_t magnitude, bool negative) {
+  return static_cast<Akl16s>(negative ? 0u - magnitude : magnitude);
+}
+
+// Layer III escaped element: linbits bits then the sign, read as one field.
+Akl16s ReadLinbits(WordReader& r, int linbits) {
+  const std::uint32_t b = r.Read(linbits + 1);
+  return Signed(15u + (b >> 1), (b & 1u) != 0);
+}
+
+int ClampLinbits(int linbits) { return linbits < 0 ? 0 : linbits > 31 ? 31 : linbits; }
+
+template <class W>
+Status EscAacKernel(const W& w, WordReader& reader, Akl16s* out, int pairs) {
+  WordReader r = reader;
+  for (int i = 0; i < pairs; ++i) {
+    const int v = DecodeValue(w, r);
+    int first = v >> 8;
+    int second = (v & 0xFF) - 128;
+    std::uint32_t mag;
+    if (first == 16 || first == -16) {
+      if (!ReadAacEscape(r, &mag)) return kStsVLCDataErr;
+      first = first < 0 ? -static_cast<int>(mag) : static_cast<int>(mag);
+    }
+    if (second == 16 || second == -16) {
+      if (!ReadAacEscape(r, &mag)) return kStsVLCDataErr;
+      second = second < 0 ? -static_cast<int>(mag) : static_cast<int>(mag);
+    }
+    out[2 * i] = static_cast<Akl16s>(first);
+    out[2 * i + 1] = static_cast<Akl16s>(second);
+  }
+  reader = r;
+  return kStsOk;
+}
+
+template <class W>
+void EscMp3Kernel(const W& w, WordReader& reader, int linbits, Akl16s* out, int pairs) {
+  WordReader r = reader;
+  for (int i = 0; i < pairs; ++i) {
+    r.Refill();
+    int n;
+    const int v = w.Value(w.Lookup(r.Acc(), &n));
+    const int x = v >> 8;
+    const int y = (v & 0xFF) - 128;
+    Akl16s xs = static_cast<Akl16s>(x);
+    Akl16s ys = static_cast<Akl16s>(y);
+    if (x == 15 || x == -15) {
+      // The code's length counts x's sign bit and y's; they come after the
+      // linbits field, so only the Huffman part is consumed here.
+      const int signs = y != 0 ? 2 : 1;
+      r.Skip(n > signs ? n - signs : 0);
+      xs = ReadLinbits(r, linbits);
+      if (y == 15 || y == -15) {
+        ys = ReadLinbits(r, linbits);
+      } else if (y != 0) {
+        ys = Signed(static_cast<std::uint32_t>(y < 0 ? -y : y), r.ReadBit());
+      }
+    } else if (y == 15 || y == -15) {
+      r.Skip(n > 1 ? n - 1 : 0);
+      ys = ReadLinbits(r, linbits);
+    } else {
+      r.Skip(n);
+    }
+    out[2 * i] = xs;
+    out[2 * i + 1] = ys;
+  }
+  reader = r;
+}
+
+// Tuple decoding: magnitudes of `bits` bits, first element most significant,
+// each non-zero one followed by its sign bit.  The pair decoders split the
+// value into two elements whatever numElements says.
+//
+// When the longest code plus all its sign bits fit in the 32 bits that the
+// refill before the code guarantees, sign bits are taken without refilling
+// (InHand); otherwise each is read with a refill.
+template <bool InHand>
+AKL_VLC_INLINE bool SignBit(WordReader& r) {
+  return InHand ? r.TakeBit() : r.ReadBit();
+}
+
+template <bool InHand, class W>
+void TupleLoop(const W& w, WordReader& r, Akl16s* out, int tuples, int elements, int bits) {
+  const std::uint32_t mask = LowMask(bits);
+  for (int i = 0; i < tuples; ++i) {
+    const auto v = static_cast<std::uint32_t>(DecodeValue(w, r));
+    for (int k = 0; k < elements; ++k) {
+      const std::uint32_t mag = (v >> ((elements - 1 - k) * bits)) & mask;
+      out[k] = mag != 0 ? Signed(mag, SignBit<InHand>(r)) : Akl16s{0};
+    }
+    out += elements;
+  }
+}
+
+template <class W>
+void TupleKernel(const W& w, WordReader& reader, Akl16s* out, int tuples, int elements, int bits, int max_length) {
+  WordReader r = reader;
+  if (max_length + elements <= 32) {
+    TupleLoop<true>(w, r, out, tuples, elements, bits);
+  } else {
+    TupleLoop<false>(w, r, out, tuples, elements, bits);
+  }
+  reader = r;
+}
+
+template <bool InHand, class W>
+Status TupleEscAacLoop(const W& w, WordReader& r, Akl16s* out, int pairs, int bits) {
+  const std::uint32_t mask = LowMask(bits);
+  for (int i = 0; i < pairs; ++i) {
+    const auto v = static_cast<std::uint32_t>(DecodeValue(w, r));
+    std::uint32_t first = static_cast<std::uint32_t>(std::uint64_t{v} >> bits) & mask;
+    std::uint32_t second = v & mask;
+    const bool neg_first = first != 0 && SignBit<InHand>(r);
+    const bool neg_second = second != 0 && SignBit<InHand>(r);
+    if (first == 16 && !ReadAacEscape(r, &first)) return kStsVLCDataErr;
+    if (second == 16 && !ReadAacEscape(r, &second)) return kStsVLCDataErr;
+    out[2 * i] = Signed(first, neg_first);
+    out[2 * i + 1] = Signed(second, neg_second);
+  }
+  return kStsOk;
+}
+
+template <class W>
+Status TupleEscAacKernel(const W& w, WordReader& reader, Akl16s* out, int pairs, int bits, int max_length) {
+  WordReader r = reader;
+  const Status st = max_length + 2 <= 32 ? TupleEscAacLoop<true>(w, r, out, pairs, bits)
+                                         : TupleEscAacLoop<false>(w, r, out, pairs, bits);
+  reader = r;
+  return st;
+}
+
+template <bool InHand, class W>
+void TupleEscMp3Loop(const W& w, WordReader& r, int linbits, Akl16s* out, int pairs, int bits) {
+  const std::uint32_t mask = LowMask(bits);
+  for (int i = 0; i < pairs; ++i) {
+    const auto v = static_cast<std::uint32_t>(DecodeValue(w, r));
+    const std::uint32_t x = static_cast<std::uint32_t>(std::uint64_t{v} >> bits) & mask;
+    const std::uint32_t y = v & mask;
+    if (x != 15 && y != 15) {
+      out[2 * i] = x != 0 ? Signed(x, SignBit<InHand>(r)) : Akl16s{0};
+      out[2 * i + 1] = y != 0 ? Signed(y, SignBit<InHand>(r)) : Akl16s{0};
+      continue;
+    }
+    // Escapes: x's linbits, x's sign, y's linbits, y's sign.
+    for (int k = 0; k < 2; ++k) {
+      std::uint32_t mag = k == 0 ? x : y;
+      if (mag == 15) mag += r.Read(linbits);
+      out[2 * i + k] = mag != 0 ? Signed(mag, r.ReadBit()) : Akl16s{0};
+    }
+  }
+}
+
+template <class W>
+void TupleEscMp3Kernel(const W& w, WordReader& reader, int linbits, Akl16s* out, int pairs, int bits,
+                       int max_length) {
+  WordReader r = reader;
+  if (max_length + 2 <= 32) {
+    TupleEscMp3Loop<true>(w, r, linbits, out, pairs, bits);
+  } else {
+    TupleEscMp3Loop<false>(w, r, linbits, out, pairs, bits);
+  }
+  reader = r;
+}
+
+bool BadOffset(int offset) { return static_cast<unsigned>(offset) > 7u; }
+
+}  // namespace
+
+Status DecodeBlock_1u16sRef(Akl8u** ppBitStream, int* pBitOffset, Akl16s* pData, int len,
+                                const aklsVLCDecodeSpec_32s* pSpec) {
+  if (!ppBitStream || !*ppBitStream || !pBitOffset || !pData || !pSpec) return kStsNullPtr;
+  if (BadOffset(*pBitOffset)) return kStsVLCDataErr;
+  const DecodeSpec& s = *DecodeSpecAt(pSpec);
+  if (s.tag != kTagVlcDecode) return kStsVLCDataErr;
+  if (len < 1) return kStsOk;
+  WordReader r = WordReader::AtAlignedWord(*ppBitStream, *pBitOffset);
+  WithWalker(s, [&](const auto& w) { DecodeBlockKernel(w, r, pData, len, s.maxLength); });
+  r.WriteBack(ppBitStream, pBitOffset);
+  return kStsOk;
+}
+
+Status DecodeEscBlock_AAC_1u16sRef(Akl8u** ppBitStream, int* pBitOffset, Akl16s* pData, int len,
+                                       const aklsVLCDecodeSpec_32s* pSpec) {
+  if (!ppBitStream || !*ppBitStream || !pBitOffset || !pData || !pSpec) return kStsNullPtr;
+  if (BadOffset(*pBitOffset)) return kStsBitOffsetErr;
+  const DecodeSpec& s = *DecodeSpecAt(pSpec);
+  if (s.tag != kTagVlcDecode) return kStsContextMismatch;
+  const int pairs = len / 2;
+  if (pairs < 1) return kStsOk;
+  WordReader r = WordReader::FromBytePointer(*ppBitStream, *pBitOffset);
+  const Status st = WithWalker(s, [&](const auto& w) { return EscAacKernel(w, r, pData, pairs); });
+  if (st != kStsOk) return st;
+  r.WriteBack(ppBitStream, pBitOffset);
+  return kStsOk;
+}
+
+Status DecodeEscBlock_MP3_1u16sRef(Akl8u** ppBitStream, int* pBitOffset, int linbits, Akl16s* pData, int len,
+                                       const aklsVLCDecodeSpec_32s* pSpec) {
+  if (!ppBitStream || !*ppBitStream || !pBitOffset || !pData || !pSpec) return kStsNullPtr;
+  if (BadOffset(*pBitOffset)) return kStsBitOffsetErr;
+  const DecodeSpec& s = *DecodeSpecAt(pSpec);
+  if (s.tag != kTagVlcDecode) return kStsContextMismatch;
+  const int pairs = len / 2;
+  if (pairs < 1) return kStsOk;
+  WordReader r = WordReader::FromBytePointer(*ppBitStream, *pBitOffset);
+  WithWalker(s, [&](const auto& w) { EscMp3Kernel(w, r, ClampLinbits(linbits), pData, pairs); });
+  r.WriteBack(ppBitStream, pBitOffset);
+  return kStsOk;
+}
+
+Status DecodeUTupleBlock_1u16sRef(Akl8u** ppBitStream, int* pBitOffset, Akl16s* pData, int len,
+                                      const aklsVLCDecodeSpec_32s* pSpec) {
+  if (!ppBitStream || !*ppBitStream || !pBitOffset || !pData || !pSpec) return kStsNullPtr;
+  if (BadOffset(*pBitOffset)) return kStsVLCDataErr;
+  const DecodeSpec& s = *DecodeSpecAt(pSpec);
+  if (s.tag != kTagVlcDecode) return kStsVLCDataErr;
+  const int tuples = len / s.numElements;
+  if (tuples < 1) return kStsOk;
+  WordReader r = WordReader::AtAlignedWord(*ppBitStream, *pBitOffset);
+  WithWalker(s, [&](const auto& w) { TupleKernel(w, r, pData, tuples, s.numElements, s.numValueBits, s.maxLength); });
+  r.WriteBack(ppBitStream, pBitOffset);
+  return kStsOk;
+}
+
+Status DecodeUTupleEscBlock_AAC_1u16sRef(Akl8u** ppBitStream, int* pBitOffset, Akl16s* pData, int len,
+                                             const aklsVLCDecodeSpec_32s* pSpec) {
+  if (!ppBitStream || !*ppBitStream || !pBitOffset || !pData || !pSpec) return kStsNullPtr;
+  if (BadOffset(*pBitOffset)) return kStsBitOffsetErr;
+  const DecodeSpec& s = *DecodeSpecAt(pSpec);
+  if (s.tag != kTagVlcDecode) return kStsContextMismatch;
+  const int pairs = len / 2;
+  if (pairs < 1) return kStsOk;
+  WordReader r = WordReader::FromBytePointer(*ppBitStream, *pBitOffset);
+  const Status st =
+      WithWalker(s, [&](const auto& w) { return TupleEscAacKernel(w, r, pData, pairs, s.numValueBits, s.maxLength); });
+  if (st != kStsOk) return st;
+  r.WriteBack(ppBitStream, pBitOffset);
+  return kStsOk;
+}
+
+Status DecodeUTupleEscBlock_MP3_1u16sRef(Akl8u** ppBitStream, int* pBitOffset, int linbits, Akl16s* pData,
+                                             int len, const aklsVLCDecodeSpec_32s* pSpec) {
+  if (!ppBitStream || !*ppBitStream || !pBitOffset || !pData || !pSpec) return kStsNullPtr;
+  if (BadOffset(*pBitOffset)) return kStsBitOffsetErr;
+  const DecodeSpec& s = *DecodeSpecAt(pSpec);
+  if (s.tag != kTagVlcDecode) return kStsContextMismatch;
+  const int pairs = len / 2;
+  if (pairs < 1) return kStsOk;
+  WordReader r = WordReader::FromBytePointer(*ppBitStream, *pBitOffset);
+  WithWalker(s, [&](const auto& w) {
+    TupleEscMp3Kernel(w, r, ClampLinbits(linbits), pData, pairs, s.numValueBits, s.maxLength);
+  });
+  r.WriteBack(ppBitStream, pBitOffset);
+  return kStsOk;
+}
+
+}  // namespace akl::vlc::ref
