@@ -34,22 +34,29 @@ extern "C" {
 /* ------------------------------------------------------------------------
  * Element types
  * ---------------------------------------------------------------------- */
-typedef unsigned char Akl8u;
-typedef signed char Akl8s;
-typedef short Akl16s;
-typedef int Akl32s;
-typedef unsigned int Akl32u;
-typedef unsigned long long Akl64u;
-typedef float Akl32f;
-typedef struct { Akl16s re; Akl16s im; } Akl16sc;
-typedef struct { Akl32s re; Akl32s im; } Akl32sc;
-typedef struct { Akl32f re; Akl32f im; } Akl32fc;
+typedef unsigned char Akl8u;       /* unsigned 8-bit: bytes of a bitstream, per-band flags */
+typedef signed char Akl8s;         /* signed 8-bit */
+typedef short Akl16s;              /* signed 16-bit: PCM samples, decoded VLC values */
+typedef int Akl32s;                /* signed 32-bit: record fields, fixed-point spectra */
+typedef unsigned int Akl32u;       /* unsigned 32-bit */
+typedef unsigned long long Akl64u; /* unsigned 64-bit: processor-feature masks */
+typedef float Akl32f;              /* IEEE single precision */
+/* Complex pair of signed 16-bit values, real part first. */
+typedef struct { Akl16s re; /* real part */ Akl16s im; /* imaginary part */ } Akl16sc;
+/* Complex pair of signed 32-bit values, real part first. */
+typedef struct { Akl32s re; /* real part */ Akl32s im; /* imaginary part */ } Akl32sc;
+/* Complex pair of floats, real part first. */
+typedef struct { Akl32f re; /* real part */ Akl32f im; /* imaginary part */ } Akl32fc;
 
 /* ------------------------------------------------------------------------
  * Status values
  * ---------------------------------------------------------------------- */
+/* Result of every operation: 0 success, negative error, 2 a warning after
+ * which the work has been done in full.  Values are those of AklStatusCode. */
 typedef Akl32s Status;
 
+/* The status values.  Two family statuses share a value with a general one
+ * (kStsVLCLinbitsErr, kStsVLCEscValueErr): the operation tells them apart. */
 enum AklStatusCode {
   kStsMisalignedWarn = 2,       /* warning: a data pointer is not 16-byte aligned; work done in full */
   kStsOk = 0,                   /* success */
@@ -106,6 +113,7 @@ enum AklStatusCode {
 /* ------------------------------------------------------------------------
  * Version record
  * ---------------------------------------------------------------------- */
+/* The library's version record (constant, returned by aklacGetLibVersion). */
 typedef struct {
   Akl32s major;          /* 8 */
   Akl32s minor;          /* 1 */
@@ -117,7 +125,8 @@ typedef struct {
   const char* BuildDate; /* "Apr 10 2014" */
 } AklLibraryVersion;
 
-/* Returns the library's constant version record; the same pointer on every call. */
+/* Returns the library's constant version record; the same pointer on every call.
+ * Status: none; the result is never null. */
 AKLAC_API const AklLibraryVersion* aklacGetLibVersion(void);
 
 /* ========================================================================
@@ -126,9 +135,9 @@ AKLAC_API const AklLibraryVersion* aklacGetLibVersion(void);
 /* A code-book entry: `length` (1..32) low bits of `code` form the code word,
  * most significant bit sent first; `value` is what it decodes to. */
 typedef struct {
-  Akl32s value;
-  Akl32s code;
-  Akl32s length;
+  Akl32s value;  /* what the code decodes to (for tuple and pair books, the packed elements) */
+  Akl32s code;   /* the code word in its `length` low bits; higher bits are ignored */
+  Akl32s length; /* code length in bits, 1..32 */
 } VlcCodeEntry;
 
 /* VLC decoding context (plain and tuple decoders share it; tag 0x434D4160).
@@ -174,6 +183,8 @@ AKLAC_API Status aklsVLCDecodeInit_32s(const VlcCodeEntry* pInputTable, int inpu
                                        const int* pSubTablesSizes, int numSubTables,
                                        aklsVLCDecodeSpec_32s* pSpec);
 /* As aklsVLCDecodeInit_32s in memory from aklMalloc; *ppSpec receives it.
+ *   pInputTable, inputTableSize, pSubTablesSizes, numSubTables  in  as GetSize
+ *   ppSpec           out  the raw pointer of the new context
  * Status: kStsNullPtr; kStsVLCTableErr as GetSize; kStsMemAllocErr (*ppSpec
  * unwritten); kStsVLCTableErr for a prefix conflict, reported after *ppSpec
  * has been written: release it with aklsVLCDecodeFree_32s. */
@@ -181,7 +192,8 @@ AKLAC_API Status aklsVLCDecodeInitAlloc_32s(const VlcCodeEntry* pInputTable, int
                                             const int* pSubTablesSizes, int numSubTables,
                                             aklsVLCDecodeSpec_32s** ppSpec);
 /* Clears the context's tag and releases the memory if InitAlloc obtained it.
- * A null pointer is ignored.  Also frees tuple contexts. */
+ * A null pointer is ignored.  Also frees tuple contexts.
+ *   pSpec            in/out  decoding context (raw pointer), or null */
 AKLAC_API void aklsVLCDecodeFree_32s(aklsVLCDecodeSpec_32s* pSpec);
 
 /* --- decoders -------------------------------------------------------------
@@ -199,6 +211,10 @@ AKLAC_API void aklsVLCDecodeFree_32s(aklsVLCDecodeSpec_32s* pSpec);
 AKLAC_API Status aklsVLCDecodeOne_1u16s(Akl8u** ppBitStream, int* pBitOffset, Akl16s* pData,
                                         const aklsVLCDecodeSpec_32s* pSpec);
 /* Decodes len codes into pData[0..len-1]; len < 1 decodes nothing.
+ *   ppBitStream, pBitOffset  in/out  cursor; offset 0..7
+ *   pData            out  len values
+ *   len              in   number of codes
+ *   pSpec            in   decoding context
  * Status: kStsNullPtr; kStsVLCDataErr (offset outside 0..7); kStsVLCDataErr (tag). */
 AKLAC_API Status aklsVLCDecodeBlock_1u16s(Akl8u** ppBitStream, int* pBitOffset, Akl16s* pData, int len,
                                           const aklsVLCDecodeSpec_32s* pSpec);
@@ -209,7 +225,10 @@ AKLAC_API Status aklsVLCDecodeBlock_1u16s(Akl8u** ppBitStream, int* pBitOffset, 
  * sign of the decoded element.  The first partial word is read byte by byte
  * from *ppBitStream: the bytes before it are not touched.  A context with
  * 8-bit entries is not meant for these decoders (its values are unsigned).
- *   pData            out  len rounded down to even values
+ *   ppBitStream, pBitOffset  in/out  cursor; offset 0..7; advanced past the last pair
+ *   pData            out  len rounded down to even values, -8191..8191
+ *   len              in   number of values; below 2 decodes nothing
+ *   pSpec            in   decoding context built from a signed pair book
  * Status: kStsNullPtr; kStsBitOffsetErr (offset outside 0..7);
  * kStsContextMismatch (tag); kStsVLCDataErr (an escape of nine leading ones:
  * the pairs before it are written, the cursor is left as it was). */
@@ -220,8 +239,12 @@ AKLAC_API Status aklsVLCDecodeEscBlock_AAC_1u16s(Akl8u** ppBitStream, int* pBitO
  * the non-zero elements.  For x or y of magnitude 15 the decoder steps back
  * over the sign bits still to come and reads linbits bits and a sign per
  * escaped element: Huffman code, x's linbits, x's sign, y's linbits, y's sign.
+ *   ppBitStream, pBitOffset  in/out  cursor; offset 0..7; advanced past the last pair
  *   linbits          in   extra bits of the table in use (0..13); not checked,
  *                         values outside 0..31 are taken as clamped to it
+ *   pData            out  len rounded down to even values, |v| <= 15 + 2^linbits - 1
+ *   len              in   number of values; below 2 decodes nothing
+ *   pSpec            in   decoding context built from a signed pair book
  * Status: kStsNullPtr; kStsBitOffsetErr; kStsContextMismatch. */
 AKLAC_API Status aklsVLCDecodeEscBlock_MP3_1u16s(Akl8u** ppBitStream, int* pBitOffset, int linbits, Akl16s* pData,
                                                  int len, const aklsVLCDecodeSpec_32s* pSpec);
@@ -234,39 +257,62 @@ AKLAC_API Status aklsVLCDecodeEscBlock_MP3_1u16s(Akl8u** ppBitStream, int* pBitO
  * plain context reads as one element of 16 bits). */
 
 /* Bytes needed by aklsVLCDecodeUTupleInit_32s.
+ *   pInputTable, inputTableSize, pSubTablesSizes, numSubTables  in  as aklsVLCDecodeGetSize_32s
  *   numElements      in   magnitudes per code, >= 1
  *   numValueBits     in   bits per magnitude, >= 1; numElements x numValueBits <= 32
+ *   pSize            out  size in bytes
  * Status: kStsNullPtr; kStsBadArgErr (numElements or numValueBits below 1, or
  * their product above 32); kStsVLCTableErr as aklsVLCDecodeGetSize_32s. */
 AKLAC_API Status aklsVLCDecodeUTupleGetSize_32s(const VlcCodeEntry* pInputTable, int inputTableSize,
                                                 const int* pSubTablesSizes, int numSubTables, int numElements,
                                                 int numValueBits, int* pSize);
 /* Builds a tuple decoding context; as aklsVLCDecodeInit_32s.
- * Status: kStsNullPtr; kStsBadArgErr; kStsVLCTableErr. */
+ *   pInputTable, inputTableSize, pSubTablesSizes, numSubTables  in  as aklsVLCDecodeGetSize_32s
+ *   numElements, numValueBits  in  as aklsVLCDecodeUTupleGetSize_32s
+ *   pSpec            out  context memory of the GetSize size, any alignment
+ * Status: kStsNullPtr; kStsBadArgErr; kStsVLCTableErr (as GetSize, then a
+ * prefix conflict: the context is then built in part and carries its tag). */
 AKLAC_API Status aklsVLCDecodeUTupleInit_32s(const VlcCodeEntry* pInputTable, int inputTableSize,
                                              const int* pSubTablesSizes, int numSubTables, int numElements,
                                              int numValueBits, aklsVLCDecodeSpec_32s* pSpec);
 /* Builds a tuple decoding context in memory from aklMalloc; as
  * aklsVLCDecodeInitAlloc_32s.
+ *   pInputTable, inputTableSize, pSubTablesSizes, numSubTables  in  as aklsVLCDecodeGetSize_32s
+ *   numElements, numValueBits  in  as aklsVLCDecodeUTupleGetSize_32s
+ *   ppSpec           out  the raw pointer of the new context; unwritten on any
+ *                         failure but the prefix conflict
  * Status: kStsNullPtr; kStsBadArgErr; kStsVLCTableErr; kStsMemAllocErr;
  * kStsVLCTableErr (prefix conflict, *ppSpec written). */
 AKLAC_API Status aklsVLCDecodeUTupleInitAlloc_32s(const VlcCodeEntry* pInputTable, int inputTableSize,
                                                   const int* pSubTablesSizes, int numSubTables, int numElements,
                                                   int numValueBits, aklsVLCDecodeSpec_32s** ppSpec);
-/* The same operation as aklsVLCDecodeFree_32s. */
+/* Clears the tag and releases the memory if InitAlloc obtained it; the same
+ * operation as aklsVLCDecodeFree_32s.
+ *   pSpec            in/out  context (plain or tuple); null is ignored */
 AKLAC_API void aklsVLCDecodeUTupleFree_32s(aklsVLCDecodeSpec_32s* pSpec);
 /* Decodes one tuple with its sign bits into pData[0..numElements-1].
+ *   ppBitStream, pBitOffset  in/out  cursor; offset 0..7
+ *   pData            out  numElements signed values (a plain context: one value)
+ *   pSpec            in   decoding context
  * Status: kStsNullPtr; kStsVLCDataErr (offset outside 0..7, or tag). */
 AKLAC_API Status aklsVLCDecodeUTupleOne_1u16s(Akl8u** ppBitStream, int* pBitOffset, Akl16s* pData,
                                               const aklsVLCDecodeSpec_32s* pSpec);
 /* Decodes len / numElements tuples (len counts elements; a remainder is not
  * written) into consecutive groups of numElements values.
+ *   ppBitStream, pBitOffset  in/out  cursor; offset 0..7
+ *   pData            out  len / numElements x numElements signed values
+ *   len              in   number of elements; below numElements decodes nothing
+ *   pSpec            in   decoding context
  * Status: kStsNullPtr; kStsVLCDataErr (offset outside 0..7); kStsVLCDataErr (tag). */
 AKLAC_API Status aklsVLCDecodeUTupleBlock_1u16s(Akl8u** ppBitStream, int* pBitOffset, Akl16s* pData, int len,
                                                 const aklsVLCDecodeSpec_32s* pSpec);
 /* Decodes len / 2 AAC pairs from an unsigned pair book (numValueBits bits per
  * magnitude): code, a sign bit per non-zero magnitude, then for a magnitude of
  * 16 the escape sequence (first element's before second's).
+ *   ppBitStream, pBitOffset  in/out  cursor; offset 0..7
+ *   pData            out  len rounded down to even signed values, -8191..8191
+ *   len              in   number of values; below 2 decodes nothing
+ *   pSpec            in   decoding context of an unsigned pair book
  * Status: kStsNullPtr; kStsBitOffsetErr; kStsContextMismatch; kStsVLCDataErr
  * (nine leading ones; earlier pairs written, cursor unchanged). */
 AKLAC_API Status aklsVLCDecodeUTupleEscBlock_AAC_1u16s(Akl8u** ppBitStream, int* pBitOffset, Akl16s* pData,
@@ -274,7 +320,11 @@ AKLAC_API Status aklsVLCDecodeUTupleEscBlock_AAC_1u16s(Akl8u** ppBitStream, int*
 /* Decodes len / 2 Layer III pairs from an unsigned pair book: a magnitude of
  * 15 takes linbits extra bits (added to 15) before its sign bit, in the order
  * x's linbits, x's sign, y's linbits, y's sign.
+ *   ppBitStream, pBitOffset  in/out  cursor; offset 0..7
  *   linbits          in   0..13; not checked, values outside 0..31 are taken as clamped
+ *   pData            out  len rounded down to even signed values
+ *   len              in   number of values; below 2 decodes nothing
+ *   pSpec            in   decoding context of an unsigned pair book
  * Status: kStsNullPtr; kStsBitOffsetErr; kStsContextMismatch. */
 AKLAC_API Status aklsVLCDecodeUTupleEscBlock_MP3_1u16s(Akl8u** ppBitStream, int* pBitOffset, int linbits,
                                                        Akl16s* pData, int len, const aklsVLCDecodeSpec_32s* pSpec);
@@ -299,14 +349,19 @@ AKLAC_API Status aklsVLCDecodeUTupleEscBlock_MP3_1u16s(Akl8u** ppBitStream, int*
  * range too wide for an int-sized context). */
 AKLAC_API Status aklsVLCEncodeGetSize_32s(const VlcCodeEntry* pInputTable, int inputTableSize, int* pSize);
 /* Builds the encoding context in caller memory of at least the GetSize size.
+ *   pInputTable, inputTableSize  in  as aklsVLCEncodeGetSize_32s
+ *   pSpec            out  context memory, any alignment (built at the first 64-byte boundary)
  * Status: kStsNullPtr; kStsVLCDataErr as GetSize. */
 AKLAC_API Status aklsVLCEncodeInit_32s(const VlcCodeEntry* pInputTable, int inputTableSize,
                                        aklsVLCEncodeSpec_32s* pSpec);
 /* As aklsVLCEncodeInit_32s in memory from aklMalloc.
+ *   pInputTable, inputTableSize  in  as aklsVLCEncodeGetSize_32s
+ *   ppSpec           out  the raw pointer of the new context
  * Status: kStsNullPtr; kStsVLCDataErr; kStsMemAllocErr (*ppSpec unwritten). */
 AKLAC_API Status aklsVLCEncodeInitAlloc_32s(const VlcCodeEntry* pInputTable, int inputTableSize,
                                             aklsVLCEncodeSpec_32s** ppSpec);
-/* Clears the tag and releases the memory if InitAlloc obtained it; null ignored. */
+/* Clears the tag and releases the memory if InitAlloc obtained it.
+ *   pSpec            in/out  encoding context; null is ignored */
 AKLAC_API void aklsVLCEncodeFree_32s(aklsVLCEncodeSpec_32s* pSpec);
 /* Writes the code of one value at the cursor.
  *   value            in   a value of the book
@@ -317,6 +372,10 @@ AKLAC_API void aklsVLCEncodeFree_32s(aklsVLCEncodeSpec_32s* pSpec);
 AKLAC_API Status aklsVLCEncodeOne_16s1u(Akl16s value, Akl8u** ppBitStream, int* pBitOffset,
                                         const aklsVLCEncodeSpec_32s* pSpec);
 /* Writes the codes of pSrc[0..len-1]; len < 1 writes nothing.
+ *   pSrc             in   len values of the book
+ *   len              in   number of values
+ *   ppBitStream, pBitOffset  in/out  cursor; offset 0..7
+ *   pSpec            in   encoding context
  * Status: kStsNullPtr; kStsVLCDataErr (offset or tag). */
 AKLAC_API Status aklsVLCEncodeBlock_16s1u(const Akl16s* pSrc, int len, Akl8u** ppBitStream, int* pBitOffset,
                                           const aklsVLCEncodeSpec_32s* pSpec);
@@ -324,6 +383,10 @@ AKLAC_API Status aklsVLCEncodeBlock_16s1u(const Akl16s* pSrc, int len, Akl8u** p
  * elements of magnitude 16 or more are coded as +-16 and followed by their
  * escape sequences.  Magnitudes up to 8191 are allowed; nothing is written
  * unless every element is in range.
+ *   pSrc             in   len values, -8191..8191
+ *   len              in   number of values; below 2 writes nothing
+ *   ppBitStream, pBitOffset  in/out  cursor; offset 0..7
+ *   pSpec            in   encoding context of a signed pair book
  * Status: kStsNullPtr; kStsBitOffsetErr; kStsContextMismatch;
  * kStsVLCEscValueErr (a magnitude above 8191). */
 AKLAC_API Status aklsVLCEncodeEscBlock_AAC_16s1u(const Akl16s* pSrc, int len, Akl8u** ppBitStream,
@@ -332,20 +395,37 @@ AKLAC_API Status aklsVLCEncodeEscBlock_AAC_16s1u(const Akl16s* pSrc, int len, Ak
  * magnitudes of 15 or more are coded as +-15 and followed by their linbits
  * field (magnitude - 15) and sign.  Magnitudes up to 15 + 2^linbits - 1 are
  * allowed; nothing is written unless every element is in range.
+ *   pSrc             in   len values
+ *   len              in   number of values; below 2 writes nothing
  *   linbits          in   0..13
+ *   ppBitStream, pBitOffset  in/out  cursor; offset 0..7
+ *   pSpec            in   encoding context of a signed pair book
  * Status: kStsNullPtr; kStsBitOffsetErr; kStsVLCLinbitsErr (linbits outside
  * 0..13); kStsContextMismatch; kStsVLCEscValueErr (a magnitude too large). */
 AKLAC_API Status aklsVLCEncodeEscBlock_MP3_16s1u(const Akl16s* pSrc, int len, int linbits, Akl8u** ppBitStream,
                                                  int* pBitOffset, const aklsVLCEncodeSpec_32s* pSpec);
 /* The number of bits aklsVLCEncodeBlock_16s1u would write for pSrc[0..len-1].
+ *   pSrc             in   len values of the book
+ *   len              in   number of values, 1 or more
+ *   pCountBits       out  bit count
+ *   pSpec            in   encoding context
  * Status: kStsNullPtr; kStsVLCDataErr (len below 1); kStsVLCDataErr (tag). */
 AKLAC_API Status aklsVLCCountBits_16s32s(const Akl16s* pSrc, int len, int* pCountBits,
                                          const aklsVLCEncodeSpec_32s* pSpec);
 /* The number of bits aklsVLCEncodeEscBlock_AAC_16s1u would write (0 for len < 2).
+ *   pSrc             in   len values, -8191..8191
+ *   len              in   number of values
+ *   pCountBits       out  bit count
+ *   pSpec            in   encoding context of a signed pair book
  * Status: kStsNullPtr; kStsContextMismatch; kStsVLCEscValueErr. */
 AKLAC_API Status aklsVLCCountEscBits_AAC_16s32s(const Akl16s* pSrc, int len, int* pCountBits,
                                                 const aklsVLCEncodeSpec_32s* pSpec);
 /* The number of bits aklsVLCEncodeEscBlock_MP3_16s1u would write (0 for len < 2).
+ *   pSrc             in   len values
+ *   len              in   number of values
+ *   linbits          in   0..13
+ *   pCountBits       out  bit count
+ *   pSpec            in   encoding context of a signed pair book
  * Status: kStsNullPtr; kStsVLCLinbitsErr; kStsContextMismatch; kStsVLCEscValueErr. */
 AKLAC_API Status aklsVLCCountEscBits_MP3_16s32s(const Akl16s* pSrc, int len, int linbits, int* pCountBits,
                                                 const aklsVLCEncodeSpec_32s* pSpec);
@@ -364,12 +444,12 @@ typedef struct {
   Akl32s bitrateIndex;      /* 0 = free format, 15 = forbidden */
   Akl32s samplingFreqIndex; /* MPEG-1: 0 44.1 kHz, 1 48 kHz, 2 32 kHz; MPEG-2: the halves */
   Akl32s paddingBit;        /* 1 = one extra slot */
-  Akl32s privateBit;
+  Akl32s privateBit;        /* private bit, not interpreted */
   Akl32s mode;              /* 0 stereo, 1 joint stereo, 2 dual channel, 3 single channel */
   Akl32s modeExtension;     /* joint stereo: bit 1 mid/side on, bit 0 intensity on */
   Akl32s copyFlag;          /* copyright bit */
   Akl32s originalHome;      /* original/copy bit */
-  Akl32s emphasis;
+  Akl32s emphasis;          /* de-emphasis code, not applied by the library */
   Akl32s crcWord;           /* CRC as read, first byte in bits 15..8; only when protectionBit is 0 */
 } AklMP3FrameHeader;
 
@@ -378,9 +458,9 @@ typedef struct {
 typedef struct {
   Akl32s part23Length;        /* bits of scale factors plus Huffman data */
   Akl32s bigValues;           /* value pairs in the big-values region */
-  Akl32s globalGain;
+  Akl32s globalGain;          /* 8 bits: quantizer step size of the granule */
   Akl32s scalefacCompress;    /* 4 bits (MPEG-1) or 9 bits (MPEG-2) */
-  Akl32s windowSwitchingFlag;
+  Akl32s windowSwitchingFlag; /* 1: blockType, mixedBlockFlag and subblockGain are coded */
   Akl32s blockType;           /* 0 normal, 1 start, 2 short, 3 stop; 0 without window switching */
   Akl32s mixedBlockFlag;      /* 0 without window switching */
   Akl32s tableSelect[3];      /* Huffman table of regions 0, 1, 2 */
@@ -388,14 +468,14 @@ typedef struct {
   Akl32s region0Count;        /* scale-factor bands in region 0, minus one */
   Akl32s region1Count;        /* scale-factor bands in region 1, minus one */
   Akl32s preflag;             /* read for MPEG-1; derived by the scale-factor unpacker for MPEG-2 */
-  Akl32s scalefacScale;
+  Akl32s scalefacScale;       /* 1: scale factors step by 2^1 instead of 2^0.5 */
   Akl32s count1TableSelect;   /* 0 = quadruple table A, 1 = table B */
 } AklMP3SideInfo;
 
 /* Encoder bit reservoir: bits now held and the largest number it may hold. */
 typedef struct {
-  Akl32s bitsHeld;
-  Akl32s maxBits;
+  Akl32s bitsHeld; /* bits now in the reservoir */
+  Akl32s maxBits;  /* the most it may hold */
 } AklMP3BitReservoir;
 
 /* Unpacks a Layer III frame header (and its CRC word when protectionBit is 0).
@@ -458,7 +538,14 @@ AKLAC_API Status aklsUnpackScaleFactors_MP3_1u8s(Akl8u** ppBitStream, Akl32s* pO
 
 /* Huffman-decodes the spectrum of one granule and channel, with the library's
  * long scale-factor band table; the same as aklsHuffmanDecodeSfb_MP3_1u32s
- * otherwise. */
+ * otherwise.
+ *   ppBitStream, pOffset  in/out: cursor after the scale factors (offset 0..7)
+ *   pDstIs                out: 576 quantized values with sign, in stream order
+ *   pDstNonZeroBound      out: last non-zero index plus one (0 if none)
+ *   pSideInfo             in: this granule and channel
+ *   pFrameHeader          in: id, layer, samplingFreqIndex
+ *   hufSize               in: Huffman bits, 0..part23Length
+ * Statuses: as aklsHuffmanDecodeSfb_MP3_1u32s. */
 AKLAC_API Status aklsHuffmanDecode_MP3_1u32s(Akl8u** ppBitStream, Akl32s* pOffset, Akl32s* pDstIs,
                                              Akl32s* pDstNonZeroBound, const AklMP3SideInfo* pSideInfo,
                                              const AklMP3FrameHeader* pFrameHeader, Akl32s hufSize);
@@ -489,6 +576,12 @@ AKLAC_API Status aklsHuffmanDecodeSfb_MP3_1u32s(Akl8u** ppBitStream, Akl32s* pOf
 /* As aklsHuffmanDecodeSfb_MP3_1u32s, with region 0 of window-switched granules
  * computed from the caller's tables: block types 1 and 3 end it at long band 8,
  * short blocks at 3 x short band 3, mixed blocks from the partition row.
+ *   ppBitStream, pOffset  in/out: cursor after the scale factors (offset 0..7)
+ *   pDstIs          out: 576 quantized values with sign, in stream order
+ *   pDstNonZeroBound out: last non-zero index plus one (0 if none)
+ *   pSideInfo       in: this granule and channel
+ *   pFrameHeader    in: id, layer, samplingFreqIndex
+ *   hufSize         in: Huffman bits, 0..part23Length
  *   pSfbTableLong   in: 6 rows of 23 long band boundaries.
  *   pSfbTableShort  in: 6 rows of 14 short band boundaries (lines of one window).
  *   pMbpTable       in: 6 rows of 2: long bands of a mixed block (0..22; clamped), short-band
@@ -545,7 +638,14 @@ AKLAC_API Status aklsReQuantizeSfb_MP3_32s_I(Akl32s* pSrcDstIsXr, int* pNonZeroB
                                              const Akl16s* pSfbTableShort);
 
 /* aklsReQuantizeSfb_MP3_32s_I with the library's scale-factor band tables
- * (ISO/IEC 11172-3 and 13818-3).  Arguments and statuses as there. */
+ * (ISO/IEC 11172-3 and 13818-3).  Arguments and statuses as there.
+ *   pSrcDstIsXr    in/out  2 x 576 quantized values in, Q26 values out
+ *   pNonZeroBound  in/out  per channel, last non-zero line + 1 (0..576)
+ *   pScaleFactor   in      2 x 39 scale factors, channel 1's at entry 39
+ *   pSideInfo      in      the granule's two records, channel 0 then 1
+ *   pFrameHeader   in      the frame's header
+ *   pBuffer        work    576 Akl32s of scratch
+ * Statuses: as aklsReQuantizeSfb_MP3_32s_I. */
 AKLAC_API Status aklsReQuantize_MP3_32s_I(Akl32s* pSrcDstIsXr, int* pNonZeroBound, const Akl8s* pScaleFactor,
                                           const AklMP3SideInfo* pSideInfo, const AklMP3FrameHeader* pFrameHeader,
                                           Akl32s* pBuffer);
@@ -690,14 +790,14 @@ typedef struct {
   Akl32s pseudoSurroundEnable;      /* 1 bit if present, else 0 */
   Akl32s frontElementIsCpe[16];     /* 1 = channel pair */
   Akl32s frontElementTagSel[16];    /* instance tags */
-  Akl32s sideElementIsCpe[16];
-  Akl32s sideElementTagSel[16];
-  Akl32s backElementIsCpe[16];
-  Akl32s backElementTagSel[16];
-  Akl32s lfeElementTagSel[4];
-  Akl32s assocDataElementTagSel[8];
+  Akl32s sideElementIsCpe[16];   /* side elements: 1 = channel pair */
+  Akl32s sideElementTagSel[16];  /* side elements: instance tags */
+  Akl32s backElementIsCpe[16];   /* back elements: 1 = channel pair */
+  Akl32s backElementTagSel[16];  /* back elements: instance tags */
+  Akl32s lfeElementTagSel[4];    /* LFE elements: instance tags */
+  Akl32s assocDataElementTagSel[8]; /* data stream elements: instance tags */
   Akl32s ccElementIsIndSw[16];      /* 1 = independently switched coupling */
-  Akl32s validCcElementTagSel[16];
+  Akl32s validCcElementTagSel[16]; /* coupling elements: instance tags */
   Akl32s commentFieldBytes;         /* 0..255 */
   Akl8u commentFieldData[256];      /* only the first commentFieldBytes are written */
 } AklAACPrgCfgElt;
@@ -758,7 +858,7 @@ typedef struct {
 /* Temporal noise shaping side information of one channel (256 bytes).
  * length, order, direction and coef run over all filters of all windows. */
 typedef struct {
-  Akl32s tnsDataPresent;
+  Akl32s tnsDataPresent;         /* 1: the channel has TNS data */
   Akl32s nFilt[8];               /* filters per window */
   Akl32s coefRes[8];             /* coefficient width 3 or 4 (resolution bit plus 3) */
   Akl32s length[8];              /* per filter */
@@ -769,13 +869,13 @@ typedef struct {
 
 /* Long-term prediction side information of one channel. */
 typedef struct {
-  Akl32s ltpDataPresent;
+  Akl32s ltpDataPresent;         /* 1: long-term prediction is used */
   Akl32s ltpLag;                 /* 11 bits */
   Akl16s ltpCoef;                /* Q14 gain for the coded 3-bit index */
   Akl32s longUsed[41];           /* [0] copies ltpDataPresent, [1..40] per-band flags */
-  Akl32s shortUsed[8];
-  Akl32s shortLagPresent[8];
-  Akl32s shortLag[8];
+  Akl32s shortUsed[8];           /* per short window: prediction used */
+  Akl32s shortLagPresent[8];     /* per short window: a lag offset follows */
+  Akl32s shortLag[8];            /* per short window: lag offset */
 } AklAACLtpData;
 
 /* Long-term prediction information of a channel or channel pair: the window
@@ -783,31 +883,31 @@ typedef struct {
  * channel.  The long-term prediction operations may append their own state
  * after these fields. */
 typedef struct {
-  Akl32s windowSequence;
-  Akl32s maxSfb;
-  AklAACLtpData ltpData[2];
+  Akl32s windowSequence;         /* window sequence of the ICS, 0..3 */
+  Akl32s maxSfb;                 /* transmitted bands of the ICS */
+  AklAACLtpData ltpData[2];      /* per channel */
 } AklAACLtpInfo;
 
 /* Scalable main-layer header. */
 typedef struct {
-  Akl32s windowSequence;
-  Akl32s windowShape;
-  Akl32s maxSfb;
-  Akl32s scaleFactorGrouping;
-  Akl32s numWindowGroups;
-  Akl32s windowGroupLength[8];
-  Akl32s msMaskPresent;
+  Akl32s windowSequence;         /* 2 bits, 0..3 */
+  Akl32s windowShape;            /* 1 bit: 0 sine, 1 KBD */
+  Akl32s maxSfb;                 /* transmitted bands */
+  Akl32s scaleFactorGrouping;    /* 7 bits, eight short windows only */
+  Akl32s numWindowGroups;        /* 1..8 */
+  Akl32s windowGroupLength[8];   /* see aklsDecodeMainHeader_AAC for its rule */
+  Akl32s msMaskPresent;          /* 0 none, 1 per band, 2 all bands */
   Akl8u* pMsUsed;                /* caller buffer of 8 x 60 bytes, [group * 60 + band] */
-  AklAACTnsData tnsData[2];
-  AklAACLtpData ltpData[2];
+  AklAACTnsData tnsData[2];      /* per channel */
+  AklAACLtpData ltpData[2];      /* per channel */
 } AklAACMainHeader;
 
 /* Scalable extension-layer header. */
 typedef struct {
-  Akl32s msMaskPresent;
-  Akl32s maxSfb;
+  Akl32s msMaskPresent;          /* 0 none, 1 per band, 2 all bands */
+  Akl32s maxSfb;                 /* transmitted bands of this layer */
   Akl8u* pMsUsed;                /* caller buffer of 8 x 60 bytes, [group * 60 + band] */
-  AklAACTnsData tnsData[2];
+  AklAACTnsData tnsData[2];      /* per channel */
   Akl32s diffControl[2][51];     /* flags actually read, packed from entry 0 */
 } AklAACExtHeader;
 
@@ -828,6 +928,9 @@ AKLAC_API Status aklsDecodeChanPairElt_AAC(Akl8u** ppBitStream, Akl32s* pBitOffs
 /* As aklsDecodeChanPairElt_AAC with the MPEG-4 ICS information: for a long window
  * with predictor data, audioObjectType 1 reads main-profile prediction flags and
  * any other value reads long-term prediction data for both channels into pLtpInfo.
+ *   ppBitStream, pBitOffset  in/out: cursor (offset 0..7).
+ *   pIcsInfo        out: shared ICS information (written only with a common window).
+ *   pChanPairElt    out: commonWindow, msMaskPresent and msUsed, as aklsDecodeChanPairElt_AAC.
  *   pLtpInfo        out: both ltpDataPresent cleared first; window sequence, maxSfb
  *                   and ltpData[0..1] when LTP data is read.
  *   predSfbMax      in: 0..51; above 41 fails when main-profile flags are read.
@@ -939,12 +1042,16 @@ AKLAC_API Status aklsNoiselessDecoder_LC_AAC(Akl8u** ppBitStream, Akl32s* pBitOf
 
 /* Decodes one individual channel stream of the MPEG-4 object types (LTP ICS
  * information, scalable layers, noise substitution).
+ *   ppBitStream, pBitOffset  in/out: cursor (offset 0..7); after the last spectral bit.
  *   pLayerInfo      in/out: AklAACLtpInfo* when the ICS information is read here
  *                   (LTP data of channel 0), AklAACMainHeader* when scalableLayer is 1
  *                   (window grouping taken from it).
  *   pScaleFactor    out: as in the LC decoder; codebook 13 bands hold noise energies,
  *                   which share one running value with the scale factors.
- *   pSpectrum, pSfbCb, pTnsCoef, pChanInfo: as in the LC decoder.
+ *   pSpectrum       out: 1024 quantised values, as in the LC decoder.
+ *   pSfbCb          out: numWindowGroups x maxSfb codebooks.
+ *   pTnsCoef        out: TNS coefficients (up to 60).
+ *   pChanInfo       in/out: as in the LC decoder.
  *   windowSequence  in: 0..3, used when scalableLayer is 1.
  *   maxSfb          in: 0..51, used when scalableLayer is 1.
  *   commonWindow    in: 0..1; 1 takes pChanInfo->pIcsInfo as read.
@@ -1021,7 +1128,7 @@ AKLAC_API Status aklsDeinterleaveSpectrum_AAC_32s(const Akl32s* pSrc, Akl32s* pD
  *   msMaskPresent in: 1 (per-band mask) or 2 (all bands)
  *   pMsUsed in: msUsed[g * 60 + sfb]
  *   pSfbCb  in/out: codebooks of the pair's right channel (per band per group)
- *   numWinGrp, pWinGrpLen, maxSfb, samplingFrequencyIndex, winLen: as above
+ *   numWinGrp, pWinGrpLen, maxSfb, samplingFrequencyIndex, winLen  in: as above
  * Statuses: kStsNullPtr; kStsAacWinLenErr; kStsAacWinGrpErr; kStsAacMaxSfbErr
  * (outside 0..51); kStsAacSmpRateIdxErr; kStsAacMsMaskErr (msMaskPresent
  * outside 1..2); kStsAacMaxSfbErr (above the bands of the index);
@@ -1037,7 +1144,7 @@ AKLAC_API Status aklsDecodeMsStereo_AAC_32s_I(Akl32s* pSrcDstL, Akl32s* pSrcDstR
  *   pSrcL in: left spectrum (Q3);  pDstR in/out: right spectrum (Q3)
  *   pScaleFactor in: intensity position per band per group (any value)
  *   pSfbCb in: codebooks of the right channel
- *   numWinGrp, pWinGrpLen, maxSfb, samplingFrequencyIndex, winLen: as above
+ *   numWinGrp, pWinGrpLen, maxSfb, samplingFrequencyIndex, winLen  in: as above
  * Statuses: kStsNullPtr; kStsAacWinLenErr; kStsAacWinGrpErr; kStsAacMaxSfbErr
  * (outside 0..51); kStsAacSmpRateIdxErr; kStsAacMaxSfbErr (above the bands
  * of the index); kStsAacWinGrpErr (group lengths inconsistent). */
@@ -1077,8 +1184,9 @@ AKLAC_API Status aklsDecodePNS_AAC_32s(Akl32s* pSrcDst, Akl32s* pLtpLongUsed, co
  *   pSfbCbL, pSfbCbR in: codebooks per channel
  *   pScaleFactorL, pScaleFactorR in: noise energies per channel
  *   msMaskPresent in: 0..2;  pMsUsed in: msUsed[g * 60 + sfb]
- *   maxSfb, numWinGrp, pWinGrpLen, samplingFrequencyIndex, winLen,
- *   pRandomSeed: as for aklsDecodePNS_AAC_32s
+ *   maxSfb, numWinGrp, pWinGrpLen, samplingFrequencyIndex, winLen  in: as for
+ *                      aklsDecodePNS_AAC_32s
+ *   pRandomSeed  in/out: as for aklsDecodePNS_AAC_32s
  * Statuses: kStsNullPtr; kStsAacMaxSfbErr; kStsAacWinGrpErr;
  * kStsAacSmpRateIdxErr; kStsAacWinLenErr; kStsAacMsMaskErr (msMaskPresent
  * outside 0..2); kStsAacWinGrpErr (group lengths inconsistent). */
@@ -1114,7 +1222,11 @@ AKLAC_API Status aklsDecodeTNS_AAC_32s_I(Akl32s* pSrcDst, const Akl32s* pNumFilt
 /* Temporal noise shaping, encoder side: the all-zero (prediction-error)
  * filters that aklsDecodeTNS_AAC_32s_I inverts, with the same arguments and
  * the same checks.  Unlike the decoder it checks every window and filter
- * before it changes anything, so a failing call leaves pSrcDst untouched. */
+ * before it changes anything, so a failing call leaves pSrcDst untouched.
+ *   pSrcDst   in/out: 1024 lines (long) or 8 x 128 deinterleaved (Q3)
+ *   pNumFilt, pLength, pOrder, pCoefRes, pCoef, pDirection  in: as for aklsDecodeTNS_AAC_32s_I
+ *   maxSfb, profile, samplingFrequencyIndex, winLen  in: as for aklsDecodeTNS_AAC_32s_I
+ * Statuses: as aklsDecodeTNS_AAC_32s_I. */
 AKLAC_API Status aklsEncodeTNS_AAC_32s_I(Akl32s* pSrcDst, const Akl32s* pNumFilt, const Akl32s* pLength,
                                          const Akl32s* pOrder, const Akl32s* pCoefRes, const Akl8s* pCoef,
                                          const Akl32s* pDirection, Akl32s maxSfb, Akl32s profile,
@@ -1178,9 +1290,9 @@ AKLAC_API Status aklsPredictCoef_SBR_C_32fc_D2L(const Akl32fc* const* ppSrc, Akl
  * common scale of the sums), det is formed exactly as 2^20*(D*C - |A|^2) +
  * |A|^2, and the quotients are rounded to nearest.  alpha1 = 0 if det = 0;
  * alpha0 = 0 if C = 0; all four parts 0 if |alpha1|^2 >= 16 or |alpha0|^2 >= 16.
- *   ppSrc    in   len + 2 row pointers (time slots); entry k of each row is read.
- *                 Samples in any Q format (the result does not depend on the
- *                 scale), full 32-bit range, no overflow.
+ *   ppSrc    in   len + 2 row pointers (time slots); entry k of each row is read;
+ *                 any Q format (the result does not depend on the scale),
+ *                 full 32-bit range, no overflow
  *   pAlpha0  out  alpha0 of subband k, real and imaginary part in Q29
  *   pAlpha1  out  alpha1 of subband k, Q29 (|alpha| < 4 always fits)
  *   k        in   subband index, 0 or more
@@ -1190,8 +1302,9 @@ AKLAC_API Status aklsPredictCoef_SBR_C_32fc_D2L(const Akl32fc* const* ppSrc, Akl
 AKLAC_API Status aklsPredictOneCoef_SBRHQ_32sc_D2L(const Akl32sc* const* ppSrc, Akl32sc* pAlpha0, Akl32sc* pAlpha1,
                                                    int k, int len);
 
-/* Fixed-point low-power (real) predictor for one subband: the real member's
- * formulas in the integer arithmetic of aklsPredictOneCoef_SBRHQ_32sc_D2L.
+/* Fixed-point low-power (real) predictor for one subband.  The real float
+ * predictor's formulas, computed in the integer arithmetic of
+ * aklsPredictOneCoef_SBRHQ_32sc_D2L.
  *   ppSrc    in   len + 2 row pointers; entry k of each row is read; any Q format
  *   pAlpha0  out  alpha0 of subband k in Q29
  *   pAlpha1  out  alpha1 of subband k in Q29
@@ -1230,12 +1343,19 @@ typedef struct FIRBlockState_32f FIRBlockState_32f; /* block FIR history (tag 58
  * kStsSizeErr (len not accepted), kStsOk. */
 AKLAC_API Status aklsMDCTFwdGetSize_32f(int len, int* pSpecSize, int* pSpecBufferSize, int* pBufferSize);
 
-/* Sizes for an inverse float MDCT context; identical to aklsMDCTFwdGetSize_32f. */
+/* Sizes for an inverse float MDCT context; identical to aklsMDCTFwdGetSize_32f.
+ *   len              in   12, 36 or a power of two from 32 to 2^28
+ *   pSpecSize        out  bytes for aklsMDCTInvInit_32f's pMemSpec
+ *   pSpecBufferSize  out  bytes for its pMemInit scratch (0 for 12 and 36)
+ *   pBufferSize      out  bytes for the work buffer of one transform
+ * Statuses: kStsNullPtr (checked before the length), kStsSizeErr, kStsOk. */
 AKLAC_API Status aklsMDCTInvGetSize_32f(int len, int* pSpecSize, int* pSpecBufferSize, int* pBufferSize);
 
 /* Sizes for a forward 16-bit MDCT context.
  *   len              in: a power of two >= 32 (12 and 36 are refused)
- *   pSpecSize, pSpecBufferSize, pBufferSize: out, as aklsMDCTFwdGetSize_32f
+ *   pSpecSize        out: bytes for aklsMDCTFwdInit_16s's pMemSpec
+ *   pSpecBufferSize  out: bytes for its pMemInit scratch
+ *   pBufferSize      out: bytes for the work buffer of one transform
  * Statuses: kStsNullPtr, kStsSizeErr, kStsOk. */
 AKLAC_API Status aklsMDCTFwdGetSize_16s(int len, int* pSpecSize, int* pSpecBufferSize, int* pBufferSize);
 
@@ -1247,12 +1367,19 @@ AKLAC_API Status aklsMDCTFwdGetSize_16s(int len, int* pSpecSize, int* pSpecBuffe
  * Statuses: kStsSizeErr (the length is checked first), kStsNullPtr, kStsOk. */
 AKLAC_API Status aklsMDCTFwdInit_32f(MDCTFwdSpec_32f** ppSpec, int len, Akl8u* pMemSpec, Akl8u* pMemInit);
 
-/* Builds an inverse float MDCT context in caller memory; as aklsMDCTFwdInit_32f. */
+/* Builds an inverse float MDCT context in caller memory; as aklsMDCTFwdInit_32f.
+ *   ppSpec    out: the context's address (inside pMemSpec)
+ *   len       in: 12, 36 or a power of two >= 32
+ *   pMemSpec  in: at least the GetSize spec size, any alignment
+ *   pMemInit  in: scratch of the GetSize spec-buffer size; may be null for 12 and 36
+ * Statuses: kStsSizeErr (the length is checked first), kStsNullPtr, kStsOk. */
 AKLAC_API Status aklsMDCTInvInit_32f(MDCTInvSpec_32f** ppSpec, int len, Akl8u* pMemSpec, Akl8u* pMemInit);
 
 /* Builds a forward 16-bit MDCT context in caller memory.
- *   ppSpec, pMemSpec, pMemInit: as aklsMDCTFwdInit_32f, all required
+ *   ppSpec    out: the context's address (inside pMemSpec)
  *   len       in: a power of two >= 32
+ *   pMemSpec  in: at least the GetSize spec size, any alignment
+ *   pMemInit  in: scratch of the GetSize spec-buffer size, required
  * Statuses: kStsNullPtr (pointers are checked first), kStsSizeErr, kStsOk. */
 AKLAC_API Status aklsMDCTFwdInit_16s(MDCTFwdSpec_16s** ppSpec, int len, Akl8u* pMemSpec, Akl8u* pMemInit);
 
@@ -1262,33 +1389,51 @@ AKLAC_API Status aklsMDCTFwdInit_16s(MDCTFwdSpec_16s** ppSpec, int len, Akl8u* p
  * Statuses: kStsNullPtr, kStsSizeErr, kStsMemAllocErr, kStsOk. */
 AKLAC_API Status aklsMDCTFwdInitAlloc_32f(MDCTFwdSpec_32f** ppSpec, int len);
 
-/* Allocates and builds an inverse float MDCT context; as aklsMDCTFwdInitAlloc_32f. */
+/* Allocates and builds an inverse float MDCT context; release it with aklsMDCTInvFree_32f.
+ *   ppSpec  out: the new context
+ *   len     in: 12, 36 or a power of two >= 32
+ * Statuses: kStsNullPtr, kStsSizeErr, kStsMemAllocErr, kStsOk. */
 AKLAC_API Status aklsMDCTInvInitAlloc_32f(MDCTInvSpec_32f** ppSpec, int len);
 
-/* Allocates and builds a forward 16-bit MDCT context (len a power of two >= 32). */
+/* Allocates and builds a forward 16-bit MDCT context; release it with aklsMDCTFwdFree_16s.
+ *   ppSpec  out: the new context
+ *   len     in: a power of two >= 32
+ * Statuses: kStsNullPtr, kStsSizeErr, kStsMemAllocErr, kStsOk. */
 AKLAC_API Status aklsMDCTFwdInitAlloc_16s(MDCTFwdSpec_16s** ppSpec, int len);
 
 /* Invalidates a forward float MDCT context (tag set to 0) and releases what
  * InitAlloc allocated; memory given to Init stays the caller's.
- * Statuses: kStsNullPtr, kStsContextMismatch, kStsOk. */
+ *   pSpec   in/out: the context (raw pointer as returned by Init or InitAlloc)
+ * Statuses: kStsNullPtr, kStsContextMismatch (nothing released), kStsOk. */
 AKLAC_API Status aklsMDCTFwdFree_32f(MDCTFwdSpec_32f* pSpec);
 
-/* Invalidates and releases an inverse float MDCT context; as aklsMDCTFwdFree_32f. */
+/* Invalidates and releases an inverse float MDCT context; as aklsMDCTFwdFree_32f.
+ *   pSpec   in/out: the context
+ * Statuses: kStsNullPtr, kStsContextMismatch (nothing released), kStsOk. */
 AKLAC_API Status aklsMDCTInvFree_32f(MDCTInvSpec_32f* pSpec);
 
-/* Invalidates and releases a forward 16-bit MDCT context; as aklsMDCTFwdFree_32f. */
+/* Invalidates and releases a forward 16-bit MDCT context; as aklsMDCTFwdFree_32f.
+ *   pSpec   in/out: the context
+ * Statuses: kStsNullPtr, kStsContextMismatch (nothing released), kStsOk. */
 AKLAC_API Status aklsMDCTFwdFree_16s(MDCTFwdSpec_16s* pSpec);
 
 /* Work-buffer size in bytes that a transform with this context allocates when
  * given no buffer.
- *   pSpec in: the context; pSize out: the size
+ *   pSpec   in: the context
+ *   pSize   out: the size in bytes
  * Statuses: kStsNullPtr, kStsContextMismatch, kStsOk. */
 AKLAC_API Status aklsMDCTFwdGetBufSize_32f(const MDCTFwdSpec_32f* pSpec, int* pSize);
 
-/* Work-buffer size of an inverse float MDCT context; as aklsMDCTFwdGetBufSize_32f. */
+/* Work-buffer size of an inverse float MDCT context; as aklsMDCTFwdGetBufSize_32f.
+ *   pSpec   in: the context
+ *   pSize   out: the size in bytes
+ * Statuses: kStsNullPtr, kStsContextMismatch, kStsOk. */
 AKLAC_API Status aklsMDCTInvGetBufSize_32f(const MDCTInvSpec_32f* pSpec, int* pSize);
 
-/* Work-buffer size of a forward 16-bit MDCT context; as aklsMDCTFwdGetBufSize_32f. */
+/* Work-buffer size of a forward 16-bit MDCT context; as aklsMDCTFwdGetBufSize_32f.
+ *   pSpec   in: the context
+ *   pSize   out: the size in bytes
+ * Statuses: kStsNullPtr, kStsContextMismatch, kStsOk. */
 AKLAC_API Status aklsMDCTFwdGetBufSize_16s(const MDCTFwdSpec_16s* pSpec, int* pSize);
 
 /* Forward float MDCT.
@@ -1301,14 +1446,29 @@ AKLAC_API Status aklsMDCTFwdGetBufSize_16s(const MDCTFwdSpec_16s* pSpec, int* pS
  * kStsMemAllocErr, kStsOk. */
 AKLAC_API Status aklsMDCTFwd_32f(const Akl32f* pSrc, Akl32f* pDst, const MDCTFwdSpec_32f* pSpec, Akl8u* pBuffer);
 
-/* Inverse float MDCT: N/2 coefficients in pSrc, N samples out in pDst (may
- * equal pSrc when it holds N floats); arguments and statuses as aklsMDCTFwd_32f. */
+/* Inverse float MDCT.
+ *   pSrc     in: N/2 coefficients
+ *   pDst     out: N time-aliased samples (may equal pSrc when it holds N floats)
+ *   pSpec    in: inverse float context
+ *   pBuffer  in/out: work buffer as aklsMDCTFwd_32f, or null
+ * Statuses: kStsNullPtr (pSpec), kStsContextMismatch, kStsNullPtr (pSrc, pDst),
+ * kStsMemAllocErr, kStsOk. */
 AKLAC_API Status aklsMDCTInv_32f(const Akl32f* pSrc, Akl32f* pDst, const MDCTInvSpec_32f* pSpec, Akl8u* pBuffer);
 
-/* In-place forward float MDCT: the N/2 coefficients replace the first half of pSrcDst. */
+/* In-place forward float MDCT.
+ *   pSrcDst  in/out: N samples in; the N/2 coefficients replace its first half
+ *   pSpec    in: forward float context
+ *   pBuffer  in/out: work buffer as aklsMDCTFwd_32f, or null
+ * Statuses: kStsNullPtr (pSpec), kStsContextMismatch, kStsNullPtr (pSrcDst),
+ * kStsMemAllocErr, kStsOk. */
 AKLAC_API Status aklsMDCTFwd_32f_I(Akl32f* pSrcDst, const MDCTFwdSpec_32f* pSpec, Akl8u* pBuffer);
 
-/* In-place inverse float MDCT: N/2 coefficients in, N samples out (pSrcDst holds N floats). */
+/* In-place inverse float MDCT.
+ *   pSrcDst  in/out: N floats; N/2 coefficients in, N samples out
+ *   pSpec    in: inverse float context
+ *   pBuffer  in/out: work buffer as aklsMDCTFwd_32f, or null
+ * Statuses: kStsNullPtr (pSpec), kStsContextMismatch, kStsNullPtr (pSrcDst),
+ * kStsMemAllocErr, kStsOk. */
 AKLAC_API Status aklsMDCTInv_32f_I(Akl32f* pSrcDst, const MDCTInvSpec_32f* pSpec, Akl8u* pBuffer);
 
 /* Forward 16-bit MDCT with block normalisation.
@@ -1342,7 +1502,9 @@ AKLAC_API Status aklsFIRBlockInitAlloc_32f(FIRBlockState_32f** ppState, int orde
  * aligned (the output is complete), else kStsOk. */
 AKLAC_API Status aklsFIRBlockOne_32f(const Akl32f* pSrc, Akl32f* pDst, FIRBlockState_32f* pState, const Akl32f* pTaps);
 
-/* Releases a block FIR state.  Statuses: kStsNullPtr, kStsContextMismatch, kStsOk. */
+/* Releases a block FIR state made by aklsFIRBlockInitAlloc_32f.
+ *   pState  in/out: the state
+ * Statuses: kStsNullPtr, kStsContextMismatch (nothing released), kStsOk. */
 AKLAC_API Status aklsFIRBlockFree_32f(FIRBlockState_32f* pState);
 
 /* @transform-end */
@@ -1361,7 +1523,12 @@ AKLAC_API Status aklsFIRBlockFree_32f(FIRBlockState_32f* pState);
  * multiple of 16 bytes (the work is done in full); else kStsOk. */
 AKLAC_API Status aklsInterleave_16s(const Akl16s** ppSrc, int chCount, int len, Akl16s* pDst);
 
-/* As aklsInterleave_16s on floats. */
+/* Interleaves float channel rows; as aklsInterleave_16s.
+ *   ppSrc    in   chCount row pointers of len floats each
+ *   chCount  in   number of channels, 1 or more
+ *   len      in   samples per channel, 1 or more
+ *   pDst     out  len*chCount floats
+ * Statuses: as aklsInterleave_16s. */
 AKLAC_API Status aklsInterleave_32f(const Akl32f** ppSrc, int chCount, int len, Akl32f* pDst);
 
 /* Splits interleaved frames into channel rows: ppDst[c][i] = pSrc[i*chCount + c].
@@ -1375,7 +1542,12 @@ AKLAC_API Status aklsInterleave_32f(const Akl32f** ppSrc, int chCount, int len, 
  * multiple of 16 bytes (the work is done in full); else kStsOk. */
 AKLAC_API Status aklsDeinterleave_16s(const Akl16s* pSrc, int chCount, int len, Akl16s** ppDst);
 
-/* As aklsDeinterleave_16s on floats. */
+/* Splits interleaved float frames into channel rows; as aklsDeinterleave_16s.
+ *   pSrc     in   len*chCount floats
+ *   chCount  in   number of channels, 1 or more
+ *   len      in   samples per channel, 1 or more
+ *   ppDst    in   chCount row pointers; out: len floats in each row
+ * Statuses: as aklsDeinterleave_16s. */
 AKLAC_API Status aklsDeinterleave_32f(const Akl32f* pSrc, int chCount, int len, Akl32f** ppDst);
 
 /* Interleaves float channel rows into 16-bit PCM: pDst[i*chCount + c] =
