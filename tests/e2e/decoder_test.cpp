@@ -114,6 +114,18 @@ TEST(Mp3Decoder, SkipsTags) {
   EXPECT_EQ(a.stats.frames, b.stats.frames);
 }
 
+// An ID3v2 tag whose declared size runs past the end of the file is damaged:
+// the audio after it still decodes.
+TEST(Mp3Decoder, OversizedId3v2TagDoesNotHideTheAudio) {
+  const auto plain = Read("mp3_ref/mp3_m2_22k05_mono_40_speech.mp3");
+  ASSERT_FALSE(plain.empty());
+  std::vector<std::uint8_t> tagged = {'I', 'D', '3', 4, 0, 0, 0x7F, 0x7F, 0x7F, 0x7F};
+  tagged.insert(tagged.end(), plain.begin(), plain.end());
+  const Decoded a = Decode(plain), b = Decode(tagged);
+  EXPECT_EQ(a.stats.frames, b.stats.frames);
+  EXPECT_EQ(a.pcm, b.pcm);
+}
+
 // Bytes overwritten in the middle: the decoder conceals, counts, resyncs,
 // and decodes the rest as before.
 TEST(Mp3Decoder, ConcealsDamagedFrames) {

@@ -334,6 +334,32 @@ TEST(AacDecoder, DamagedStreamsAreConcealed) {
   }
 }
 
+// A damaged frame length of 8191 must not swallow the good frames it covers:
+// with every 7th frame's length damaged, every other frame still decodes.
+TEST(AacDecoder, DamagedFrameLengthDoesNotSwallowFrames) {
+  auto s = ReadBytes("aac_ref/aac_lc_44k1_st_128_mix_msall_is_tns.aac");
+  ASSERT_FALSE(s.empty());
+  const Outcome clean = Decode(s);
+  std::size_t pos = 0;
+  int frame = 0, damaged = 0;
+  while (pos + 7 <= s.size()) {
+    const std::size_t len = static_cast<std::size_t>(((s[pos + 3] & 3) << 11) | (s[pos + 4] << 3) | (s[pos + 5] >> 5));
+    if (frame % 7 == 3) {
+      s[pos + 3] |= 3;
+      s[pos + 4] = 0xFF;
+      s[pos + 5] |= 0xE0;
+      ++damaged;
+    }
+    pos += len;
+    ++frame;
+  }
+  const Outcome r = Decode(s);
+  ASSERT_EQ(r.result, aacdec::DecodeResult::kOk);
+  EXPECT_EQ(r.stats.frames, clean.stats.frames);
+  EXPECT_LE(r.stats.damaged, damaged);
+  EXPECT_EQ(r.sink.pcm.size(), clean.sink.pcm.size());
+}
+
 TEST(AacDecoder, TruncatedLastFrameIsConcealed) {
   auto s = ReadBytes("aac_ref/aac_lc_22k05_mono_32_speech.aac");
   ASSERT_FALSE(s.empty());

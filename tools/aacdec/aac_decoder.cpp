@@ -989,17 +989,36 @@ DecodeResult Decoder::Run(const std::uint8_t* data, std::size_t size, std::strin
   } else {
     std::size_t pos = 0;
     bool synced = false;
+    // A header at q whose frame is followed by another header (or by the end
+    // of the data).
+    auto chained = [&](std::size_t q) {
+      int a, b, cc, d, e;
+      const int l = AdtsFrameLength(data + q, &a, &b, &cc, &d, &e);
+      if (l <= 0) return false;
+      const std::size_t next = q + static_cast<std::size_t>(l);
+      return next == size || (next + 7 <= size && AdtsFrameLength(data + next, &a, &b, &cc, &d, &e) > 0) ||
+             (next < size && next + 7 > size);
+    };
     while (pos + 7 <= size) {
       int sfi = 0, profile = 0, config = 0, blocks = 0, pa = 0;
       const int len = AdtsFrameLength(data + pos, &sfi, &profile, &config, &blocks, &pa);
       bool ok = len > 0;
       // Out of sync, a header counts only if the next one follows it (or
       // the data ends with it).
-      if (ok && !synced) {
-        const std::size_t next = pos + static_cast<std::size_t>(len);
-        int a, b, cc, d, e;
-        ok = next == size || (next + 7 <= size && AdtsFrameLength(data + next, &a, &b, &cc, &d, &e) > 0) ||
-             (next < size && next + 7 > size);
+      if (ok && !synced) ok = chained(pos);
+      // In sync, a frame length that is not followed by a header is suspect:
+      // if a chained header starts inside the declared frame, the length was
+      // damaged, and the frame ends there (decoded as damaged) instead of
+      // swallowing the good frames it covers.
+      std::size_t cut = 0;
+      if (ok && synced && !chained(pos)) {
+        const std::size_t limit = std::min(size, pos + static_cast<std::size_t>(len));
+        for (std::size_t q = pos + 7; q + 7 <= limit; ++q) {
+          if (chained(q)) {
+            cut = q - pos;
+            break;
+          }
+        }
       }
       if (!ok) {
         ++pos;
@@ -1015,9 +1034,9 @@ DecodeResult Decoder::Run(const std::uint8_t* data, std::size_t size, std::strin
           return DecodeResult::kRefused;
         }
       }
-      const std::size_t avail = std::min(static_cast<std::size_t>(len), size - pos);
+      const std::size_t avail = cut ? cut : std::min(static_cast<std::size_t>(len), size - pos);
       LoadFrame(data + pos, avail);
-      const bool truncated = avail < static_cast<std::size_t>(len);
+      const bool truncated = cut != 0 || avail < static_cast<std::size_t>(len);
       bool frame_ok = !truncated && SetSampleRateIndex(sfi, message);
       if (frame_ok && !have_layout_ && config != 0) {
         have_layout_ = LayoutFromConfig(config, &layout_);

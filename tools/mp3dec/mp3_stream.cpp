@@ -92,7 +92,9 @@ std::size_t SkipId3v2(const std::uint8_t* d, std::size_t size) {
     const std::size_t len = (std::size_t{d[pos + 6]} << 21) | (std::size_t{d[pos + 7]} << 14) |
                             (std::size_t{d[pos + 8]} << 7) | d[pos + 9];
     const std::size_t total = 10 + len + ((d[pos + 5] & 0x10) ? 10 : 0);
-    if (total > size - pos) return size;
+    // A tag that claims to run past the end of the file is damaged: leave it
+    // to the frame search rather than swallow the audio after it.
+    if (total > size - pos) return pos;
     pos += total;
   }
   return pos;
