@@ -198,7 +198,7 @@ int ImdctSubbandCount(int bound, int block_type, int mixed) {
   return n > kSubbands ? kSubbands : n;
 }
 
-void AliasReduce(std::int32_t* spec, int n, int block_type, int mixed) {
+void AliasReduceRef(std::int32_t* spec, int n, int block_type, int mixed) {
   int boundaries = n - 1;
   if (block_type == 2) boundaries = mixed ? (n >= 2 ? 1 : 0) : 0;
   for (int sb = 0; sb < boundaries; ++sb) {
@@ -210,6 +210,61 @@ void AliasReduce(std::int32_t* spec, int n, int block_type, int mixed) {
       up[-i] = SatS32(((x * kAlias.cs[i]) >> 31) - ((y * kAlias.ca[i]) >> 31));
       dn[i] = SatS32(((y * kAlias.cs[i]) >> 31) + ((x * kAlias.ca[i]) >> 31));
     }
+  }
+}
+
+namespace {
+
+// Bits 31..62 of the signed 64-bit products x * c for four lanes, that is
+// (x * c) >> 31 truncated to 32 bits. The unsigned products come from
+// _mm_mul_epu32; a negative operand adds the other operand times 2^32 to the
+// unsigned product, which the correction (doubled, as the window starts at
+// bit 31) takes back.
+inline __m128i MulQ31Lanes(__m128i x, __m128i c) {
+  const __m128i lo_mask = _mm_set_epi32(0, -1, 0, -1);
+  const __m128i even = _mm_mul_epu32(x, c);
+  const __m128i odd = _mm_mul_epu32(_mm_srli_epi64(x, 32), _mm_srli_epi64(c, 32));
+  const __m128i u = _mm_or_si128(_mm_and_si128(_mm_srli_epi64(even, 31), lo_mask),
+                                 _mm_andnot_si128(lo_mask, _mm_slli_epi64(odd, 1)));
+  const __m128i corr = _mm_add_epi32(_mm_and_si128(_mm_srai_epi32(x, 31), c), _mm_and_si128(_mm_srai_epi32(c, 31), x));
+  return _mm_sub_epi32(u, _mm_add_epi32(corr, corr));
+}
+
+}  // namespace
+
+// Four butterflies per step. When all sixteen operands of a boundary lie in
+// [-2^30, 2^30) each product term fits in 32 bits and, as cs^2 + ca^2 = 1, so
+// does the combination, so the wrapping 32-bit sums equal the saturated 64-bit
+// ones of AliasReduceRef; other boundaries take the scalar form.
+void AliasReduce(std::int32_t* spec, int n, int block_type, int mixed) {
+  int boundaries = n - 1;
+  if (block_type == 2) boundaries = mixed ? (n >= 2 ? 1 : 0) : 0;
+  const __m128i cs_lo = _mm_setr_epi32(kAlias.cs[0], kAlias.cs[1], kAlias.cs[2], kAlias.cs[3]);
+  const __m128i cs_hi = _mm_setr_epi32(kAlias.cs[4], kAlias.cs[5], kAlias.cs[6], kAlias.cs[7]);
+  const __m128i ca_lo = _mm_setr_epi32(kAlias.ca[0], kAlias.ca[1], kAlias.ca[2], kAlias.ca[3]);
+  const __m128i ca_hi = _mm_setr_epi32(kAlias.ca[4], kAlias.ca[5], kAlias.ca[6], kAlias.ca[7]);
+  const __m128i bias = _mm_set1_epi32(1 << 30);
+  for (int sb = 0; sb < boundaries; ++sb) {
+    std::int32_t* up = spec + 18 * sb + 10;  // up[7 - i] is butterfly i's upper operand
+    std::int32_t* dn = spec + 18 * (sb + 1);
+    const __m128i u_hi = _mm_shuffle_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(up)), 0x1B);     // i = 4..7
+    const __m128i u_lo = _mm_shuffle_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(up + 4)), 0x1B);  // i = 0..3
+    const __m128i d_lo = _mm_loadu_si128(reinterpret_cast<const __m128i*>(dn));
+    const __m128i d_hi = _mm_loadu_si128(reinterpret_cast<const __m128i*>(dn + 4));
+    const __m128i range = _mm_or_si128(_mm_or_si128(_mm_add_epi32(u_hi, bias), _mm_add_epi32(u_lo, bias)),
+                                       _mm_or_si128(_mm_add_epi32(d_lo, bias), _mm_add_epi32(d_hi, bias)));
+    if (_mm_movemask_ps(_mm_castsi128_ps(range)) != 0) {
+      AliasReduceRef(spec + 18 * sb, 2, 0, 0);
+      continue;
+    }
+    const __m128i nu_lo = _mm_sub_epi32(MulQ31Lanes(u_lo, cs_lo), MulQ31Lanes(d_lo, ca_lo));
+    const __m128i nu_hi = _mm_sub_epi32(MulQ31Lanes(u_hi, cs_hi), MulQ31Lanes(d_hi, ca_hi));
+    const __m128i nd_lo = _mm_add_epi32(MulQ31Lanes(d_lo, cs_lo), MulQ31Lanes(u_lo, ca_lo));
+    const __m128i nd_hi = _mm_add_epi32(MulQ31Lanes(d_hi, cs_hi), MulQ31Lanes(u_hi, ca_hi));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(up), _mm_shuffle_epi32(nu_hi, 0x1B));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(up + 4), _mm_shuffle_epi32(nu_lo, 0x1B));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(dn), nd_lo);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(dn + 4), nd_hi);
   }
 }
 
@@ -565,7 +620,7 @@ void MdctInvKernel(std::int32_t* spec, std::int32_t* out, std::int32_t* overlap,
 void MdctInvKernelRef(std::int32_t* spec, std::int32_t* out, std::int32_t* overlap, int bound, std::int32_t* prev_count,
                       int block_type, int mixed) {
   const int n = ImdctSubbandCount(bound, block_type, mixed);
-  AliasReduce(spec, n, block_type, mixed);
+  AliasReduceRef(spec, n, block_type, mixed);
   const int active = n > *prev_count ? n : *prev_count;
   for (int sb = 0; sb < kSubbands; ++sb) SubbandPlain(spec, out, overlap, sb, n, active, block_type, mixed);
   *prev_count = n;

@@ -17,6 +17,8 @@ int ImdctSubbandCount(int bound, int block_type, int mixed);
 // Alias reduction in place over the boundaries below `n` subbands (only the
 // boundary between subbands 0 and 1 for a mixed block, none for short blocks).
 void AliasReduce(std::int32_t* spec_q26, int n, int block_type, int mixed);
+// The plain scalar form (64-bit products, saturated); AliasReduce matches it exactly.
+void AliasReduceRef(std::int32_t* spec_q26, int n, int block_type, int mixed);
 
 // One subband: 18 Q26 lines (or three runs of 6 for short blocks) to 36
 // windowed Q26 time samples, accumulated before the one rounding.

@@ -26,6 +26,8 @@
 // unpacker's layout, channel 0 at entry 0 and channel 1 at entry 39.
 #include "mp3/requant.hpp"
 
+#include <emmintrin.h>
+
 #include "core/exports.hpp"
 #include "mp3/mp3_math.hpp"
 #include "mp3/tables.hpp"
@@ -196,20 +198,55 @@ struct ChannelGains {
 // shifts are right shifts, so ShiftSat reduces to a clamped shift.
 bool RequantRun(std::int32_t* x, int n, int a) {
   const int s = a >> 2;
-  const bool right_shifts = s >= 1;
-  const int shift_small = s + 2 > 31 ? 31 : s + 2, shift_rest = s - 1 > 31 ? 31 : s - 1;
   const std::int32_t* small = kPow43Small.v[a & 3];
+  if (s >= 1) {
+    const int shift_small = s + 2 > 31 ? 31 : s + 2, shift_rest = s - 1 > 31 ? 31 : s - 1;
+    auto one = [&](int i) {
+      const std::int32_t v = x[i];
+      const std::uint32_t m = v < 0 ? 0u - static_cast<std::uint32_t>(v) : static_cast<std::uint32_t>(v);
+      std::int32_t r;
+      if (m < 16) {
+        r = small[m] >> (m < 4 ? shift_small : shift_rest);
+      } else {
+        if (m > kMaxQuantMagnitude) return false;
+        r = RequantMagnitude(m, a);
+      }
+      x[i] = v < 0 ? -r : r;
+      return true;
+    };
+    // Four lines at a time while all four magnitudes are below 16 (zeros
+    // included: the table's entry 0 is 0); a group holding a larger one goes
+    // line by line.
+    const __m128i c15 = _mm_set1_epi32(15), c4 = _mm_set1_epi32(4);
+    const __m128i sh_small = _mm_cvtsi32_si128(shift_small), sh_rest = _mm_cvtsi32_si128(shift_rest);
+    int i = 0;
+    for (; i + 4 <= n; i += 4) {
+      const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(x + i));
+      const __m128i sign = _mm_srai_epi32(v, 31);
+      const __m128i m = _mm_sub_epi32(_mm_xor_si128(v, sign), sign);
+      // m above 15, or 2^31 (the magnitude of INT32_MIN, negative here)
+      if (_mm_movemask_epi8(_mm_or_si128(_mm_cmpgt_epi32(m, c15), _mm_srai_epi32(m, 31))) != 0) {
+        for (int k = i; k < i + 4; ++k)
+          if (!one(k)) return false;
+        continue;
+      }
+      alignas(16) std::int32_t mm[4];
+      _mm_store_si128(reinterpret_cast<__m128i*>(mm), m);
+      const __m128i t = _mm_setr_epi32(small[mm[0]], small[mm[1]], small[mm[2]], small[mm[3]]);
+      const __m128i lo = _mm_cmpgt_epi32(c4, m);
+      const __m128i r = _mm_or_si128(_mm_and_si128(lo, _mm_sra_epi32(t, sh_small)), _mm_andnot_si128(lo, _mm_sra_epi32(t, sh_rest)));
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(x + i), _mm_sub_epi32(_mm_xor_si128(r, sign), sign));
+    }
+    for (; i < n; ++i)
+      if (!one(i)) return false;
+    return true;
+  }
   for (int i = 0; i < n; ++i) {
     const std::int32_t v = x[i];
     if (v == 0) continue;
     const std::uint32_t m = v < 0 ? 0u - static_cast<std::uint32_t>(v) : static_cast<std::uint32_t>(v);
-    std::int32_t r;
-    if (m < 16 && right_shifts) {
-      r = small[m] >> (m < 4 ? shift_small : shift_rest);
-    } else {
-      if (m > kMaxQuantMagnitude) return false;
-      r = RequantMagnitude(m, a);
-    }
+    if (m > kMaxQuantMagnitude) return false;
+    const std::int32_t r = RequantMagnitude(m, a);
     x[i] = v < 0 ? -r : r;
   }
   return true;
