@@ -72,8 +72,9 @@ Status Twice(Stream& s, const std::function<Status(Akl8u**, Akl32s*)>& call,
 
 template <class T>
 std::vector<std::uint8_t> Bytes(const T& v) {
-  const auto* p = reinterpret_cast<const std::uint8_t*>(&v);
-  return std::vector<std::uint8_t>(p, p + sizeof(T));
+  std::vector<std::uint8_t> out(sizeof(T));
+  std::memcpy(out.data(), &v, sizeof(T));
+  return out;
 }
 
 std::uint32_t ReadBits(Stream& s, int n) {
@@ -281,7 +282,9 @@ void Scalable(Stream& s, Params& p) {
           AklAACExtHeader c = e;
           c.pMsUsed = nullptr;
           auto v = Bytes(c);
-          v.insert(v.end(), ms, ms + sizeof ms);
+          const std::size_t at = v.size();
+          v.resize(at + sizeof ms);
+          std::memcpy(v.data() + at, ms, sizeof ms);
           return v;
         });
     return;
@@ -300,7 +303,9 @@ void Scalable(Stream& s, Params& p) {
         AklAACMainHeader c = m;
         c.pMsUsed = nullptr;
         auto v = Bytes(c);
-        v.insert(v.end(), ms, ms + sizeof ms);
+        const std::size_t at = v.size();
+        v.resize(at + sizeof ms);
+        std::memcpy(v.data() + at, ms, sizeof ms);
         return v;
       });
   if (st != kStsOk) return;
