@@ -360,6 +360,18 @@ TEST(AacDecoder, DamagedFrameLengthDoesNotSwallowFrames) {
   EXPECT_EQ(r.sink.pcm.size(), clean.sink.pcm.size());
 }
 
+// A first header damaged into another profile does not refuse an AAC-LC
+// stream: the frame is passed over and the rest decodes.
+TEST(AacDecoder, OneDamagedProfileDoesNotRefuseTheStream) {
+  auto s = ReadBytes("aac_ref/aac_lc_22k05_mono_32_speech.aac");
+  ASSERT_FALSE(s.empty());
+  const Outcome clean = Decode(s);
+  s[2] &= 0x3F;  // profile 0: Main
+  const Outcome r = Decode(s);
+  ASSERT_EQ(r.result, aacdec::DecodeResult::kOk) << r.message;
+  EXPECT_EQ(r.stats.frames, clean.stats.frames - 1);
+}
+
 TEST(AacDecoder, TruncatedLastFrameIsConcealed) {
   auto s = ReadBytes("aac_ref/aac_lc_22k05_mono_32_speech.aac");
   ASSERT_FALSE(s.empty());

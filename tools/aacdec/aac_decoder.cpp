@@ -1028,6 +1028,18 @@ DecodeResult Decoder::Run(const std::uint8_t* data, std::size_t size, std::strin
       }
       synced = true;
       if (stats_->frames == 0 || !output_started_) {
+        // One damaged header must not refuse a whole AAC-LC stream: another
+        // profile counts only when the next header says the same.
+        if (profile != 1) {
+          const std::size_t next = pos + static_cast<std::size_t>(cut ? cut : static_cast<std::size_t>(len));
+          int a, next_profile, cc, d, e;
+          if (next + 7 <= size && AdtsFrameLength(data + next, &a, &next_profile, &cc, &d, &e) > 0 &&
+              next_profile != profile) {
+            stats_->skipped_bytes += static_cast<long>(next - pos);
+            pos = next;
+            continue;
+          }
+        }
         if (!CheckObjectType(profile + 1, message)) return DecodeResult::kRefused;
         if (sfi > 11) {
           *message = "unsupported sampling rate (7350 Hz)";
