@@ -1029,12 +1029,18 @@ DecodeResult Decoder::Run(const std::uint8_t* data, std::size_t size, std::strin
       synced = true;
       if (stats_->frames == 0 || !output_started_) {
         // One damaged header must not refuse a whole AAC-LC stream: another
-        // profile counts only when the next header says the same.
+        // profile counts only when the next header says the same (or the
+        // stream ends with this frame).  An unconfirmed frame is passed over;
+        // its reason is kept in case no audio follows.
         if (profile != 1) {
-          const std::size_t next = pos + static_cast<std::size_t>(cut ? cut : static_cast<std::size_t>(len));
-          int a, next_profile, cc, d, e;
-          if (next + 7 <= size && AdtsFrameLength(data + next, &a, &next_profile, &cc, &d, &e) > 0 &&
-              next_profile != profile) {
+          const std::size_t next = pos + (cut ? cut : static_cast<std::size_t>(len));
+          int a, next_profile = -1, cc, d, e;
+          const bool confirmed = next + 7 > size ||
+                                 (AdtsFrameLength(data + next, &a, &next_profile, &cc, &d, &e) > 0 && next_profile == profile);
+          if (!confirmed) {
+            std::string why;
+            CheckObjectType(profile + 1, &why);
+            if (message->empty()) *message = why;
             stats_->skipped_bytes += static_cast<long>(next - pos);
             pos = next;
             continue;
