@@ -1,0 +1,100 @@
+// The table walk shared by the tuned and the reference VLC decoders: a
+// lookup of the code at the top of a 64-bit accumulator, the leaf's value
+// (unsigned from 8-bit entries, signed from wider ones), and dispatch on the
+// context's entry width.
+#pragma once
+
+#include <cstdint>
+#include <type_traits>
+
+#include "vlc/vlc.hpp"
+
+namespace akl::vlc {
+
+// Table walk over entries of type Entry (uint8_t, int16_t or int32_t).
+template <class Entry>
+class Walker {
+ public:
+  using Raw = std::make_unsigned_t<Entry>;
+
+  explicit Walker(const DecodeSpec& s)
+      : t_(static_cast<const Entry*>(s.table)),
+        root_bits_(static_cast<int>(static_cast<Raw>(t_[0]))),
+        leaf_shift_(s.lengthFieldBits + 1),
+        length_mask_(LowMask(s.lengthFieldBits + 1)),
+        num_(static_cast<std::uint32_t>(s.numEntries)) {}
+
+  // The leaf for the code at the top of `acc` (at least maxLength valid
+  // bits); *len receives the code's length.
+  AKL_VLC_INLINE std::uint32_t Lookup(std::uint64_t acc, int* len) const {
+    const std::uint32_t e = static_cast<Raw>(t_[1 + (acc >> (64 - root_bits_))]);
+    if (__builtin_expect((e & 1u) != 0, 1)) {
+      *len = static_cast<int>((e & length_mask_) >> 1);
+      return e;
+    }
+    return LookupDeep(acc, e, len);
+  }
+
+  // The value of a leaf: unsigned from 8-bit entries, signed from wider ones.
+  AKL_VLC_INLINE int Value(std::uint32_t e) const {
+    if constexpr (std::is_same_v<Entry, std::uint8_t>) {
+      return static_cast<int>(e >> leaf_shift_);
+    } else {
+      return static_cast<int>(static_cast<Entry>(e)) >> leaf_shift_;
+    }
+  }
+
+ private:
+  // Codes longer than the root level: rarer; the branch into here is marked
+  // unlikely so the root-leaf path stays straight-line.
+  AKL_VLC_INLINE std::uint32_t LookupDeep(std::uint64_t acc, std::uint32_t e, int* len) const {
+    int before = 0;
+    int s = root_bits_;
+    int depth = root_bits_;
+    while ((e & 1u) == 0) {
+      const std::uint32_t h = e >> 1;
+      if (h >= num_) {
+        // An empty slot: no code of the book reaches it.  Stop inside the
+        // table and consume this level's bits.
+        e = (static_cast<std::uint32_t>(s) << 1) | 1u;
+        break;
+      }
+      before += s;
+      s = static_cast<int>(static_cast<Raw>(t_[h]));
+      depth += s;
+      e = static_cast<Raw>(t_[h + 1 + ((acc >> (64 - depth)) & LowMask(s))]);
+    }
+    *len = before + static_cast<int>((e & length_mask_) >> 1);
+    return e;
+  }
+
+  const Entry* t_;
+  int root_bits_;
+  int leaf_shift_;
+  std::uint32_t length_mask_;
+  std::uint32_t num_;
+};
+
+// Calls f(Walker<Entry>) for the context's entry width.
+template <class F>
+auto WithWalker(const DecodeSpec& s, F&& f) {
+  switch (s.entryWidth) {
+    case 8:
+      return f(Walker<std::uint8_t>(s));
+    case 16:
+      return f(Walker<std::int16_t>(s));
+    default:
+      return f(Walker<std::int32_t>(s));
+  }
+}
+
+template <class W>
+AKL_VLC_INLINE int DecodeValue(const W& w, WordReader& r) {
+  r.Refill();
+  int n;
+  const std::uint32_t e = w.Lookup(r.Acc(), &n);
+  r.Skip(n);
+  return w.Value(e);
+}
+
+}  // namespace akl::vlc
