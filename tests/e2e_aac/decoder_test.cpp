@@ -372,6 +372,72 @@ TEST(AacDecoder, OneDamagedProfileDoesNotRefuseTheStream) {
   EXPECT_EQ(r.stats.frames, clean.stats.frames - 1);
 }
 
+// A frame damaged into a program configuration element of another object
+// type (a Main-profile one here) is concealed like any damage; it does not
+// refuse the AAC-LC stream that follows.
+TEST(AacDecoder, ConfigurationOfAnotherObjectTypeIsDamage) {
+  const auto s = ReadBytes("aac_ref/aac_lc_44k1_st_128_mix_msall_is_tns.aac");
+  ASSERT_FALSE(s.empty());
+  const Outcome clean = Decode(s);
+  BitWriter body;
+  body.Put(5, 3);   // program configuration element
+  body.Put(0, 4);   // tag
+  body.Put(0, 2);   // object type 0: Main
+  body.Put(4, 4);   // 44100 Hz
+  body.Put(1, 4);   // one front element
+  body.Put(0, 4 + 4 + 2 + 3 + 4);
+  body.Put(0, 3);   // no mixdowns
+  body.Put(1, 1);   // front element: a channel pair
+  body.Put(0, 4);   // with tag 0
+  body.Align();
+  body.Put(0, 8);  // no comment
+  body.Put(7, 3);  // END
+  body.Align();
+  const std::uint32_t len = static_cast<std::uint32_t>(7 + body.bytes().size());
+  BitWriter frame;
+  frame.Put(0xFFF, 12);
+  frame.Put(0, 1);  // MPEG-4
+  frame.Put(0, 2);  // layer
+  frame.Put(1, 1);  // no CRC
+  frame.Put(1, 2);  // profile 1: LC
+  frame.Put(4, 4);  // 44100 Hz
+  frame.Put(0, 1);
+  frame.Put(2, 3);  // channel configuration 2
+  frame.Put(0, 4);  // original, home, copyright bits
+  frame.Put(len, 13);
+  frame.Put(0x7FF, 11);
+  frame.Put(0, 2);  // one raw data block
+  std::vector<std::uint8_t> bad = frame.bytes();
+  bad.insert(bad.end(), body.bytes().begin(), body.bytes().end());
+  bad.insert(bad.end(), s.begin(), s.end());
+  const Outcome r = Decode(bad);
+  ASSERT_EQ(r.result, aacdec::DecodeResult::kOk) << r.message;
+  EXPECT_EQ(r.stats.damaged, 1);
+  EXPECT_EQ(r.stats.frames, clean.stats.frames + 1);
+}
+
+// A first header damaged into another channel configuration does not fix
+// the channel count: blocks that do not fit it are held back, the elements
+// of the clean blocks decide, and the held blocks come out as silence.
+TEST(AacDecoder, DamagedFirstConfigurationDoesNotFixTheChannels) {
+  auto s = ReadBytes("aac_ref/aac_lc_44k1_st_128_mix_msall_is_tns.aac");
+  ASSERT_FALSE(s.empty());
+  const Outcome clean = Decode(s);
+  ASSERT_EQ(clean.sink.format.channels, 2);
+  s[2] = static_cast<std::uint8_t>(s[2] & ~1);  // configuration 2 -> 1: mono
+  s[3] = static_cast<std::uint8_t>((s[3] & 0x3F) | 0x40);
+  const Outcome r = Decode(s);
+  ASSERT_EQ(r.result, aacdec::DecodeResult::kOk) << r.message;
+  EXPECT_EQ(r.sink.format.channels, 2);
+  EXPECT_EQ(r.stats.frames, clean.stats.frames);
+  ASSERT_EQ(r.sink.pcm.size(), clean.sink.pcm.size());
+  // The eighth single-pair block decides and starts the output after seven
+  // silent ones; from the block after it the output equals the undamaged
+  // decode (the deciding block had no overlap before it).
+  for (std::size_t i = 0; i < 7 * 2048; ++i) ASSERT_EQ(r.sink.pcm[i], 0) << i;
+  for (std::size_t i = 8 * 2048; i < r.sink.pcm.size(); ++i) ASSERT_EQ(r.sink.pcm[i], clean.sink.pcm[i]) << i;
+}
+
 TEST(AacDecoder, TruncatedLastFrameIsConcealed) {
   auto s = ReadBytes("aac_ref/aac_lc_22k05_mono_32_speech.aac");
   ASSERT_FALSE(s.empty());

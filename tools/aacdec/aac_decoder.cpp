@@ -335,6 +335,7 @@ class Decoder {
   };
 
   bool SetSampleRateIndex(int sfi, std::string* message);
+  // Takes the stream's object type; false (with the reason) if not AAC-LC.
   bool CheckObjectType(int object_type, std::string* message);
   void LoadFrame(const std::uint8_t* src, std::size_t n);
   Status DecodeRawBlock(Cursor& c, const Akl8u* end);
@@ -346,6 +347,8 @@ class Decoder {
   Status Finish(ChannelStream& ch);  // deinterleave; TNS runs separately
   Status Tns(ChannelStream& ch);
   void ApplyDependentCoupling(int type, int tag, int domain, Element& e);
+  bool BlockMatchesLayout() const;
+  int ConfigOfBlock() const;
   void Synthesize(const ChannelStream& ch, ChannelState& st, float* out);
   int BandOffset(int band, bool is_short) const { return kSwb[(is_short ? 12 : 0) + sfi_].offset[band]; }
   bool EmitBlock(bool damaged);
@@ -363,6 +366,9 @@ class Decoder {
   bool adif_ = false;
   bool have_layout_ = false;
   bool output_started_ = false;
+  long held_blocks_ = 0;  // blocks before the output started, played as silence
+  int header_config_ = 0;  // channel configuration in the current ADTS header
+  std::array<int, 8> config_votes_{};  // clean blocks before the output started, by ConfigOfBlock
   bool sbr_warned_ = false;
   Layout layout_;
   std::vector<int> wav_order_;  // bitstream channel -> WAV position index
@@ -396,8 +402,8 @@ bool Decoder::SetSampleRateIndex(int sfi, std::string* message) {
   return true;
 }
 
-bool Decoder::CheckObjectType(int object_type, std::string* message) {
-  object_type_ = object_type;
+// Whether this decoder renders an object type; the reason when it does not.
+static bool ObjectTypeSupported(int object_type, std::string* message) {
   switch (object_type) {
     case 2: return true;
     case 1:
@@ -413,6 +419,11 @@ bool Decoder::CheckObjectType(int object_type, std::string* message) {
       *message = "unsupported audio object type " + std::to_string(object_type);
       return false;
   }
+}
+
+bool Decoder::CheckObjectType(int object_type, std::string* message) {
+  object_type_ = object_type;
+  return ObjectTypeSupported(object_type, message);
 }
 
 // Copies n input bytes to the aligned frame buffer, followed by kPadding
@@ -543,6 +554,7 @@ Status Decoder::DecodeRawBlock(Cursor& c, const Akl8u* end) {
   num_elements_ = 0;
   num_cces_ = 0;
   int audio_index = 0;
+  bool sbr_in_block = false;
   for (;;) {
     if (c.p >= end) return kStsErr;  // ran past the block without an END element
     const int id = static_cast<int>(ReadBits(c, 3));
@@ -587,10 +599,13 @@ Status Decoder::DecodeRawBlock(Cursor& c, const Akl8u* end) {
       case kPce: {
         AklAACPrgCfgElt pce;
         if (const Status st = aklsDecodePrgCfgElt_AAC(&c.p, &c.off, &pce); st != kStsOk) return st;
+        // The stream's object type comes from its ADTS or ADIF header; a
+        // configuration element that names another one (or another sampling
+        // rate) is damage, not a reason to refuse the stream.
+        if (pce.objectType + 1 != object_type_ || (sfi_ >= 0 && pce.samplingFrequencyIndex != sfi_)) return kStsErr;
         if (!output_started_ && pce.numFrontElt + pce.numSideElt + pce.numBackElt + pce.numLfeElt > 0) {
           LayoutFromPce(pce, &layout_);
           have_layout_ = true;
-          if (!CheckObjectType(pce.objectType + 1, message_)) return kStsNotSupportedModeErr;
         }
         break;
       }
@@ -600,17 +615,21 @@ Status Decoder::DecodeRawBlock(Cursor& c, const Akl8u* end) {
         if (const Status st = aklsDecodeFillElt_AAC(&c.p, &c.off, &count, bytes); st != kStsOk) return st;
         // Extension payloads 13 and 14 carry spectral band replication (and
         // with it parametric stereo): this decoder renders the AAC-LC core.
+        // The warning waits for the block's END, so damage that merely
+        // looks like such a payload does not raise it.
         const int ext = count > 0 ? bytes[0] >> 4 : 0;
-        if ((ext == 13 || ext == 14) && !sbr_warned_) {
-          sbr_warned_ = true;
-          sink_->Warn("HE-AAC stream: spectral band replication and parametric stereo are not supported; "
-                      "decoding the AAC-LC core at " + std::to_string(sample_rate_) + " Hz");
-        }
+        sbr_in_block = sbr_in_block || ext == 13 || ext == 14;
         break;
       }
       case kEnd:
         ByteAlign(c);
-        return c.p <= end ? kStsOk : kStsErr;
+        if (c.p > end) return kStsErr;
+        if (sbr_in_block && !sbr_warned_) {
+          sbr_warned_ = true;
+          sink_->Warn("HE-AAC stream: spectral band replication and parametric stereo are not supported; "
+                      "decoding the AAC-LC core at " + std::to_string(sample_rate_) + " Hz");
+        }
+        return kStsOk;
     }
   }
 }
@@ -840,11 +859,73 @@ static const LayoutElement* FindLayout(const Layout& layout, int k, int type, in
   return le.type == type ? &le : nullptr;
 }
 
+// Every audio element of the block has its place in the layout and every
+// channel of the layout receives data.
+bool Decoder::BlockMatchesLayout() const {
+  if (!have_layout_) return false;
+  std::vector<bool> filled(static_cast<std::size_t>(layout_.channels), false);
+  for (int k = 0; k < num_elements_; ++k) {
+    const Element& e = *elements_[static_cast<std::size_t>(k)];
+    const LayoutElement* le = FindLayout(layout_, k, e.type, e.tag);
+    if (!le) return false;
+    for (int c = 0; c < (e.type == kCpe ? 2 : 1); ++c) filled[static_cast<std::size_t>(le->first_channel + c)] = true;
+  }
+  for (bool f : filled)
+    if (!f) return false;
+  return true;
+}
+
+// The standard channel configuration (1..7) whose elements the block
+// carries in that order; 0 if none.
+int Decoder::ConfigOfBlock() const {
+  for (int config = 1; config <= 7; ++config) {
+    Layout l;
+    LayoutFromConfig(config, &l);
+    if (static_cast<int>(l.elements.size()) != num_elements_) continue;
+    bool same = true;
+    for (int k = 0; k < num_elements_ && same; ++k)
+      same = elements_[static_cast<std::size_t>(k)]->type == l.elements[static_cast<std::size_t>(k)].type;
+    if (same) return config;
+  }
+  return 0;
+}
+
 bool Decoder::EmitBlock(bool damaged) {
   ++stats_->frames;
   if (damaged) ++stats_->damaged;
-  if (!have_layout_) return true;
-  if (!output_started_ && !StartOutput()) return false;
+  if (!output_started_) {
+    // The layout is only trusted from a block that decodes and fills it
+    // exactly: damage that still parses (a configuration element with other
+    // channels, say) must not fix the stream's channel count.  Blocks held
+    // back meanwhile come out as silence once the output starts.
+    //
+    // Clean blocks that carry the elements of a standard channel
+    // configuration while there is no layout or it does not fit them (the
+    // stream's only configuration element was damaged, say) vote for that
+    // configuration, each with the square of its number of elements: damage
+    // that still parses mostly leaves a single element before an END, so
+    // one whole 5.1 block outweighs many of those.  Eight votes decide.  A
+    // frame header that names a configuration only lets that one vote.
+    if (!damaged && !BlockMatchesLayout()) {
+      const int config = ConfigOfBlock();
+      if (config != 0 && (header_config_ == 0 || header_config_ == config) &&
+          (config_votes_[config] += num_elements_ * num_elements_) >= 8) {
+        have_layout_ = LayoutFromConfig(config, &layout_);
+        config_ = config;
+      }
+    }
+    if (damaged || !BlockMatchesLayout()) {
+      if (!damaged) ++stats_->damaged;
+      ++held_blocks_;
+      return true;
+    }
+    if (!StartOutput()) return false;
+    pcm_.assign(states_.size() * kFrame, 0);
+    for (; held_blocks_ > 0; --held_blocks_) {
+      stats_->samples += kFrame;
+      if (!sink_->Frame(pcm_.data(), kFrame)) return false;
+    }
+  }
   const int channels = static_cast<int>(states_.size());
   out_.resize(static_cast<std::size_t>(channels) * kFrame);
   std::vector<bool> written(static_cast<std::size_t>(channels), false);
@@ -1039,7 +1120,7 @@ DecodeResult Decoder::Run(const std::uint8_t* data, std::size_t size, std::strin
                                  (AdtsFrameLength(data + next, &a, &next_profile, &cc, &d, &e) > 0 && next_profile == profile);
           if (!confirmed) {
             std::string why;
-            CheckObjectType(profile + 1, &why);
+            ObjectTypeSupported(profile + 1, &why);
             if (message->empty()) *message = why;
             stats_->skipped_bytes += static_cast<long>(next - pos);
             pos = next;
@@ -1052,6 +1133,7 @@ DecodeResult Decoder::Run(const std::uint8_t* data, std::size_t size, std::strin
           return DecodeResult::kRefused;
         }
       }
+      header_config_ = config;
       const std::size_t avail = cut ? cut : std::min(static_cast<std::size_t>(len), size - pos);
       LoadFrame(data + pos, avail);
       const bool truncated = cut != 0 || avail < static_cast<std::size_t>(len);
