@@ -105,6 +105,12 @@ struct RoundTripRow {
   int common_window;
 };
 
+// gtest would otherwise print the row's bytes, padding included.
+void PrintTo(const RoundTripRow& r, std::ostream* os) {
+  *os << (r.decoder == Decoder::kLc ? "LC" : "general") << (r.short_windows ? " short" : " long")
+      << (r.noise ? " noise" : "") << " common_window " << r.common_window;
+}
+
 class NoiselessRoundTrip : public ::testing::TestWithParam<RoundTripRow> {};
 
 TEST_P(NoiselessRoundTrip, RandomStreamsDecodeExactly) {
