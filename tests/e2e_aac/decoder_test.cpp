@@ -249,6 +249,22 @@ TEST(AacDecoder, NoStreamInGarbage) {
 
 // The same raw data blocks carried by ADIF (header, one program configuration
 // element, blocks back to back) decode to the same samples as by ADTS.
+// A program configuration element for one channel pair at 44.1 kHz
+// (object type 1: LC), byte-aligned before its empty comment (the writer's
+// alignment matches the stream's in both uses below).
+void PutPce(BitWriter& w, int object_type) {
+  w.Put(0, 4);  // tag
+  w.Put(static_cast<std::uint32_t>(object_type), 2);
+  w.Put(4, 4);  // 44100 Hz
+  w.Put(1, 4);  // one front element
+  w.Put(0, 4 + 4 + 2 + 3 + 4);
+  w.Put(0, 3);  // no mixdowns
+  w.Put(1, 1);  // front element: a channel pair
+  w.Put(0, 4);  // with tag 0
+  w.Align();
+  w.Put(0, 8);  // no comment
+}
+
 std::vector<std::uint8_t> AdifHeader(int object_type) {
   BitWriter w;
   for (char c : std::string("ADIF")) w.Put(static_cast<std::uint8_t>(c), 8);
@@ -257,16 +273,7 @@ std::vector<std::uint8_t> AdifHeader(int object_type) {
   w.Put(1, 1);        // variable rate: no buffer fullness
   w.Put(128000, 23);  // bit rate
   w.Put(0, 4);        // one program configuration element
-  w.Put(0, 4);        // tag
-  w.Put(static_cast<std::uint32_t>(object_type), 2);  // 1: LC
-  w.Put(4, 4);        // 44100 Hz
-  w.Put(1, 4);        // one front element
-  w.Put(0, 4 + 4 + 2 + 3 + 4);
-  w.Put(0, 3);        // no mixdowns
-  w.Put(1, 1);        // front element: a channel pair
-  w.Put(0, 4);        // with tag 0
-  w.Align();
-  w.Put(0, 8);        // no comment
+  PutPce(w, object_type);
   w.Align();
   return w.bytes();
 }
@@ -380,17 +387,8 @@ TEST(AacDecoder, ConfigurationOfAnotherObjectTypeIsDamage) {
   ASSERT_FALSE(s.empty());
   const Outcome clean = Decode(s);
   BitWriter body;
-  body.Put(5, 3);   // program configuration element
-  body.Put(0, 4);   // tag
-  body.Put(0, 2);   // object type 0: Main
-  body.Put(4, 4);   // 44100 Hz
-  body.Put(1, 4);   // one front element
-  body.Put(0, 4 + 4 + 2 + 3 + 4);
-  body.Put(0, 3);   // no mixdowns
-  body.Put(1, 1);   // front element: a channel pair
-  body.Put(0, 4);   // with tag 0
-  body.Align();
-  body.Put(0, 8);  // no comment
+  body.Put(5, 3);  // program configuration element
+  PutPce(body, 0);  // object type 0: Main
   body.Put(7, 3);  // END
   body.Align();
   const std::uint32_t len = static_cast<std::uint32_t>(7 + body.bytes().size());
