@@ -126,6 +126,20 @@ TEST(Mp3Decoder, OversizedId3v2TagDoesNotHideTheAudio) {
   EXPECT_EQ(a.pcm, b.pcm);
 }
 
+// A trailing APE footer whose size is below its own 32 bytes (zero here) is
+// not a tag: it once made the tag scan loop for ever.
+TEST(Mp3Decoder, ApeFooterOfSizeZeroEnds) {
+  const auto plain = Read("mp3_ref/mp3_m2_22k05_mono_40_speech.mp3");
+  ASSERT_FALSE(plain.empty());
+  auto tagged = plain;
+  std::vector<std::uint8_t> ape(32, 0);
+  std::memcpy(ape.data(), "APETAGEX", 8);
+  tagged.insert(tagged.end(), ape.begin(), ape.end());
+  const Decoded a = Decode(plain), b = Decode(tagged);
+  EXPECT_EQ(a.stats.frames, b.stats.frames);
+  EXPECT_EQ(a.pcm, b.pcm);
+}
+
 // Bytes overwritten in the middle: the decoder conceals, counts, resyncs,
 // and decodes the rest as before.
 TEST(Mp3Decoder, ConcealsDamagedFrames) {

@@ -116,8 +116,12 @@ std::size_t StripTrailingTags(const std::uint8_t* d, std::size_t begin, std::siz
       const std::uint64_t len = Le32(d + end - 32 + 12);
       const bool has_header = (Le32(d + end - 32 + 20) & 0x80000000u) != 0;
       const std::uint64_t total = len + (has_header ? 32 : 0);
-      end = total <= end - begin ? end - static_cast<std::size_t>(total) : begin;
-      changed = true;
+      // The size counts the 32-byte footer itself; a smaller one is not a
+      // tag (and would never shorten the data).
+      if (len >= 32) {
+        end = total <= end - begin ? end - static_cast<std::size_t>(total) : begin;
+        changed = true;
+      }
     }
     if (end - begin >= 15 && std::memcmp(d + end - 9, "LYRICS200", 9) == 0) {
       std::size_t len = 0;
