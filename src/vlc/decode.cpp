@@ -23,31 +23,6 @@
 namespace akl::vlc {
 namespace {
 
-// AAC escape after an element of magnitude 16: N ones (N 0..8), a zero and
-// N + 4 bits w give 2^(N+4) + w.  False for nine leading ones.
-bool ReadAacEscape(WordReader& r, std::uint32_t* magnitude) {
-  r.Refill();
-  const std::uint32_t bits = r.Peek(21);
-  const int ones = std::countl_one(bits << 11);
-  if (ones > 8) return false;
-  const int total = 2 * ones + 5;
-  *magnitude = (1u << (ones + 4)) + ((bits >> (21 - total)) & LowMask(ones + 4));
-  r.Skip(total);
-  return true;
-}
-
-inline Akl16s Signed(std::uint32_t magnitude, bool negative) {
-  return static_cast<Akl16s>(negative ? 0u - magnitude : magnitude);
-}
-
-// Layer III escaped element: linbits bits then the sign, read as one field.
-Akl16s ReadLinbits(WordReader& r, int linbits) {
-  const std::uint32_t b = r.Read(linbits + 1);
-  return Signed(15u + (b >> 1), (b & 1u) != 0);
-}
-
-int ClampLinbits(int linbits) { return linbits < 0 ? 0 : linbits > 31 ? 31 : linbits; }
-
 // Tuple decoding: magnitudes of `bits` bits, first element most significant,
 // each non-zero one followed by its sign bit.  The pair decoders split the
 // value into two elements whatever numElements says.
@@ -644,15 +619,14 @@ constexpr int PerRefill(int max_length, int extra) {
   return per <= 8 ? 4 : per <= 10 ? 3 : per <= 16 ? 2 : per <= 32 ? 1 : 0;
 }
 
-bool BadOffset(int offset) { return static_cast<unsigned>(offset) > 7u; }
-
 }  // namespace
 
 Status aklsVLCDecodeOne_1u16s(Akl8u** ppBitStream, int* pBitOffset, Akl16s* pData,
                               const aklsVLCDecodeSpec_32s* pSpec) {
-  if (!ppBitStream || !*ppBitStream || !pBitOffset || !pData || !pSpec) return kStsNullPtr;
-  const DecodeSpec& s = *DecodeSpecAt(pSpec);
-  if (BadOffset(*pBitOffset) || s.tag != kTagVlcDecode) return kStsVLCDataErr;
+  const DecodeSpec* ps = nullptr;
+  if (const Status st = CheckDecodeArgs(ppBitStream, pBitOffset, pData, pSpec, ArgForm::kPlain, &ps); st != kStsOk)
+    return st;
+  const DecodeSpec& s = *ps;
   WordReader r = WordReader::AtAlignedWord(*ppBitStream, *pBitOffset);
   WithWalker(s, [&](const auto& w) { *pData = static_cast<Akl16s>(DecodeValue(w, r)); });
   r.WriteBack(ppBitStream, pBitOffset);
@@ -661,10 +635,10 @@ Status aklsVLCDecodeOne_1u16s(Akl8u** ppBitStream, int* pBitOffset, Akl16s* pDat
 
 Status aklsVLCDecodeBlock_1u16s(Akl8u** ppBitStream, int* pBitOffset, Akl16s* pData, int len,
                                 const aklsVLCDecodeSpec_32s* pSpec) {
-  if (!ppBitStream || !*ppBitStream || !pBitOffset || !pData || !pSpec) return kStsNullPtr;
-  if (BadOffset(*pBitOffset)) return kStsVLCDataErr;
-  const DecodeSpec& s = *DecodeSpecAt(pSpec);
-  if (s.tag != kTagVlcDecode) return kStsVLCDataErr;
+  const DecodeSpec* ps = nullptr;
+  if (const Status st = CheckDecodeArgs(ppBitStream, pBitOffset, pData, pSpec, ArgForm::kPlain, &ps); st != kStsOk)
+    return st;
+  const DecodeSpec& s = *ps;
   if (len < 1) return kStsOk;
   WordReader r = WordReader::AtAlignedWord(*ppBitStream, *pBitOffset);
   WithFastTable(s, [&](const auto& t) { FastBlock(t, r, pData, len, s.maxLength); });
@@ -674,10 +648,10 @@ Status aklsVLCDecodeBlock_1u16s(Akl8u** ppBitStream, int* pBitOffset, Akl16s* pD
 
 Status aklsVLCDecodeEscBlock_AAC_1u16s(Akl8u** ppBitStream, int* pBitOffset, Akl16s* pData, int len,
                                        const aklsVLCDecodeSpec_32s* pSpec) {
-  if (!ppBitStream || !*ppBitStream || !pBitOffset || !pData || !pSpec) return kStsNullPtr;
-  if (BadOffset(*pBitOffset)) return kStsBitOffsetErr;
-  const DecodeSpec& s = *DecodeSpecAt(pSpec);
-  if (s.tag != kTagVlcDecode) return kStsContextMismatch;
+  const DecodeSpec* ps = nullptr;
+  if (const Status st = CheckDecodeArgs(ppBitStream, pBitOffset, pData, pSpec, ArgForm::kEscape, &ps); st != kStsOk)
+    return st;
+  const DecodeSpec& s = *ps;
   const int pairs = len / 2;
   if (pairs < 1) return kStsOk;
   WordReader r = WordReader::FromBytePointer(*ppBitStream, *pBitOffset);
@@ -691,10 +665,10 @@ Status aklsVLCDecodeEscBlock_AAC_1u16s(Akl8u** ppBitStream, int* pBitOffset, Akl
 
 Status aklsVLCDecodeEscBlock_MP3_1u16s(Akl8u** ppBitStream, int* pBitOffset, int linbits, Akl16s* pData, int len,
                                        const aklsVLCDecodeSpec_32s* pSpec) {
-  if (!ppBitStream || !*ppBitStream || !pBitOffset || !pData || !pSpec) return kStsNullPtr;
-  if (BadOffset(*pBitOffset)) return kStsBitOffsetErr;
-  const DecodeSpec& s = *DecodeSpecAt(pSpec);
-  if (s.tag != kTagVlcDecode) return kStsContextMismatch;
+  const DecodeSpec* ps = nullptr;
+  if (const Status st = CheckDecodeArgs(ppBitStream, pBitOffset, pData, pSpec, ArgForm::kEscape, &ps); st != kStsOk)
+    return st;
+  const DecodeSpec& s = *ps;
   const int pairs = len / 2;
   if (pairs < 1) return kStsOk;
   WordReader r = WordReader::FromBytePointer(*ppBitStream, *pBitOffset);
@@ -709,9 +683,10 @@ Status aklsVLCDecodeEscBlock_MP3_1u16s(Akl8u** ppBitStream, int* pBitOffset, int
 
 Status aklsVLCDecodeUTupleOne_1u16s(Akl8u** ppBitStream, int* pBitOffset, Akl16s* pData,
                                     const aklsVLCDecodeSpec_32s* pSpec) {
-  if (!ppBitStream || !*ppBitStream || !pBitOffset || !pData || !pSpec) return kStsNullPtr;
-  const DecodeSpec& s = *DecodeSpecAt(pSpec);
-  if (BadOffset(*pBitOffset) || s.tag != kTagVlcDecode) return kStsVLCDataErr;
+  const DecodeSpec* ps = nullptr;
+  if (const Status st = CheckDecodeArgs(ppBitStream, pBitOffset, pData, pSpec, ArgForm::kPlain, &ps); st != kStsOk)
+    return st;
+  const DecodeSpec& s = *ps;
   WordReader r = WordReader::AtAlignedWord(*ppBitStream, *pBitOffset);
   WithWalker(s, [&](const auto& w) { TupleKernel(w, r, pData, 1, s.numElements, s.numValueBits, s.maxLength); });
   r.WriteBack(ppBitStream, pBitOffset);
@@ -720,10 +695,10 @@ Status aklsVLCDecodeUTupleOne_1u16s(Akl8u** ppBitStream, int* pBitOffset, Akl16s
 
 Status aklsVLCDecodeUTupleBlock_1u16s(Akl8u** ppBitStream, int* pBitOffset, Akl16s* pData, int len,
                                       const aklsVLCDecodeSpec_32s* pSpec) {
-  if (!ppBitStream || !*ppBitStream || !pBitOffset || !pData || !pSpec) return kStsNullPtr;
-  if (BadOffset(*pBitOffset)) return kStsVLCDataErr;
-  const DecodeSpec& s = *DecodeSpecAt(pSpec);
-  if (s.tag != kTagVlcDecode) return kStsVLCDataErr;
+  const DecodeSpec* ps = nullptr;
+  if (const Status st = CheckDecodeArgs(ppBitStream, pBitOffset, pData, pSpec, ArgForm::kPlain, &ps); st != kStsOk)
+    return st;
+  const DecodeSpec& s = *ps;
   const int tuples = len / s.numElements;
   if (tuples < 1) return kStsOk;
   const int per = PerRefill(s.maxLength, s.numElements);
@@ -749,10 +724,10 @@ Status aklsVLCDecodeUTupleBlock_1u16s(Akl8u** ppBitStream, int* pBitOffset, Akl1
 
 Status aklsVLCDecodeUTupleEscBlock_AAC_1u16s(Akl8u** ppBitStream, int* pBitOffset, Akl16s* pData, int len,
                                              const aklsVLCDecodeSpec_32s* pSpec) {
-  if (!ppBitStream || !*ppBitStream || !pBitOffset || !pData || !pSpec) return kStsNullPtr;
-  if (BadOffset(*pBitOffset)) return kStsBitOffsetErr;
-  const DecodeSpec& s = *DecodeSpecAt(pSpec);
-  if (s.tag != kTagVlcDecode) return kStsContextMismatch;
+  const DecodeSpec* ps = nullptr;
+  if (const Status st = CheckDecodeArgs(ppBitStream, pBitOffset, pData, pSpec, ArgForm::kEscape, &ps); st != kStsOk)
+    return st;
+  const DecodeSpec& s = *ps;
   const int pairs = len / 2;
   if (pairs < 1) return kStsOk;
   const int per = PerRefill(s.maxLength, 2);
@@ -773,10 +748,10 @@ Status aklsVLCDecodeUTupleEscBlock_AAC_1u16s(Akl8u** ppBitStream, int* pBitOffse
 
 Status aklsVLCDecodeUTupleEscBlock_MP3_1u16s(Akl8u** ppBitStream, int* pBitOffset, int linbits, Akl16s* pData,
                                              int len, const aklsVLCDecodeSpec_32s* pSpec) {
-  if (!ppBitStream || !*ppBitStream || !pBitOffset || !pData || !pSpec) return kStsNullPtr;
-  if (BadOffset(*pBitOffset)) return kStsBitOffsetErr;
-  const DecodeSpec& s = *DecodeSpecAt(pSpec);
-  if (s.tag != kTagVlcDecode) return kStsContextMismatch;
+  const DecodeSpec* ps = nullptr;
+  if (const Status st = CheckDecodeArgs(ppBitStream, pBitOffset, pData, pSpec, ArgForm::kEscape, &ps); st != kStsOk)
+    return st;
+  const DecodeSpec& s = *ps;
   const int pairs = len / 2;
   if (pairs < 1) return kStsOk;
   const int per = PerRefill(s.maxLength, 2);

@@ -48,31 +48,6 @@ void DecodeBlockKernel(const W& w, WordReader& reader, Akl16s* out, int len, int
   reader = r;
 }
 
-// AAC escape after an element of magnitude 16: N ones (N 0..8), a zero and
-// N + 4 bits w give 2^(N+4) + w.  False for nine leading ones.
-bool ReadAacEscape(WordReader& r, std::uint32_t* magnitude) {
-  r.Refill();
-  const std::uint32_t bits = r.Peek(21);
-  const int ones = std::countl_one(bits << 11);
-  if (ones > 8) return false;
-  const int total = 2 * ones + 5;
-  *magnitude = (1u << (ones + 4)) + ((bits >> (21 - total)) & LowMask(ones + 4));
-  r.Skip(total);
-  return true;
-}
-
-inline Akl16s Signed(std::uint32_t magnitude, bool negative) {
-  return static_cast<Akl16s>(negative ? 0u - magnitude : magnitude);
-}
-
-// Layer III escaped element: linbits bits then the sign, read as one field.
-Akl16s ReadLinbits(WordReader& r, int linbits) {
-  const std::uint32_t b = r.Read(linbits + 1);
-  return Signed(15u + (b >> 1), (b & 1u) != 0);
-}
-
-int ClampLinbits(int linbits) { return linbits < 0 ? 0 : linbits > 31 ? 31 : linbits; }
-
 template <class W>
 Status EscAacKernel(const W& w, WordReader& reader, Akl16s* out, int pairs) {
   WordReader r = reader;
@@ -225,16 +200,14 @@ void TupleEscMp3Kernel(const W& w, WordReader& reader, int linbits, Akl16s* out,
   reader = r;
 }
 
-bool BadOffset(int offset) { return static_cast<unsigned>(offset) > 7u; }
-
 }  // namespace
 
 Status DecodeBlock_1u16sRef(Akl8u** ppBitStream, int* pBitOffset, Akl16s* pData, int len,
                                 const aklsVLCDecodeSpec_32s* pSpec) {
-  if (!ppBitStream || !*ppBitStream || !pBitOffset || !pData || !pSpec) return kStsNullPtr;
-  if (BadOffset(*pBitOffset)) return kStsVLCDataErr;
-  const DecodeSpec& s = *DecodeSpecAt(pSpec);
-  if (s.tag != kTagVlcDecode) return kStsVLCDataErr;
+  const DecodeSpec* ps = nullptr;
+  if (const Status st = CheckDecodeArgs(ppBitStream, pBitOffset, pData, pSpec, ArgForm::kPlain, &ps); st != kStsOk)
+    return st;
+  const DecodeSpec& s = *ps;
   if (len < 1) return kStsOk;
   WordReader r = WordReader::AtAlignedWord(*ppBitStream, *pBitOffset);
   WithWalker(s, [&](const auto& w) { DecodeBlockKernel(w, r, pData, len, s.maxLength); });
@@ -244,10 +217,10 @@ Status DecodeBlock_1u16sRef(Akl8u** ppBitStream, int* pBitOffset, Akl16s* pData,
 
 Status DecodeEscBlock_AAC_1u16sRef(Akl8u** ppBitStream, int* pBitOffset, Akl16s* pData, int len,
                                        const aklsVLCDecodeSpec_32s* pSpec) {
-  if (!ppBitStream || !*ppBitStream || !pBitOffset || !pData || !pSpec) return kStsNullPtr;
-  if (BadOffset(*pBitOffset)) return kStsBitOffsetErr;
-  const DecodeSpec& s = *DecodeSpecAt(pSpec);
-  if (s.tag != kTagVlcDecode) return kStsContextMismatch;
+  const DecodeSpec* ps = nullptr;
+  if (const Status st = CheckDecodeArgs(ppBitStream, pBitOffset, pData, pSpec, ArgForm::kEscape, &ps); st != kStsOk)
+    return st;
+  const DecodeSpec& s = *ps;
   const int pairs = len / 2;
   if (pairs < 1) return kStsOk;
   WordReader r = WordReader::FromBytePointer(*ppBitStream, *pBitOffset);
@@ -259,10 +232,10 @@ Status DecodeEscBlock_AAC_1u16sRef(Akl8u** ppBitStream, int* pBitOffset, Akl16s*
 
 Status DecodeEscBlock_MP3_1u16sRef(Akl8u** ppBitStream, int* pBitOffset, int linbits, Akl16s* pData, int len,
                                        const aklsVLCDecodeSpec_32s* pSpec) {
-  if (!ppBitStream || !*ppBitStream || !pBitOffset || !pData || !pSpec) return kStsNullPtr;
-  if (BadOffset(*pBitOffset)) return kStsBitOffsetErr;
-  const DecodeSpec& s = *DecodeSpecAt(pSpec);
-  if (s.tag != kTagVlcDecode) return kStsContextMismatch;
+  const DecodeSpec* ps = nullptr;
+  if (const Status st = CheckDecodeArgs(ppBitStream, pBitOffset, pData, pSpec, ArgForm::kEscape, &ps); st != kStsOk)
+    return st;
+  const DecodeSpec& s = *ps;
   const int pairs = len / 2;
   if (pairs < 1) return kStsOk;
   WordReader r = WordReader::FromBytePointer(*ppBitStream, *pBitOffset);
@@ -273,10 +246,10 @@ Status DecodeEscBlock_MP3_1u16sRef(Akl8u** ppBitStream, int* pBitOffset, int lin
 
 Status DecodeUTupleBlock_1u16sRef(Akl8u** ppBitStream, int* pBitOffset, Akl16s* pData, int len,
                                       const aklsVLCDecodeSpec_32s* pSpec) {
-  if (!ppBitStream || !*ppBitStream || !pBitOffset || !pData || !pSpec) return kStsNullPtr;
-  if (BadOffset(*pBitOffset)) return kStsVLCDataErr;
-  const DecodeSpec& s = *DecodeSpecAt(pSpec);
-  if (s.tag != kTagVlcDecode) return kStsVLCDataErr;
+  const DecodeSpec* ps = nullptr;
+  if (const Status st = CheckDecodeArgs(ppBitStream, pBitOffset, pData, pSpec, ArgForm::kPlain, &ps); st != kStsOk)
+    return st;
+  const DecodeSpec& s = *ps;
   const int tuples = len / s.numElements;
   if (tuples < 1) return kStsOk;
   WordReader r = WordReader::AtAlignedWord(*ppBitStream, *pBitOffset);
@@ -287,10 +260,10 @@ Status DecodeUTupleBlock_1u16sRef(Akl8u** ppBitStream, int* pBitOffset, Akl16s* 
 
 Status DecodeUTupleEscBlock_AAC_1u16sRef(Akl8u** ppBitStream, int* pBitOffset, Akl16s* pData, int len,
                                              const aklsVLCDecodeSpec_32s* pSpec) {
-  if (!ppBitStream || !*ppBitStream || !pBitOffset || !pData || !pSpec) return kStsNullPtr;
-  if (BadOffset(*pBitOffset)) return kStsBitOffsetErr;
-  const DecodeSpec& s = *DecodeSpecAt(pSpec);
-  if (s.tag != kTagVlcDecode) return kStsContextMismatch;
+  const DecodeSpec* ps = nullptr;
+  if (const Status st = CheckDecodeArgs(ppBitStream, pBitOffset, pData, pSpec, ArgForm::kEscape, &ps); st != kStsOk)
+    return st;
+  const DecodeSpec& s = *ps;
   const int pairs = len / 2;
   if (pairs < 1) return kStsOk;
   WordReader r = WordReader::FromBytePointer(*ppBitStream, *pBitOffset);
@@ -303,10 +276,10 @@ Status DecodeUTupleEscBlock_AAC_1u16sRef(Akl8u** ppBitStream, int* pBitOffset, A
 
 Status DecodeUTupleEscBlock_MP3_1u16sRef(Akl8u** ppBitStream, int* pBitOffset, int linbits, Akl16s* pData,
                                              int len, const aklsVLCDecodeSpec_32s* pSpec) {
-  if (!ppBitStream || !*ppBitStream || !pBitOffset || !pData || !pSpec) return kStsNullPtr;
-  if (BadOffset(*pBitOffset)) return kStsBitOffsetErr;
-  const DecodeSpec& s = *DecodeSpecAt(pSpec);
-  if (s.tag != kTagVlcDecode) return kStsContextMismatch;
+  const DecodeSpec* ps = nullptr;
+  if (const Status st = CheckDecodeArgs(ppBitStream, pBitOffset, pData, pSpec, ArgForm::kEscape, &ps); st != kStsOk)
+    return st;
+  const DecodeSpec& s = *ps;
   const int pairs = len / 2;
   if (pairs < 1) return kStsOk;
   WordReader r = WordReader::FromBytePointer(*ppBitStream, *pBitOffset);

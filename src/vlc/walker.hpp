@@ -1,9 +1,10 @@
 // The table walk shared by the tuned and the reference VLC decoders: a
 // lookup of the code at the top of a 64-bit accumulator, the leaf's value
-// (unsigned from 8-bit entries, signed from wider ones), and dispatch on the
-// context's entry width.
+// (unsigned from 8-bit entries, signed from wider ones), dispatch on the
+// context's entry width, the decoders' argument checks and the escape fields.
 #pragma once
 
+#include <bit>
 #include <cstdint>
 #include <type_traits>
 
@@ -96,5 +97,47 @@ AKL_VLC_INLINE int DecodeValue(const W& w, WordReader& r) {
   r.Skip(n);
   return w.Value(e);
 }
+
+// Argument checks of the decoders, in their documented order: the pointers
+// (-8), the bit offset, the context's tag.  The plain and tuple decoders
+// report a bad offset or tag as kStsVLCDataErr, the escape decoders as
+// kStsBitOffsetErr and kStsContextMismatch.  *spec receives the aligned
+// context on success.
+enum class ArgForm { kPlain, kEscape };
+inline Status CheckDecodeArgs(Akl8u** ppBitStream, const int* pBitOffset, const Akl16s* pData,
+                              const aklsVLCDecodeSpec_32s* pSpec, ArgForm form, const DecodeSpec** spec) {
+  if (!ppBitStream || !*ppBitStream || !pBitOffset || !pData || !pSpec) return kStsNullPtr;
+  const bool plain = form == ArgForm::kPlain;
+  if (static_cast<unsigned>(*pBitOffset) > 7u) return plain ? kStsVLCDataErr : kStsBitOffsetErr;
+  const DecodeSpec* s = DecodeSpecAt(pSpec);
+  if (s->tag != kTagVlcDecode) return plain ? kStsVLCDataErr : kStsContextMismatch;
+  *spec = s;
+  return kStsOk;
+}
+
+// AAC escape after an element of magnitude 16: N ones (N 0..8), a zero and
+// N + 4 bits w give 2^(N+4) + w.  False for nine leading ones.
+inline bool ReadAacEscape(WordReader& r, std::uint32_t* magnitude) {
+  r.Refill();
+  const std::uint32_t bits = r.Peek(21);
+  const int ones = std::countl_one(bits << 11);
+  if (ones > 8) return false;
+  const int total = 2 * ones + 5;
+  *magnitude = (1u << (ones + 4)) + ((bits >> (21 - total)) & LowMask(ones + 4));
+  r.Skip(total);
+  return true;
+}
+
+inline Akl16s Signed(std::uint32_t magnitude, bool negative) {
+  return static_cast<Akl16s>(negative ? 0u - magnitude : magnitude);
+}
+
+// Layer III escaped element: linbits bits then the sign, read as one field.
+inline Akl16s ReadLinbits(WordReader& r, int linbits) {
+  const std::uint32_t b = r.Read(linbits + 1);
+  return Signed(15u + (b >> 1), (b & 1u) != 0);
+}
+
+inline int ClampLinbits(int linbits) { return linbits < 0 ? 0 : linbits > 31 ? 31 : linbits; }
 
 }  // namespace akl::vlc
