@@ -4,27 +4,10 @@
 set -eu
 dec=$1 data=$2 tmp=$3
 mkdir -p "$tmp"
-fail() { echo "FAIL: $*"; exit 1; }
-
-"$dec" --help | grep -q '^usage: akl-aacdec' || fail "--help"
-if "$dec" --bogus a b 2>/dev/null; then fail "unknown option accepted"; fi
-if "$dec" only-one 2>/dev/null; then fail "one file accepted"; fi
+. "$(dirname "$0")/../support/cli_common.sh"
 
 in=$data/aac_ref/aac_lc_22k05_mono_32_speech.aac
-"$dec" --quiet "$in" "$tmp/a.wav" 2>"$tmp/err"
-[ ! -s "$tmp/err" ] || fail "--quiet printed something"
-"$dec" --quiet --raw "$in" "$tmp/a.raw"
-"$dec" --quiet "$in" - > "$tmp/b.wav"
-"$dec" --quiet --raw - - < "$in" > "$tmp/b.raw"
-cmp -s "$tmp/a.raw" "$tmp/b.raw" || fail "stdin/stdout raw differs"
-[ "$(head -c 4 "$tmp/a.wav")" = RIFF ] || fail "no RIFF header"
-wav=$(stat -c %s "$tmp/a.wav") raw=$(stat -c %s "$tmp/a.raw")
-[ $((wav - 44)) -eq "$raw" ] || fail "WAV data size $wav vs raw $raw"
-[ "$raw" -eq $((34 * 1024 * 2)) ] || fail "raw size $raw"
-tail -c "$raw" "$tmp/a.wav" | cmp -s - "$tmp/a.raw" || fail "WAV payload differs from raw"
-tail -c "$raw" "$tmp/b.wav" | cmp -s - "$tmp/a.raw" || fail "piped WAV payload differs"
-size_field=$(od -An -tu4 -j40 -N4 "$tmp/a.wav" | tr -d ' ')
-[ "$size_field" -eq "$raw" ] || fail "data size field $size_field"
+check_common_cli akl-aacdec "$in" $((34 * 1024 * 2))
 
 "$dec" "$in" "$tmp/c.wav" 2>"$tmp/err"
 grep -q '34 frames, 1.58 s, 22050 Hz mono, 0 damaged, .*x real time' "$tmp/err" || fail "summary: $(cat "$tmp/err")"
