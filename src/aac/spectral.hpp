@@ -16,7 +16,7 @@ inline constexpr int kMsRowStride = 60;  // msUsed bytes per window group
 
 // Band offsets and count for a sampling index and window length.
 struct BandTable {
-  const std::int16_t* offset;  // numSwb + 1 entries
+  const std::uint16_t* offset;  // numSwb + 1 entries
   int numSwb;
 };
 inline BandTable Bands(int sf_index, int win_len) {
