@@ -23,42 +23,6 @@
 namespace akl::vlc {
 namespace {
 
-// Tuple decoding: magnitudes of `bits` bits, first element most significant,
-// each non-zero one followed by its sign bit.  The pair decoders split the
-// value into two elements whatever numElements says.
-//
-// When the longest code plus all its sign bits fit in the 32 bits that the
-// refill before the code guarantees, sign bits are taken without refilling
-// (InHand); otherwise each is read with a refill.
-template <bool InHand>
-AKL_VLC_INLINE bool SignBit(WordReader& r) {
-  return InHand ? r.TakeBit() : r.ReadBit();
-}
-
-template <bool InHand, class W>
-void TupleLoop(const W& w, WordReader& r, Akl16s* out, int tuples, int elements, int bits) {
-  const std::uint32_t mask = LowMask(bits);
-  for (int i = 0; i < tuples; ++i) {
-    const auto v = static_cast<std::uint32_t>(DecodeValue(w, r));
-    for (int k = 0; k < elements; ++k) {
-      const std::uint32_t mag = (v >> ((elements - 1 - k) * bits)) & mask;
-      out[k] = mag != 0 ? Signed(mag, SignBit<InHand>(r)) : Akl16s{0};
-    }
-    out += elements;
-  }
-}
-
-template <class W>
-void TupleKernel(const W& w, WordReader& reader, Akl16s* out, int tuples, int elements, int bits, int max_length) {
-  WordReader r = reader;
-  if (max_length + elements <= 32) {
-    TupleLoop<true>(w, r, out, tuples, elements, bits);
-  } else {
-    TupleLoop<false>(w, r, out, tuples, elements, bits);
-  }
-  reader = r;
-}
-
 // ---------------------------------------------------------------------------
 // Tuned block kernels.
 //
