@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "aacdec/aac_decoder.hpp"
+#include "cli_io.hpp"
 
 namespace {
 
@@ -131,13 +132,6 @@ class FileSink : public aacdec::PcmSink {
   std::chrono::steady_clock::time_point last_{};
 };
 
-bool ReadAll(std::FILE* f, std::vector<std::uint8_t>* out) {
-  unsigned char chunk[65536];
-  std::size_t n;
-  while ((n = std::fread(chunk, 1, sizeof(chunk), f)) > 0) out->insert(out->end(), chunk, chunk + n);
-  return !std::ferror(f);
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -164,23 +158,10 @@ int main(int argc, char** argv) {
     std::fputs(kUsage, stderr);
     return 2;
   }
-  std::FILE* in = files[0] == "-" ? stdin : std::fopen(files[0].c_str(), "rb");
-  if (!in) {
-    std::fprintf(stderr, "akl-aacdec: cannot open %s: %s\n", files[0].c_str(), std::strerror(errno));
-    return 1;
-  }
   std::vector<std::uint8_t> data;
-  const bool read_ok = ReadAll(in, &data);
-  if (in != stdin) std::fclose(in);
-  if (!read_ok) {
-    std::fprintf(stderr, "akl-aacdec: cannot read %s\n", files[0].c_str());
-    return 1;
-  }
-  std::FILE* out = files[1] == "-" ? stdout : std::fopen(files[1].c_str(), "wb");
-  if (!out) {
-    std::fprintf(stderr, "akl-aacdec: cannot create %s: %s\n", files[1].c_str(), std::strerror(errno));
-    return 1;
-  }
+  if (!aklcli::ReadInput("akl-aacdec", files[0], &data)) return 1;
+  std::FILE* out = aklcli::OpenOutput("akl-aacdec", files[1]);
+  if (!out) return 1;
   // Progress only on a terminal, and only for inputs that take a while.
   FileSink sink(out, raw, quiet, isatty(STDERR_FILENO) != 0 && data.size() > (1u << 20));
   aacdec::DecodeStats stats;

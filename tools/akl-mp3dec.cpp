@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "mp3dec/mp3_stream.hpp"
+#include "cli_io.hpp"
 
 namespace {
 
@@ -126,13 +127,6 @@ class FileSink : public aklmp3::PcmSink {
   bool failed_ = false;
 };
 
-bool ReadAll(std::FILE* f, std::vector<std::uint8_t>* out) {
-  unsigned char chunk[1 << 16];
-  std::size_t n;
-  while ((n = std::fread(chunk, 1, sizeof chunk, f)) > 0) out->insert(out->end(), chunk, chunk + n);
-  return !std::ferror(f);
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -163,25 +157,9 @@ int main(int argc, char** argv) {
   }
 
   std::vector<std::uint8_t> input;
-  {
-    std::FILE* in = files[0] == "-" ? stdin : std::fopen(files[0].c_str(), "rb");
-    if (!in) {
-      std::fprintf(stderr, "akl-mp3dec: cannot open %s: %s\n", files[0].c_str(), std::strerror(errno));
-      return 1;
-    }
-    const bool ok = ReadAll(in, &input);
-    if (in != stdin) std::fclose(in);
-    if (!ok) {
-      std::fprintf(stderr, "akl-mp3dec: cannot read %s\n", files[0].c_str());
-      return 1;
-    }
-  }
-
-  std::FILE* out = files[1] == "-" ? stdout : std::fopen(files[1].c_str(), "wb");
-  if (!out) {
-    std::fprintf(stderr, "akl-mp3dec: cannot create %s: %s\n", files[1].c_str(), std::strerror(errno));
-    return 1;
-  }
+  if (!aklcli::ReadInput("akl-mp3dec", files[0], &input)) return 1;
+  std::FILE* out = aklcli::OpenOutput("akl-mp3dec", files[1]);
+  if (!out) return 1;
   const bool progress = !quiet && isatty(STDERR_FILENO) && input.size() > (4u << 20);
   FileSink sink(out, raw, progress);
   const std::clock_t cpu0 = std::clock();
