@@ -185,7 +185,10 @@ class WordWriter {
   }
 
   // Appends the n low bits of code (n 0..32; code already fits in n bits).
+  // An empty piece at a word boundary starts no word: the bits written so far
+  // end exactly where the count of them says, and nothing is stored beyond.
   AKL_VLC_INLINE void Put(std::uint32_t code, int n) {
+    if (n == 0 && fill_ == 0) return;
     const int end = fill_ + n;
     if (end < 32) {
       cur_ |= static_cast<std::uint32_t>(static_cast<std::uint64_t>(code) << (32 - end));

@@ -215,6 +215,56 @@ TEST(VlcEncode, EscapeValueLimits) {
   EXPECT_EQ(off, 0);
 }
 
+// Every encoder stores nothing past the aligned word that holds the last bit
+// its counter reports, also when a value the book lacks (length 0) follows
+// codes that end exactly on a word boundary.  The output is a heap block of
+// exactly those words, so a store past it is an AddressSanitizer report.
+TEST(VlcEncode, WritesNoWordPastTheCount) {
+  auto plain = vlc_test::EncodeContext(Entries({{0, "0"}, {2, "1"}}));  // 1 is missing
+  auto aac = vlc_test::EncodeContext(AacPairBook());
+  auto mp3 = vlc_test::EncodeContext(Mp3PairBook());
+  enum Kind { kPlain, kAac, kMp3 };
+  struct Row {
+    const char* what;
+    Kind kind;
+    std::vector<Akl16s> src;
+    int bits;
+  };
+  std::vector<Akl16s> zeros_then_missing(32, 0);
+  zeros_then_missing.push_back(1);
+  std::vector<Akl16s> aac_pairs(64, 0);  // 32 one-bit pairs, then a pair the book lacks
+  aac_pairs.insert(aac_pairs.end(), {1, 1});
+  std::vector<Akl16s> mp3_pairs(32, 1);  // 16 five-bit pairs (1, -1 alternating), then a missing pair
+  for (size_t i = 1; i < mp3_pairs.size(); i += 2) mp3_pairs[i] = -1;
+  mp3_pairs.insert(mp3_pairs.end(), {2, 2});
+  const Row rows[] = {
+      {"plain: 32 one-bit codes, then a missing value", kPlain, zeros_then_missing, 32},
+      {"plain: only a missing value", kPlain, {1}, 0},
+      {"AAC escape: 32 one-bit pairs, then a missing pair", kAac, aac_pairs, 32},
+      {"MP3 escape: 16 five-bit pairs, then a missing pair", kMp3, mp3_pairs, 80},
+  };
+  for (const auto& r : rows) {
+    SCOPED_TRACE(r.what);
+    const int len = static_cast<int>(r.src.size());
+    int count = -1;
+    switch (r.kind) {
+      case kPlain: ASSERT_EQ(aklsVLCCountBits_16s32s(r.src.data(), len, &count, plain.enc()), kStsOk); break;
+      case kAac: ASSERT_EQ(aklsVLCCountEscBits_AAC_16s32s(r.src.data(), len, &count, aac.enc()), kStsOk); break;
+      case kMp3: ASSERT_EQ(aklsVLCCountEscBits_MP3_16s32s(r.src.data(), len, 4, &count, mp3.enc()), kStsOk); break;
+    }
+    ASSERT_EQ(count, r.bits);
+    vlc_test::RawBlock out(0, static_cast<size_t>(4 * ((count + 31) / 32) + (count == 0 ? 4 : 0)));
+    Akl8u* p = out.raw;
+    int off = 0;
+    switch (r.kind) {
+      case kPlain: ASSERT_EQ(aklsVLCEncodeBlock_16s1u(r.src.data(), len, &p, &off, plain.enc()), kStsOk); break;
+      case kAac: ASSERT_EQ(aklsVLCEncodeEscBlock_AAC_16s1u(r.src.data(), len, &p, &off, aac.enc()), kStsOk); break;
+      case kMp3: ASSERT_EQ(aklsVLCEncodeEscBlock_MP3_16s1u(r.src.data(), len, 4, &p, &off, mp3.enc()), kStsOk); break;
+    }
+    EXPECT_EQ((p - out.raw) * 8 + off, count);
+  }
+}
+
 // --- statuses ------------------------------------------------------------
 
 TEST(VlcEncode, BuildStatuses) {
