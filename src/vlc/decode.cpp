@@ -518,7 +518,7 @@ Status FastTupleEscAacLoop(const T& tab, WordReader& reader, Akl16s* out, int pa
     for (int k = 0; k < k_end; ++k, ++i) {
       unsigned n;
       const auto v = static_cast<std::uint32_t>(tab.Value(tab.Lookup(r.Acc(), &n)));
-      std::uint32_t first = (v >> ubits) & mask;
+      std::uint32_t first = static_cast<std::uint32_t>(std::uint64_t{v} >> ubits) & mask;  // ubits may be 32
       std::uint32_t second = v & mask;
       Akl16s pair[2];
       const unsigned signs = PairSigns(r.Acc() << n, first, second, pair);
@@ -557,7 +557,7 @@ void FastTupleEscMp3Loop(const T& tab, WordReader& reader, int linbits, Akl16s* 
     for (int k = 0; k < k_end; ++k, ++i) {
       unsigned n;
       const auto v = static_cast<std::uint32_t>(tab.Value(tab.Lookup(r.Acc(), &n)));
-      const std::uint32_t x = (v >> ubits) & mask;
+      const std::uint32_t x = static_cast<std::uint32_t>(std::uint64_t{v} >> ubits) & mask;  // ubits may be 32
       const std::uint32_t y = v & mask;
       if (__builtin_expect(x != 15 && y != 15, 1)) {
         const unsigned signs = PairSigns(r.Acc() << n, x, y, out + 2 * i);

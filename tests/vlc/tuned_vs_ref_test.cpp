@@ -217,3 +217,36 @@ TEST(VlcTunedVsRef, OneBitCodesEndingAtTheReadingLimit) {
 }
 
 }  // namespace
+
+namespace {
+
+// Tuple contexts of every extreme shape the tuple Init accepts (one element
+// of 32 bits, 32 elements of one bit, ...): the escape decoders split values
+// into pairs whatever the shape, so a 32-bit element shift must stay defined.
+// Tuned and reference forms agree on random streams.
+TEST(VlcTunedVsRef, ExtremeTupleShapes) {
+  struct Shape {
+    int elements, bits;
+  };
+  const Shape shapes[] = {{1, 32}, {32, 1}, {2, 16}, {4, 8}, {1, 1}, {16, 2}};
+  std::mt19937 rng(akl::test::TestSeed());
+  for (const Shape& sh : shapes) {
+    // Eight codes of three bits with values that fill the tuple's bits.
+    std::vector<VlcCodeEntry> book;
+    for (int i = 0; i < 8; ++i) {
+      const std::uint32_t v = i == 0 ? 0u : i == 1 ? 0xFFFFFFFFu : static_cast<std::uint32_t>(rng());
+      const std::uint32_t mask = sh.elements * sh.bits == 32 ? 0xFFFFFFFFu : (1u << (sh.elements * sh.bits)) - 1u;
+      book.push_back({static_cast<Akl32s>(v & mask), i, 3});
+    }
+    Ctx c = Build(book, {3}, sh.elements, sh.bits);
+    for (Op op : {Op::kTuple, Op::kTupleEscAac, Op::kTupleEscMp3}) {
+      std::vector<Akl8u> noise(512);
+      for (auto& x : noise) x = static_cast<Akl8u>(rng());
+      const std::string what = std::to_string(sh.elements) + "x" + std::to_string(sh.bits) + " op " +
+                               std::to_string(static_cast<int>(op));
+      Compare(op, c.spec(), noise, 1, 3, 64, 13, what);
+    }
+  }
+}
+
+}  // namespace
