@@ -1032,7 +1032,8 @@ typedef struct {
  * Statuses, in check order: kStsNullPtr (including *ppBitStream and pIcsInfo);
  * kStsAacBitOffsetErr; kStsAacCommonWinErr; kStsAacSmpRateIdxErr; kStsAacPredSfbErr
  * (predSfbMax not 0); then from the data: kStsAacMaxSfbErr (maxSfb above numSwb),
- * kStsAacWinGrpErr (a handed-in grouping of more than 8 windows), kStsAacSectDataErr
+ * kStsAacWinGrpErr (a grouping, read or handed in, that is not 1..8 groups of 1..8
+ * windows adding up to exactly 8), kStsAacSectDataErr
  * (section lengths not adding up to maxSfb, an empty section, more than 120 sections),
  * kStsAacCodebookErr (12 or 13), kStsAacSfValErr, kStsAacPulseErr, kStsAacTnsOrderErr,
  * kStsAacGainCtrlErr, kStsAacCoefValErr (escape above 8191); kStsOk. */
@@ -1060,7 +1061,7 @@ AKLAC_API Status aklsNoiselessDecoder_LC_AAC(Akl8u** ppBitStream, Akl32s* pBitOf
  * Statuses, in check order: kStsNullPtr; kStsAacBitOffsetErr; kStsAacCommonWinErr;
  * kStsAacWinSeqErr; kStsAacLayerFlagErr; kStsAacAotErr; kStsAacMaxSfbErr;
  * kStsAacSmpRateIdxErr; then from the data as the LC decoder (kStsAacWinGrpErr also
- * for a main-layer grouping of more than 8 windows), plus kStsErr (a section
+ * for a main-layer grouping that is not 8 windows in 1..8 groups), plus kStsErr (a section
  * beyond the band table) and kStsAacPredSfbErr (main-profile flags with predSfbMax
  * above 41); kStsOk. */
 AKLAC_API Status aklsNoiselessDecode_AAC(Akl8u** ppBitStream, Akl32s* pBitOffset, void* pLayerInfo,

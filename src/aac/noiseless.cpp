@@ -301,18 +301,21 @@ Status ApplyPulses(const Pulses& pulses, const AklAACChanInfo& ci, Akl32s* spect
 }
 
 // The window layout a stream is decoded with, whether just read or handed in
-// with a common window, must fit the section record and the 1024-entry
-// spectrum: maxSfb 0..51, 1..8 groups of at most 8 windows in all.
+// with a common window or a scalable main header, must fit the section record
+// and cover the 1024-entry spectrum exactly: maxSfb 0..51 and, for eight short
+// windows, 1..8 groups of 1..8 windows that add up to exactly 8.  Each length
+// is bounded before it is added, so a caller's record cannot overflow the sum.
 Status CheckLayout(const Layout& lay) {
   if (static_cast<unsigned>(lay.max_sfb) > static_cast<unsigned>(kMaxSfbLong)) return kStsAacMaxSfbErr;
   if (lay.window_sequence != kEightShort) return kStsOk;
   if (lay.num_groups < 1 || lay.num_groups > 8) return kStsAacWinGrpErr;
   int windows = 0;
   for (int g = 0; g < lay.num_groups; ++g) {
-    if (lay.group_length[g] < 0) return kStsAacWinGrpErr;
-    windows += lay.group_length[g];
+    const Akl32s len = lay.group_length[g];
+    if (len < 1 || len > 8) return kStsAacWinGrpErr;
+    windows += len;
   }
-  return windows <= 8 ? kStsOk : kStsAacWinGrpErr;
+  return windows == 8 ? kStsOk : kStsAacWinGrpErr;
 }
 
 void SetWindowFields(AklAACChanInfo& ci, int window_sequence) {

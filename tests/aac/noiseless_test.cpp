@@ -3,6 +3,7 @@
 // decoders define; hostile input never reads outside the buffer.
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <cstring>
 #include <memory>
 #include <random>
@@ -538,6 +539,74 @@ TEST(NoiselessDecoder, ScalableLayerTakesWindowsFromTheMainHeader) {
   off = 0;
   EXPECT_EQ(aklsNoiselessDecode_AAC(&p, &off, &main, o.sf, o.spec, o.cb, o.tns, &o.info, 2, 2, 0, 1, 2),
             kStsAacWinGrpErr);
+}
+
+// Window groupings handed in by the caller (a common-window record, a
+// scalable main header) are refused unless they cover exactly eight windows
+// in 1..8 groups of 1..8: lengths that would overflow a sum, negative ones,
+// and groupings short of eight windows, which would leave part of the
+// spectrum unwritten.  Guard words around the spectrum stay untouched.
+TEST(NoiselessDecoder, HandedInWindowGroupings) {
+  enum class Via { kLcCommon, kGeneralCommon, kScalable };
+  struct Row {
+    Via via;
+    std::vector<Akl32s> groups;
+    Status want;
+  };
+  const Row rows[] = {
+      {Via::kLcCommon, {3, 5}, kStsOk},
+      {Via::kGeneralCommon, {1, 1, 1, 1, 1, 1, 1, 1}, kStsOk},
+      {Via::kScalable, {8}, kStsOk},
+      {Via::kLcCommon, {INT_MAX, INT_MAX, 3}, kStsAacWinGrpErr},
+      {Via::kGeneralCommon, {INT_MAX, INT_MAX, 3}, kStsAacWinGrpErr},
+      {Via::kScalable, {INT_MAX, INT_MAX, 3}, kStsAacWinGrpErr},
+      {Via::kLcCommon, {1}, kStsAacWinGrpErr},  // 128 of the 1024 values
+      {Via::kScalable, {3, 4}, kStsAacWinGrpErr},
+      {Via::kGeneralCommon, {-1, 9}, kStsAacWinGrpErr},
+      {Via::kScalable, {0, 8}, kStsAacWinGrpErr},
+      {Via::kLcCommon, {9, -1}, kStsAacWinGrpErr},
+      {Via::kScalable, {}, kStsAacWinGrpErr},
+      {Via::kGeneralCommon, {1, 1, 1, 1, 1, 1, 1, 1, 0}, kStsAacWinGrpErr},  // nine groups
+  };
+  for (const Row& r : rows) {
+    SCOPED_TRACE(::testing::PrintToString(r.groups));
+    AklAACMainHeader main{};
+    Outputs o;
+    o.ics.windowSequence = 2;
+    o.ics.maxSfb = 0;
+    o.ics.numWindowGroups = static_cast<Akl32s>(r.groups.size());
+    main.numWindowGroups = o.ics.numWindowGroups;
+    for (std::size_t g = 0; g < r.groups.size() && g < 8; ++g) {
+      o.ics.windowGroupLength[g] = r.groups[g];
+      main.windowGroupLength[g] = r.groups[g];
+    }
+    o.info.samplingFrequencyIndex = 4;
+    std::vector<Akl32s> guarded(1024 + 2 * 64, 0x5A5A5A5A);
+    Akl32s* spectrum = guarded.data() + 64;
+    std::vector<Akl8u> zeros(64, 0);
+    Akl8u* p = zeros.data();
+    Akl32s off = 0;
+    Status st;
+    switch (r.via) {
+      case Via::kLcCommon:
+        st = aklsNoiselessDecoder_LC_AAC(&p, &off, 1, &o.info, o.sf, spectrum, o.cb, o.tns);
+        break;
+      case Via::kGeneralCommon:
+        st = aklsNoiselessDecode_AAC(&p, &off, &o.ltp, o.sf, spectrum, o.cb, o.tns, &o.info, 0, 0, 1, 0, 2);
+        break;
+      default:
+        st = aklsNoiselessDecode_AAC(&p, &off, &main, o.sf, spectrum, o.cb, o.tns, &o.info, 2, 0, 0, 1, 2);
+        break;
+    }
+    EXPECT_EQ(st, r.want);
+    for (int i = 0; i < 64; ++i) {
+      ASSERT_EQ(guarded[static_cast<std::size_t>(i)], 0x5A5A5A5A) << "before the spectrum: " << i;
+      ASSERT_EQ(guarded[1024 + 64 + static_cast<std::size_t>(i)], 0x5A5A5A5A) << "after the spectrum: " << i;
+    }
+    if (r.want == kStsOk) {
+      for (int i = 0; i < 1024; ++i) ASSERT_EQ(spectrum[i], 0) << i;
+    }
+  }
 }
 
 // Hostile input: random bytes, or valid streams with flipped bits.  Any status
