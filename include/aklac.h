@@ -192,7 +192,9 @@ AKLAC_API Status aklsVLCDecodeInitAlloc_32s(const VlcCodeEntry* pInputTable, int
                                             const int* pSubTablesSizes, int numSubTables,
                                             aklsVLCDecodeSpec_32s** ppSpec);
 /* Clears the context's tag and releases the memory if InitAlloc obtained it.
- * A null pointer is ignored.  Also frees tuple contexts.
+ * A null pointer is ignored.  Also frees tuple contexts.  Memory that does
+ * not hold a built context at the aligned position (a context freed before,
+ * a pointer passed on at another offset) is neither written nor released.
  *   pSpec            in/out  decoding context (raw pointer), or null */
 AKLAC_API void aklsVLCDecodeFree_32s(aklsVLCDecodeSpec_32s* pSpec);
 
@@ -360,7 +362,9 @@ AKLAC_API Status aklsVLCEncodeInit_32s(const VlcCodeEntry* pInputTable, int inpu
  * Status: kStsNullPtr; kStsVLCDataErr; kStsMemAllocErr (*ppSpec unwritten). */
 AKLAC_API Status aklsVLCEncodeInitAlloc_32s(const VlcCodeEntry* pInputTable, int inputTableSize,
                                             aklsVLCEncodeSpec_32s** ppSpec);
-/* Clears the tag and releases the memory if InitAlloc obtained it.
+/* Clears the tag and releases the memory if InitAlloc obtained it.  Memory
+ * that does not hold a built context (freed before, a pointer passed on at
+ * another offset) is neither written nor released.
  *   pSpec            in/out  encoding context; null is ignored */
 AKLAC_API void aklsVLCEncodeFree_32s(aklsVLCEncodeSpec_32s* pSpec);
 /* Writes the code of one value at the cursor.
@@ -585,7 +589,9 @@ AKLAC_API Status aklsHuffmanDecodeSfb_MP3_1u32s(Akl8u** ppBitStream, Akl32s* pOf
  *   pSfbTableLong   in: 6 rows of 23 long band boundaries.
  *   pSfbTableShort  in: 6 rows of 14 short band boundaries (lines of one window).
  *   pMbpTable       in: 6 rows of 2: long bands of a mixed block (0..22; clamped), short-band
- *                   widths to add (region 0 then ends at most at short band 13).
+ *                   widths to add (0..39; clamped: region 0 then ends at most at short band 13).
+ * Caller tables are not trusted: whatever their values, region boundaries are
+ * clamped to 0..bigValues * 2 and the output stays inside its 576 lines.
  * Statuses, in this order: kStsNullPtr; kStsBadArgErr (offset above 7); kStsMP3FrameHeaderErr
  * (id above 1); kStsMP3SideInfoErr (bigValues * 2 above 576, blockType above 3,
  * windowSwitchingFlag above 1; window switching with block type 0); kStsMP3FrameHeaderErr
@@ -628,7 +634,10 @@ AKLAC_API Status aklsHuffmanDecodeSfbMbp_MP3_1u32s(Akl8u** ppBitStream, Akl32s* 
  * samplingFreqIndex above 2, mode or modeExtension above 3);
  * kStsMP3SideInfoErr (a stereo tool on and the channels' blockType or
  * mixedBlockFlag differ; blockType above 3 or mixedBlockFlag above 1);
- * kStsBadArgErr (a bound above 576); then, while converting (spectrum left
+ * kStsBadArgErr (a bound above 576); kStsBadArgErr (this granule's band rows
+ * unusable: long edges not rising from 0 or more to at most 576, short edges
+ * not rising by even widths from 0 or more to at most 192, or, for a mixed
+ * block, more than 9 long bands below line 36); then, while converting (spectrum left
  * partly converted): kStsMP3SideInfoErr (globalGain above 255,
  * scalefacScale or preflag above 1), kStsErr (subblockGain above 7 in a
  * short block, or a quantized magnitude above 8206). */
@@ -716,7 +725,8 @@ AKLAC_API Status aklsSynthesisFilterInitAlloc_PQMF_MP3_32f(AklsFilterState_PQMF_
 /* Releases a context built by InitAlloc (caller memory is left alone); the
  * tag is kept.
  *   pState in  the context
- * Statuses: kStsNullPtr; kStsContextMismatch (wrong tag, nothing released). */
+ * Statuses: kStsNullPtr; kStsContextMismatch (wrong tag, or a tag beside an
+ * owner flag other than 0/1 or a ring position outside 0..15: nothing released). */
 AKLAC_API Status aklsSynthesisFilterFree_PQMF_MP3_32f(AklsFilterState_PQMF_MP3_32f* pState);
 
 /* Polyphase synthesis of numSlots time slots on floats.
@@ -726,7 +736,8 @@ AKLAC_API Status aklsSynthesisFilterFree_PQMF_MP3_32f(AklsFilterState_PQMF_MP3_3
  *   pState    in/out  the context (history carried between calls)
  *   numSlots  in      number of 32-sample time slots, at least 1
  * Statuses: kStsNullPtr; kStsSizeErr (numSlots below 1);
- * kStsContextMismatch. */
+ * kStsContextMismatch (wrong tag, or fields no built context holds: an owner
+ * flag other than 0/1, a ring position outside 0..15). */
 AKLAC_API Status aklsSynthesisFilter_PQMF_MP3_32f(const Akl32f* pSrc, Akl32f* pDst,
                                                   AklsFilterState_PQMF_MP3_32f* pState, int numSlots);
 
@@ -1338,7 +1349,8 @@ typedef struct FIRBlockState_32f FIRBlockState_32f; /* block FIR history (tag 58
 /* Sizes for a forward float MDCT context (same rule as the inverse).
  *   len              in: 12, 36 or a power of two >= 32
  *   pSpecSize        out: bytes for aklsMDCTFwdInit_32f's pMemSpec
- *   pSpecBufferSize  out: bytes for its pMemInit scratch (0 for 12 and 36)
+ *   pSpecBufferSize  out: bytes for its pMemInit scratch (0 for 12 and 36, and for
+ *                    powers of two up to 4096, whose Init still wants a non-null pMemInit)
  *   pBufferSize      out: bytes for the work buffer of one transform
  * Statuses: kStsNullPtr (any pointer null, checked before the length),
  * kStsSizeErr (len not accepted), kStsOk. */
@@ -1364,7 +1376,9 @@ AKLAC_API Status aklsMDCTFwdGetSize_16s(int len, int* pSpecSize, int* pSpecBuffe
  *   ppSpec    out: the context's address (inside pMemSpec)
  *   len       in: 12, 36 or a power of two >= 32
  *   pMemSpec  in: at least the GetSize spec size, any alignment
- *   pMemInit  in: scratch of the GetSize spec-buffer size; may be null for 12 and 36
+ *   pMemInit  in: scratch of the GetSize spec-buffer size; may be null for 12 and 36.
+ *             Every power of two needs a non-null pointer, also when GetSize
+ *             reports 0 bytes for it (N up to 4096): nothing is then touched there
  * Statuses: kStsSizeErr (the length is checked first), kStsNullPtr, kStsOk. */
 AKLAC_API Status aklsMDCTFwdInit_32f(MDCTFwdSpec_32f** ppSpec, int len, Akl8u* pMemSpec, Akl8u* pMemInit);
 
@@ -1372,7 +1386,9 @@ AKLAC_API Status aklsMDCTFwdInit_32f(MDCTFwdSpec_32f** ppSpec, int len, Akl8u* p
  *   ppSpec    out: the context's address (inside pMemSpec)
  *   len       in: 12, 36 or a power of two >= 32
  *   pMemSpec  in: at least the GetSize spec size, any alignment
- *   pMemInit  in: scratch of the GetSize spec-buffer size; may be null for 12 and 36
+ *   pMemInit  in: scratch of the GetSize spec-buffer size; may be null for 12 and 36.
+ *             Every power of two needs a non-null pointer, also when GetSize
+ *             reports 0 bytes for it (N up to 4096): nothing is then touched there
  * Statuses: kStsSizeErr (the length is checked first), kStsNullPtr, kStsOk. */
 AKLAC_API Status aklsMDCTInvInit_32f(MDCTInvSpec_32f** ppSpec, int len, Akl8u* pMemSpec, Akl8u* pMemInit);
 
@@ -1477,7 +1493,9 @@ AKLAC_API Status aklsMDCTInv_32f_I(Akl32f* pSrcDst, const MDCTInvSpec_32f* pSpec
  *   pDst         out: N/2 coefficients, about 2 * X[k] * 2^-scaleFactor, rounded
  *                half to even and saturated to int16
  *   pSpec        in: forward 16-bit context
- *   scaleFactor  in: output scale exponent
+ *   scaleFactor  in: output scale exponent, any int: the output shift it gives
+ *                is formed without overflow and taken in -15..31, so values far
+ *                beyond the useful range saturate or give 0 alike
  *   pBuffer      in/out: work buffer as aklsMDCTFwd_32f, or null
  * Statuses: kStsNullPtr (pSpec), kStsContextMismatch, kStsNullPtr (pSrc, pDst),
  * kStsMemAllocErr, kStsOk. */
@@ -1489,6 +1507,8 @@ AKLAC_API Status aklsMDCTFwd_16s_Sfs(const Akl16s* pSrc, Akl16s* pDst, const MDC
  *   ppState  out: the new state
  *   order    in: number of taps, 1..32767 (only the low 16 bits are kept)
  *   len      in: block length in floats, 1..32767 (low 16 bits kept)
+ * Any positive int is accepted; one whose low 16 bits are not 1..32767 (up to
+ * 32764 for len) makes a state that aklsFIRBlockOne_32f refuses.
  * Statuses: kStsNullPtr, kStsFIRLenErr (order or len <= 0), kStsMemAllocErr, kStsOk. */
 AKLAC_API Status aklsFIRBlockInitAlloc_32f(FIRBlockState_32f** ppState, int order, int len);
 
@@ -1497,7 +1517,8 @@ AKLAC_API Status aklsFIRBlockInitAlloc_32f(FIRBlockState_32f** ppState, int orde
  *   pDst    out: len floats
  *   pState  in/out: the filter state
  *   pTaps   in: order weights, pTaps[0] for the newest block
- * Statuses: kStsNullPtr, kStsContextMismatch, kStsFIRLenErr (stored length or
+ * Statuses: kStsNullPtr, kStsContextMismatch (wrong tag, or a pointer off the
+ * state's alignment, as one passed on at an offset), kStsFIRLenErr (stored length or
  * order not positive, position out of range, or a length of 32765..32767
  * whose stride does not fit), then kStsMisalignedWarn (+2) if pSrc, pDst or pTaps is not 16-byte
  * aligned (the output is complete), else kStsOk. */

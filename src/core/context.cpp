@@ -1,6 +1,7 @@
 // Memory helpers and the process-attach routine.
 #include "core/context.hpp"
 
+#include <climits>
 #include <cstring>
 
 #include "aklcore.h"
@@ -29,6 +30,13 @@ int ProcessorFeatureFlag() { return g_processor_flag; }
 void* AllocBytes(int n) {
   if (n < 1) return nullptr;
   return g_malloc ? g_malloc(n) : aklMalloc(n);
+}
+
+void* AllocContextBytes(int n) {
+  if (n < 1 || n > INT_MAX - kContextTail) return nullptr;
+  void* p = AllocBytes(n + kContextTail);
+  if (p) std::memset(p, 0, static_cast<std::size_t>(n) + kContextTail);
+  return p;
 }
 
 Akl32s* AllocWords(int n) {

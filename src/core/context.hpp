@@ -75,6 +75,13 @@ inline Ctx* TaggedContext(void* raw, std::size_t align, ContextTag tag) {
 
 // Memory helpers.  All allocation of the library goes through these.
 void* AllocBytes(int n);       // null for n < 1 (allocator not called) or on failure
+// Memory for a context that InitAlloc hands out: n bytes followed by
+// kContextTail more, all zeroed.  A caller who passes the pointer on at +1..63
+// makes an operation align to a boundary up to 64 bytes further and read a
+// header of up to 64 bytes there (or, unaligned, a tag at most 83 bytes in):
+// that stays inside the block, and the zeros never form a tag.
+inline constexpr int kContextTail = 128;
+void* AllocContextBytes(int n);  // null for n < 1, n too large, or on failure
 Akl32s* AllocWords(int n);     // n 32-bit words; null for n < 1 or on failure
 void Release(void* p);         // aklFree; null ignored
 Status ZeroWords(Akl32s* p, int n);  // -8 for null, -6 for n < 1
@@ -85,7 +92,7 @@ Status ZeroWords(Akl32s* p, int n);  // -8 for null, -6 for n < 1
 // reported with *pp_raw already written, the caller then frees it.
 template <class Raw, class Build>
 inline Status InitAllocWith(int size, Raw** pp_raw, Build build) {
-  void* raw = AllocBytes(size);
+  void* raw = AllocContextBytes(size);
   if (!raw) return kStsMemAllocErr;
   *pp_raw = static_cast<Raw*>(raw);
   return build(static_cast<Raw*>(raw));
@@ -93,10 +100,14 @@ inline Status InitAllocWith(int size, Raw** pp_raw, Build build) {
 
 // Free of the VLC contexts: returns nothing, ignores null, clears the tag so
 // that later use of a stale context fails, and releases what InitAlloc got.
-template <class Ctx>
-inline void FreeClearingTag(void* raw, std::size_t align) {
+// Memory that `is_context` does not recognise (a context freed before, a
+// pointer passed on at another offset, foreign memory) is left alone: its
+// owner field means nothing, and releasing by it would free a wrong block.
+template <class Ctx, class IsContext>
+inline void FreeClearingTag(void* raw, std::size_t align, IsContext is_context) {
   if (!raw) return;
   Ctx* ctx = ContextAt<Ctx>(raw, align);
+  if (!is_context(*ctx)) return;
   ctx->tag = 0;
   if (ctx->ownedByLibrary == 1) Release(raw);
 }

@@ -297,16 +297,20 @@ Status aklsHuffmanDecodeSfbMbp_MP3_1u32s(Akl8u** ppBitStream, Akl32s* pOffset, A
     // that a bad caller table cannot index outside them.
     int long_bands = pMbpTable[row * 2];
     const int adds = pMbpTable[row * 2 + 1];
+    // The count of additions is bounded likewise (39 reach the last short
+    // band), and the sum is formed wide, so no table value can make the
+    // walk long or overflow; DecodeGranule clamps the result to the data.
     long_bands = long_bands < 0 ? 0 : Min(long_bands, kSfbLongRowLen - 1);
-    int b = longb[long_bands];
+    const int add_count = adds < 0 ? 0 : Min(adds, 3 * (kSfbShortRowLen - 1));
+    std::int64_t b = longb[long_bands];
     int k = 0;
     while (k < kSfbShortRowLen - 1 && shortb[k] * 3 <= b) ++k;
     if (k == 0) k = 1;
-    for (int j = 1; j <= adds; ++j) {
+    for (int j = 1; j <= add_count; ++j) {
       b += shortb[k] - shortb[k - 1];
       if (j % 3 == 2 && k < kSfbShortRowLen - 1) ++k;
     }
-    region1 = b;
+    region1 = static_cast<int>(b < 0 ? 0 : (b > kLines ? kLines : b));
   }
   return DecodeGranule(ppBitStream, pOffset, pDstIs, pDstNonZeroBound, si, hufSize, region1, region2);
 }

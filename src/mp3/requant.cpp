@@ -459,6 +459,22 @@ Status ReQuantizeKernel(std::int32_t* xr, int* bounds, const Akl8s* sf, const Ak
   return kStsOk;
 }
 
+// The caller's band rows must describe bands inside the granule that the
+// kernel can walk: long boundaries rising (or staying) from 0 or more to at
+// most 576; short boundaries (lines of one window) rising by even widths from
+// 0 or more to at most 192; and, when a mixed block is requantized, at most 9
+// long bands below line 36, so that its short bands' scale factors stay inside
+// the 39 entries of the channel's array.
+bool BandRowsUsable(const Akl16s* lon, const Akl16s* sho, bool mixed) {
+  if (lon[0] < 0 || lon[kSfbLongRowLen - 1] > 576) return false;
+  for (int b = 0; b + 1 < kSfbLongRowLen; ++b)
+    if (lon[b + 1] < lon[b]) return false;
+  if (sho[0] < 0 || sho[kSfbShortRowLen - 1] > 192) return false;
+  for (int b = 0; b + 1 < kSfbShortRowLen; ++b)
+    if (sho[b + 1] < sho[b] || ((sho[b + 1] - sho[b]) & 1) != 0) return false;
+  return !mixed || MixedLongBands(lon) <= 9;
+}
+
 }  // namespace
 
 Status aklsReQuantizeSfb_MP3_32s_I(Akl32s* pSrcDstIsXr, int* pNonZeroBound, const Akl8s* pScaleFactor,
@@ -482,6 +498,10 @@ Status aklsReQuantizeSfb_MP3_32s_I(Akl32s* pSrcDstIsXr, int* pNonZeroBound, cons
     if (Above(pNonZeroBound[ch], 576)) return kStsBadArgErr;
   }
   const int row = h.id * 3 + h.samplingFreqIndex;
+  bool mixed = false;
+  for (int ch = 0; ch < channels; ++ch) mixed = mixed || (pSideInfo[ch].blockType == 2 && pSideInfo[ch].mixedBlockFlag);
+  if (!BandRowsUsable(pSfbTableLong + kSfbLongRowLen * row, pSfbTableShort + kSfbShortRowLen * row, mixed))
+    return kStsBadArgErr;
   return ReQuantizeKernel(pSrcDstIsXr, pNonZeroBound, pScaleFactor, pSideInfo, pFrameHeader, pBuffer,
                           pSfbTableLong + kSfbLongRowLen * row, pSfbTableShort + kSfbShortRowLen * row, channels,
                           ms, is);

@@ -519,6 +519,17 @@ void BuildPqmfSynth(void* raw, int owned) {
   for (float& v : st->history) v = 0.0f;
 }
 
+// The state behind a caller's pointer, recognised by its tag and by fields
+// only a built state holds (owner flag 0 or 1, ring index 0..15); else null.
+// History values may be anything, so a pointer passed on into the history
+// can meet the tag's bit pattern there, but not with a usable ring index.
+PqmfSynthState* PqmfStateAt(void* raw) {
+  PqmfSynthState* st = ContextAt<PqmfSynthState>(raw, kContextAlign);
+  const bool built = st->tag == kTagSynthesisPqmfMp3 && static_cast<unsigned>(st->ownedByLibrary) <= 1u &&
+                     static_cast<unsigned>(st->offset) < static_cast<unsigned>(kSynthSlots);
+  return built ? st : nullptr;
+}
+
 }  // namespace
 
 Status aklsSynthesisFilterGetSize_PQMF_MP3_32f(int* pSize) {
@@ -542,6 +553,7 @@ Status aklsSynthesisFilterInitAlloc_PQMF_MP3_32f(AklsFilterState_PQMF_MP3_32f** 
 }
 
 Status aklsSynthesisFilterFree_PQMF_MP3_32f(AklsFilterState_PQMF_MP3_32f* pState) {
+  if (pState && !PqmfStateAt(pState)) return kStsContextMismatch;
   return FreeKeepingTag<PqmfSynthState>(pState, kContextAlign, kTagSynthesisPqmfMp3);
 }
 
@@ -549,7 +561,7 @@ Status aklsSynthesisFilter_PQMF_MP3_32f(const Akl32f* pSrc, Akl32f* pDst, AklsFi
                                         int numSlots) {
   if (!pSrc || !pDst || !pState) return kStsNullPtr;
   if (numSlots < 1) return kStsSizeErr;
-  PqmfSynthState* st = TaggedContext<PqmfSynthState>(static_cast<void*>(pState), kContextAlign, kTagSynthesisPqmfMp3);
+  PqmfSynthState* st = PqmfStateAt(pState);
   if (!st) return kStsContextMismatch;
   for (int t = 0; t < numSlots; ++t) SynthSlotFloat(pSrc + 32 * t, pDst + 32 * t, st->history, &st->offset);
   return kStsOk;

@@ -887,7 +887,9 @@ void Fft16Forward(const FFTSpec_C_16sc& spec, const Akl16sc* src, Akl16sc* dst, 
     }
     const FFTSpec_C_32fc* fs = ContextAt<FFTSpec_C_32fc>(spec.floatSpec, kTransformContextAlign);
     FftForward(*fs, f, f, reinterpret_cast<Akl8u*>(f + m));
-    const double scale = std::ldexp(1.0, -scale_factor);
+    // 2^-scale_factor; beyond +-200 every float result is 0 or saturated alike (and -INT_MIN is no int).
+    const std::int64_t e = -std::int64_t{scale_factor};
+    const double scale = std::ldexp(1.0, static_cast<int>(e < -200 ? -200 : (e > 200 ? 200 : e)));
     for (int i = 0; i < m; ++i) {
       dst[i].re = SatRoundFloat(static_cast<double>(f[i].re) * scale);
       dst[i].im = SatRoundFloat(static_cast<double>(f[i].im) * scale);
@@ -927,7 +929,8 @@ void Fft16Forward(const FFTSpec_C_16sc& spec, const Akl16sc* src, Akl16sc* dst, 
       }
     }
   }
-  const int down = up + spec.fwdShift + scale_factor;
+  // Any scale factor: the sum is formed wide and clamped to the shifts ShiftToS16 uses.
+  const int down = ClampShift(std::int64_t{up} + spec.fwdShift + scale_factor);
   for (int i = 0; i < m; ++i) {
     dst[i].re = ShiftToS16(w[2 * i], down);
     dst[i].im = ShiftToS16(w[2 * i + 1], down);

@@ -249,6 +249,10 @@ inline constexpr std::uint32_t ReverseBits(std::uint32_t v, int bits) {
 
 // int32 to int16 with shift f: f > 0 (capped at 31) rounds half to even,
 // f < 0 (floored at -15) shifts left, both saturate.
+// A shift formed from a caller's scale factor, in 64 bits, brought to the
+// range ShiftToS16 distinguishes (-15..31); nothing beyond it changes a result.
+inline int ClampShift(std::int64_t f) { return static_cast<int>(f < -15 ? -15 : (f > 31 ? 31 : f)); }
+
 inline Akl16s ShiftToS16(Akl32s v, int f) {
   if (f > 0) {
     if (f > 31) f = 31;

@@ -23,16 +23,28 @@ constexpr Akl32s kTagFirBlock = 58;
 
 bool Aligned16(const void* p) { return (reinterpret_cast<std::uintptr_t>(p) & 15u) == 0; }
 
+// A state is where InitAlloc put it, on the allocator's boundary; a pointer
+// off the struct's alignment (one passed on at an offset) cannot be one and
+// is refused like a wrong tag, without reading it as a state.  A pointer on
+// the alignment but inside another block reads zeros or other fields there
+// (the block has a zeroed tail), never the tag.
+bool IsFirState(const FIRBlockState_32f* p) {
+  if (reinterpret_cast<std::uintptr_t>(p) % alignof(FIRBlockState_32f) != 0) return false;
+  return p->tag == kTagFirBlock;
+}
+
 }  // namespace
 
 Status aklsFIRBlockInitAlloc_32f(FIRBlockState_32f** ppState, int order, int len) {
   if (!ppState) return kStsNullPtr;
   if (order <= 0 || len <= 0) return kStsFIRLenErr;
-  auto* st = static_cast<FIRBlockState_32f*>(AllocBytes(static_cast<int>(sizeof(FIRBlockState_32f))));
+  auto* st = static_cast<FIRBlockState_32f*>(AllocContextBytes(static_cast<int>(sizeof(FIRBlockState_32f))));
   if (!st) return kStsMemAllocErr;
+  // Only the low 16 bits of order and len are kept; the stride is rounded up
+  // from the kept length, so no argument value can overflow the arithmetic.
   st->order = static_cast<Akl16s>(order);
   st->len = static_cast<Akl16s>(len);
-  st->stride = static_cast<Akl16s>((len + 3) & ~3);
+  st->stride = static_cast<Akl16s>((static_cast<int>(st->len) + 3) & ~3);
   st->tag = kTagFirBlock;
   st->position = 0;
   // The history is sized from the stored 16-bit fields, which the filter uses.
@@ -51,7 +63,7 @@ Status aklsFIRBlockInitAlloc_32f(FIRBlockState_32f** ppState, int order, int len
 
 Status aklsFIRBlockOne_32f(const Akl32f* pSrc, Akl32f* pDst, FIRBlockState_32f* pState, const Akl32f* pTaps) {
   if (!pSrc || !pDst || !pState || !pTaps) return kStsNullPtr;
-  if (pState->tag != kTagFirBlock) return kStsContextMismatch;
+  if (!IsFirState(pState)) return kStsContextMismatch;
   const int len = pState->len, order = pState->order, stride = pState->stride;
   if (len <= 0 || order <= 0 || pState->position < 0 || pState->position >= order) return kStsFIRLenErr;
   // A length of 32765..32767 rounds to a stride of 32768, which int16 cannot
@@ -75,7 +87,7 @@ Status aklsFIRBlockOne_32f(const Akl32f* pSrc, Akl32f* pDst, FIRBlockState_32f* 
 
 Status aklsFIRBlockFree_32f(FIRBlockState_32f* pState) {
   if (!pState) return kStsNullPtr;
-  if (pState->tag != kTagFirBlock) return kStsContextMismatch;
+  if (!IsFirState(pState)) return kStsContextMismatch;
   Release(pState->history);
   Release(pState);
   return kStsOk;

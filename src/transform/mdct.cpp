@@ -174,7 +174,7 @@ Status InitFloat(ContextTag tag, MdctSpec** ppSpec, int len, Akl8u* pMemSpec, Ak
 Status InitAllocFloat(ContextTag tag, MdctSpec** ppSpec, int len) {
   if (!ppSpec) return kStsNullPtr;
   if (!IsFloatLen(len)) return kStsSizeErr;
-  MdctSpec* s = static_cast<MdctSpec*>(AllocBytes(static_cast<int>(sizeof(MdctSpec))));
+  MdctSpec* s = static_cast<MdctSpec*>(AllocContextBytes(static_cast<int>(sizeof(MdctSpec))));
   if (!s) return kStsMemAllocErr;
   std::memset(s, 0, sizeof(*s));
   s->tag = tag;
@@ -567,7 +567,7 @@ void MdctFwd16Kernel(const MdctSpec& spec, const Akl16s* x, Akl16s* y, int scale
     out[2 * k] = cs * z[k].re + sn * z[k].im;
     out[n / 2 - 1 - 2 * k] = sn * z[k].re - cs * z[k].im;
   }
-  const int f = scale_factor - spec.order + 10 + s;
+  const int f = ClampShift(std::int64_t{scale_factor} - spec.order + 10 + s);  // any int scale factor
   for (int k = 0; k < n / 2; ++k) y[k] = ShiftToS16(out[k], f);
 }
 
@@ -635,7 +635,7 @@ Status aklsMDCTFwdInitAlloc_16s(MDCTFwdSpec_16s** ppSpec, int len) {
   if (!ppSpec) return kStsNullPtr;
   if (!IsPow2Len(len)) return kStsSizeErr;
   // Header and Q14 table in one block: 40 bytes, padding to 64, N bytes.
-  Akl8u* block = static_cast<Akl8u*>(AllocBytes(len + 104));
+  Akl8u* block = static_cast<Akl8u*>(AllocContextBytes(len + 104));
   if (!block) return kStsMemAllocErr;
   MdctSpec* s = ContextAt<MdctSpec>(block, kTransformContextAlign);
   std::memset(s, 0, sizeof(*s));

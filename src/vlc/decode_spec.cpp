@@ -246,7 +246,8 @@ Status aklsVLCDecodeInitAlloc_32s(const VlcCodeEntry* pInputTable, int inputTabl
 }
 
 void aklsVLCDecodeFree_32s(aklsVLCDecodeSpec_32s* pSpec) {
-  FreeClearingTag<DecodeSpec>(static_cast<void*>(pSpec), kVlcContextAlign);
+  FreeClearingTag<DecodeSpec>(static_cast<void*>(pSpec), kVlcContextAlign,
+                              [](const DecodeSpec& c) { return IsDecodeContext(c); });
 }
 
 // Tuple forms: the shape arguments are reported before a table fault,

@@ -201,7 +201,8 @@ Status aklsVLCEncodeInitAlloc_32s(const VlcCodeEntry* pInputTable, int inputTabl
 }
 
 void aklsVLCEncodeFree_32s(aklsVLCEncodeSpec_32s* pSpec) {
-  FreeClearingTag<EncodeSpec>(static_cast<void*>(pSpec), kVlcContextAlign);
+  FreeClearingTag<EncodeSpec>(static_cast<void*>(pSpec), kVlcContextAlign,
+                              [](const EncodeSpec& c) { return IsEncodeContext(c); });
 }
 
 // The plain encoders check the offset with the tag (one status for both),
@@ -210,7 +211,7 @@ Status aklsVLCEncodeOne_16s1u(Akl16s value, Akl8u** ppBitStream, int* pBitOffset
                               const aklsVLCEncodeSpec_32s* pSpec) {
   if (!ppBitStream || !*ppBitStream || !pBitOffset || !pSpec) return kStsNullPtr;
   const EncodeSpec& s = *EncodeSpecAt(pSpec);
-  if (BadOffset(*pBitOffset) || s.tag != kTagVlcEncode) return kStsVLCDataErr;
+  if (BadOffset(*pBitOffset) || !IsEncodeContext(s)) return kStsVLCDataErr;
   const CodeTable ct(s);
   WordWriter w(*ppBitStream, *pBitOffset);
   w.Put(ct.Code(value), ct.Length(value));
@@ -222,7 +223,7 @@ Status aklsVLCEncodeBlock_16s1u(const Akl16s* pSrc, int len, Akl8u** ppBitStream
                                 const aklsVLCEncodeSpec_32s* pSpec) {
   if (!pSrc || !ppBitStream || !*ppBitStream || !pBitOffset || !pSpec) return kStsNullPtr;
   const EncodeSpec& s = *EncodeSpecAt(pSpec);
-  if (BadOffset(*pBitOffset) || s.tag != kTagVlcEncode) return kStsVLCDataErr;
+  if (BadOffset(*pBitOffset) || !IsEncodeContext(s)) return kStsVLCDataErr;
   if (len < 1) return kStsOk;
   const CodeTable ct(s);
   WordWriter w(*ppBitStream, *pBitOffset);
@@ -236,7 +237,7 @@ Status aklsVLCEncodeEscBlock_AAC_16s1u(const Akl16s* pSrc, int len, Akl8u** ppBi
   if (!pSrc || !ppBitStream || !*ppBitStream || !pBitOffset || !pSpec) return kStsNullPtr;
   if (BadOffset(*pBitOffset)) return kStsBitOffsetErr;
   const EncodeSpec& s = *EncodeSpecAt(pSpec);
-  if (s.tag != kTagVlcEncode) return kStsContextMismatch;
+  if (!IsEncodeContext(s)) return kStsContextMismatch;
   const int pairs = len / 2;
   if (pairs < 1) return kStsOk;
   if (!AacValuesInRange(pSrc, 2 * pairs)) return kStsVLCEscValueErr;
@@ -252,7 +253,7 @@ Status aklsVLCEncodeEscBlock_MP3_16s1u(const Akl16s* pSrc, int len, int linbits,
   if (BadOffset(*pBitOffset)) return kStsBitOffsetErr;
   if (BadLinbits(linbits)) return kStsVLCLinbitsErr;
   const EncodeSpec& s = *EncodeSpecAt(pSpec);
-  if (s.tag != kTagVlcEncode) return kStsContextMismatch;
+  if (!IsEncodeContext(s)) return kStsContextMismatch;
   const int pairs = len / 2;
   if (pairs < 1) return kStsOk;
   if (!Mp3ValuesInRange(pSrc, 2 * pairs, linbits)) return kStsVLCEscValueErr;
@@ -266,7 +267,7 @@ Status aklsVLCCountBits_16s32s(const Akl16s* pSrc, int len, int* pCountBits, con
   if (!pSrc || !pCountBits || !pSpec) return kStsNullPtr;
   if (len < 1) return kStsVLCDataErr;
   const EncodeSpec& s = *EncodeSpecAt(pSpec);
-  if (s.tag != kTagVlcEncode) return kStsVLCDataErr;
+  if (!IsEncodeContext(s)) return kStsVLCDataErr;
   const CodeTable ct(s);
   std::int64_t bits = 0;
   for (int i = 0; i < len; ++i) bits += ct.Length(pSrc[i]);
@@ -278,7 +279,7 @@ Status aklsVLCCountEscBits_AAC_16s32s(const Akl16s* pSrc, int len, int* pCountBi
                                       const aklsVLCEncodeSpec_32s* pSpec) {
   if (!pSrc || !pCountBits || !pSpec) return kStsNullPtr;
   const EncodeSpec& s = *EncodeSpecAt(pSpec);
-  if (s.tag != kTagVlcEncode) return kStsContextMismatch;
+  if (!IsEncodeContext(s)) return kStsContextMismatch;
   const int pairs = len > 1 ? len / 2 : 0;
   if (!AacValuesInRange(pSrc, 2 * pairs)) return kStsVLCEscValueErr;
   BitCounter counter;
@@ -292,7 +293,7 @@ Status aklsVLCCountEscBits_MP3_16s32s(const Akl16s* pSrc, int len, int linbits, 
   if (!pSrc || !pCountBits || !pSpec) return kStsNullPtr;
   if (BadLinbits(linbits)) return kStsVLCLinbitsErr;
   const EncodeSpec& s = *EncodeSpecAt(pSpec);
-  if (s.tag != kTagVlcEncode) return kStsContextMismatch;
+  if (!IsEncodeContext(s)) return kStsContextMismatch;
   const int pairs = len > 1 ? len / 2 : 0;
   if (!Mp3ValuesInRange(pSrc, 2 * pairs, linbits)) return kStsVLCEscValueErr;
   BitCounter counter;

@@ -236,6 +236,18 @@ inline constexpr std::uint32_t LowMask(int n) {
   return static_cast<std::uint32_t>((std::uint64_t{1} << n) - 1);
 }
 
+// A context is recognised by its tag and by its table pointer, which Init and
+// InitAlloc always set to 64 bytes after the context's own start: a pointer
+// passed on at another offset, or memory that merely holds the tag's value,
+// fails the test before any other field is trusted.
+inline bool IsDecodeContext(const DecodeSpec& s) {
+  return s.tag == kTagVlcDecode && s.table == reinterpret_cast<const char*>(&s) + kDecodeTableOffset;
+}
+inline bool IsEncodeContext(const EncodeSpec& s) {
+  return s.tag == kTagVlcEncode &&
+         reinterpret_cast<const char*>(s.table) == reinterpret_cast<const char*>(&s) + kEncodeTableOffset;
+}
+
 // The decoding context behind a caller's raw pointer.
 inline const DecodeSpec* DecodeSpecAt(const aklsVLCDecodeSpec_32s* raw) {
   return ContextAt<DecodeSpec>(static_cast<const void*>(raw), kVlcContextAlign);

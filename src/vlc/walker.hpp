@@ -110,7 +110,7 @@ inline Status CheckDecodeArgs(Akl8u** ppBitStream, const int* pBitOffset, const 
   const bool plain = form == ArgForm::kPlain;
   if (static_cast<unsigned>(*pBitOffset) > 7u) return plain ? kStsVLCDataErr : kStsBitOffsetErr;
   const DecodeSpec* s = DecodeSpecAt(pSpec);
-  if (s->tag != kTagVlcDecode) return plain ? kStsVLCDataErr : kStsContextMismatch;
+  if (!IsDecodeContext(*s)) return plain ? kStsVLCDataErr : kStsContextMismatch;
   *spec = s;
   return kStsOk;
 }

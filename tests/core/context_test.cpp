@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <cstdint>
+#include <cstring>
 #include <vector>
 
 #include "core/context.hpp"
@@ -16,6 +18,8 @@ struct TestSpec {
   Akl32s payload[6];
 };
 constexpr akl::ContextTag kTestTag = akl::kTagSynthesisDts;
+
+bool IsTestSpec(const TestSpec& s) { return s.tag == kTestTag; }
 
 void Build(void* raw, std::size_t align, int owned) {
   TestSpec* s = akl::ContextAt<TestSpec>(raw, align);
@@ -58,10 +62,15 @@ TEST(Context, FreeClearingTagOnCallerMemory) {
   void* raw = mem + 1;
   Build(raw, 64, 0);
   const int live = akl::test::LiveAllocations();
-  akl::FreeClearingTag<TestSpec>(raw, 64);
+  akl::FreeClearingTag<TestSpec>(raw, 64, IsTestSpec);
   EXPECT_EQ(akl::test::LiveAllocations(), live);
   EXPECT_EQ(akl::TaggedContext<TestSpec>(static_cast<const void*>(raw), 64, kTestTag), nullptr);
-  akl::FreeClearingTag<TestSpec>(nullptr, 64);  // harmless
+  akl::FreeClearingTag<TestSpec>(nullptr, 64, IsTestSpec);  // harmless
+  // Memory it does not recognise (here the context freed above, whose owner
+  // field says 1) is neither written nor released.
+  akl::ContextAt<TestSpec>(raw, 64)->ownedByLibrary = 1;
+  akl::FreeClearingTag<TestSpec>(raw, 64, IsTestSpec);
+  EXPECT_EQ(akl::test::LiveAllocations(), live);
 }
 
 TEST(Context, FreeKeepingTagForms) {
@@ -87,12 +96,36 @@ TEST(Context, InitAllocOwnsAndFrees) {
               kStsOk);
     EXPECT_EQ(akl::test::LiveAllocations(), live + 1);
     if (align == 64) {
-      akl::FreeClearingTag<TestSpec>(raw, align);
+      akl::FreeClearingTag<TestSpec>(raw, align, IsTestSpec);
     } else {
       EXPECT_EQ(akl::FreeKeepingTag<TestSpec>(raw, align, kTestTag), kStsOk);
     }
     EXPECT_EQ(akl::test::LiveAllocations(), live);
   }
+}
+
+// A context from InitAlloc passed on at +1..63: the operation aligns up to 64
+// bytes further and reads a header there; the block's zeroed tail holds it.
+TEST(Context, InitAllocBlockHasAZeroTailForMisplacedPointers) {
+  for (int size : {24, 40, 64, 200}) {
+    void* raw = nullptr;
+    ASSERT_EQ(akl::InitAllocWith(size, &raw, [&](void* r) {
+                std::memset(r, 0xAB, static_cast<std::size_t>(size));
+                return kStsOk;
+              }),
+              kStsOk);
+    const auto* bytes = static_cast<const unsigned char*>(raw);
+    for (int i = size; i < size + akl::kContextTail; ++i) ASSERT_EQ(bytes[i], 0) << size << " " << i;
+    for (std::size_t off = 1; off < 64; ++off) {
+      for (std::size_t align : {16u, 64u}) {
+        const auto* at = akl::ContextAt<TestSpec>(static_cast<const void*>(bytes + off), align);
+        EXPECT_LE(reinterpret_cast<const unsigned char*>(at) + 64, bytes + size + akl::kContextTail);
+      }
+    }
+    akl::Release(raw);
+  }
+  EXPECT_EQ(akl::AllocContextBytes(0), nullptr);
+  EXPECT_EQ(akl::AllocContextBytes(INT_MAX - akl::kContextTail + 1), nullptr);
 }
 
 TEST(Context, InitAllocFailureLeavesPointerUnwritten) {

@@ -490,6 +490,54 @@ TEST(HuffmanDecode, WindowSwitchedRegionBoundaries) {
   }
 }
 
+// Hostile caller tables: band boundaries negative, decreasing or beyond the
+// granule, partition counts at the int16 extremes.  Every form returns in
+// bounded time with the output inside its 576 lines (a heap block of exactly
+// that size) and the cursor hufSize bits on, as for any region split.
+TEST(HuffmanDecode, HostileBandTablesStayInsideTheGranule) {
+  std::mt19937 rng(akl::test::TestSeed());
+  const Akl16s extremes[] = {-32768, -1, 0, 1, 22, 36, 191, 192, 575, 576, 577, 32767};
+  for (int iter = 0; iter < 400; ++iter) {
+    SCOPED_TRACE(iter);
+    Granule g;
+    g.h.id = static_cast<Akl32s>(rng() % 2);
+    g.h.layer = 1;
+    g.h.samplingFreqIndex = static_cast<Akl32s>(rng() % 3);
+    g.si.windowSwitchingFlag = static_cast<Akl32s>(rng() % 2);
+    g.si.blockType = g.si.windowSwitchingFlag ? 1 + static_cast<Akl32s>(rng() % 3) : 0;
+    g.si.mixedBlockFlag = static_cast<Akl32s>(rng() % 2);
+    g.si.region0Count = static_cast<Akl32s>(rng() % 16);
+    g.si.region1Count = static_cast<Akl32s>(rng() % (21 - g.si.region0Count));
+    for (auto& t : g.si.tableSelect) t = static_cast<Akl32s>(rng() % 32);
+    g.si.bigValues = static_cast<Akl32s>(rng() % 289);
+    g.start = 3;
+    g.buf.assign(1200, 0);
+    for (auto& b : g.buf) b = static_cast<std::uint8_t>(rng());
+    g.hufSize = static_cast<int>(rng() % 4000);
+    g.si.part23Length = g.hufSize;
+    std::vector<Akl16s> longb(6 * 23), shortb(6 * 14), mbp(6 * 2);
+    for (auto* t : {&longb, &shortb, &mbp})
+      for (auto& v : *t) v = rng() % 3 == 0 ? extremes[rng() % 12] : static_cast<Akl16s>(rng());
+    std::vector<Akl32s> out(576);  // exactly the contract's output
+    Akl32s bound = -1;
+    for (int form = 0; form < 2; ++form) {
+      Akl8u* p = g.buf.data();
+      Akl32s off = 3;
+      const Status st =
+          form == 0 ? aklsHuffmanDecodeSfb_MP3_1u32s(&p, &off, out.data(), &bound, &g.si, &g.h, g.hufSize, longb.data())
+                    : aklsHuffmanDecodeSfbMbp_MP3_1u32s(&p, &off, out.data(), &bound, &g.si, &g.h, g.hufSize,
+                                                        longb.data(), shortb.data(), mbp.data());
+      ASSERT_TRUE(st == kStsOk || st == kStsErr || st == kStsMP3SideInfoErr) << st;
+      if (st == kStsOk) {
+        EXPECT_EQ(static_cast<std::size_t>(p - g.buf.data()) * 8 + static_cast<std::size_t>(off),
+                  3 + static_cast<std::size_t>(g.hufSize));
+        EXPECT_GE(bound, 0);
+        EXPECT_LE(bound, 576);
+      }
+    }
+  }
+}
+
 // ---- argument checks ------------------------------------------------------
 
 struct CheckRow {

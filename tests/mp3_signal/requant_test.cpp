@@ -345,3 +345,57 @@ TEST(ReQuantize, SfbFormReadsTheCallersRow) {
 }
 
 }  // namespace
+
+namespace {
+
+// Caller band rows that would take the kernel outside the granule, its work
+// buffer or the scale-factor arrays are refused with kStsBadArgErr, after the
+// specified checks and before anything is written.
+TEST(ReQuantize, HostileBandTablesAreRefused) {
+  struct Row {
+    const char* what;
+    int block_type, mixed;
+    void (*edit)(Akl16s* lon, Akl16s* sho);  // this granule's rows
+    Status expected;
+  };
+  const Row rows[] = {
+      {"library rows, long", 0, 0, [](Akl16s*, Akl16s*) {}, kStsOk},
+      {"library rows, mixed", 2, 1, [](Akl16s*, Akl16s*) {}, kStsOk},
+      {"all zero rows", 0, 0, [](Akl16s* l, Akl16s* s) { std::fill(l, l + 23, 0); std::fill(s, s + 14, 0); }, kStsOk},
+      {"negative first long edge", 0, 0, [](Akl16s* l, Akl16s*) { l[0] = -4; }, kStsBadArgErr},
+      {"decreasing long edges", 0, 0, [](Akl16s* l, Akl16s*) { l[5] = 2; }, kStsBadArgErr},
+      {"long row past 576", 0, 0, [](Akl16s* l, Akl16s*) { l[22] = 580; }, kStsBadArgErr},
+      {"long row at 32767", 0, 0, [](Akl16s* l, Akl16s*) { for (int b = 12; b < 23; ++b) l[b] = 32767; }, kStsBadArgErr},
+      {"short row past 192", 2, 0, [](Akl16s*, Akl16s* s) { s[13] = 194; }, kStsBadArgErr},
+      {"odd short width", 2, 0, [](Akl16s*, Akl16s* s) { s[13] = 191; }, kStsBadArgErr},
+      {"negative short edge", 2, 0, [](Akl16s*, Akl16s* s) { s[0] = -2; }, kStsBadArgErr},
+      {"decreasing short edges", 0, 0, [](Akl16s*, Akl16s* s) { s[7] = 0; }, kStsBadArgErr},
+      {"mixed with 22 long bands below 36", 2, 1, [](Akl16s* l, Akl16s*) { std::fill(l, l + 22, 0); l[22] = 576; },
+       kStsBadArgErr},
+      {"22 long bands below 36, not mixed", 2, 0, [](Akl16s* l, Akl16s*) { std::fill(l, l + 22, 0); l[22] = 576; },
+       kStsOk},
+  };
+  for (const Row& r : rows) {
+    SCOPED_TRACE(r.what);
+    Granule g(1, 3, 0);  // MPEG-1 mono: row 3
+    g.si[0].blockType = r.block_type;
+    g.si[0].mixedBlockFlag = r.mixed;
+    g.si[0].globalGain = 180;
+    for (int i = 0; i < 576; ++i) g.xr[static_cast<std::size_t>(i)] = (i * 5) % 9 - 4;
+    for (int i = 0; i < 39; ++i) g.sf[static_cast<std::size_t>(i)] = static_cast<Akl8s>(i % 4);
+    g.bound[0] = 576;
+    Akl16s lon[6][23], sho[6][14];
+    std::memcpy(lon, akl::mp3::kSfbLong, sizeof lon);
+    std::memcpy(sho, akl::mp3::kSfbShort, sizeof sho);
+    r.edit(lon[3], sho[3]);
+    const auto before = g.xr;
+    const Status st = aklsReQuantizeSfb_MP3_32s_I(g.xr.data(), g.bound, g.sf.data(), g.si, &g.hdr, g.work.data(),
+                                                  &lon[0][0], &sho[0][0]);
+    EXPECT_EQ(st, r.expected);
+    if (st != kStsOk) {
+      EXPECT_EQ(g.xr, before);
+    }
+  }
+}
+
+}  // namespace

@@ -2,6 +2,8 @@
 // misalignment warning, statuses and allocation failures.
 #include <gtest/gtest.h>
 
+#include <climits>
+
 #include <random>
 #include <vector>
 
@@ -85,7 +87,9 @@ TEST(FirBlock, Statuses) {
   EXPECT_EQ(aklsFIRBlockOne_32f(nullptr, dst.v, st, taps.v), kStsNullPtr);
   EXPECT_EQ(aklsFIRBlockOne_32f(src.v, dst.v, nullptr, taps.v), kStsNullPtr);
   EXPECT_EQ(aklsFIRBlockFree_32f(st), kStsOk);
-  for (int len : {40000, 32767, 65536}) {
+  // Any positive int: INT_MAX keeps 0xFFFF (-1 as int16); the stride is
+  // rounded from the kept value, so nothing overflows.
+  for (int len : {40000, 32767, 65536, INT_MAX}) {
     SCOPED_TRACE(len);
     ASSERT_EQ(aklsFIRBlockInitAlloc_32f(&st, 1, len), kStsOk);
     dst.v[0] = 9.0f;
@@ -93,6 +97,21 @@ TEST(FirBlock, Statuses) {
     EXPECT_EQ(dst.v[0], 9.0f);
     EXPECT_EQ(aklsFIRBlockFree_32f(st), kStsOk);
   }
+  for (int order : {INT_MAX, 65540}) {  // kept as -1 and 4
+    SCOPED_TRACE(order);
+    ASSERT_EQ(aklsFIRBlockInitAlloc_32f(&st, order, 4), kStsOk);
+    EXPECT_EQ(aklsFIRBlockOne_32f(src.v, dst.v, st, taps.v), order == INT_MAX ? kStsFIRLenErr : kStsOk);
+    EXPECT_EQ(aklsFIRBlockFree_32f(st), kStsOk);
+  }
+  // The state passed on at +1..63 is refused and not released.
+  ASSERT_EQ(aklsFIRBlockInitAlloc_32f(&st, 3, 4), kStsOk);
+  for (int k = 1; k < 64; ++k) {
+    auto* moved = reinterpret_cast<FIRBlockState_32f*>(reinterpret_cast<Akl8u*>(st) + k);
+    EXPECT_EQ(aklsFIRBlockOne_32f(src.v, dst.v, moved, taps.v), kStsContextMismatch) << k;
+    EXPECT_EQ(aklsFIRBlockFree_32f(moved), kStsContextMismatch) << k;
+  }
+  EXPECT_EQ(aklsFIRBlockFree_32f(st), kStsOk);
+  EXPECT_EQ(aklsFIRBlockInitAlloc_32f(&st, 3, INT_MIN), kStsFIRLenErr);
   EXPECT_EQ(aklsFIRBlockFree_32f(nullptr), kStsNullPtr);
   Akl32s fake[8] = {};  // a state whose tag is not 58
   auto* bad = reinterpret_cast<FIRBlockState_32f*>(fake);

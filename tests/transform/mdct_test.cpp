@@ -3,6 +3,8 @@
 // context life cycle and allocation failures.
 #include <gtest/gtest.h>
 
+#include <climits>
+
 #include <cmath>
 #include <cstdio>
 #include <limits>
@@ -366,6 +368,71 @@ TEST(Mdct, NanAndInfinityDoNotCrash) {
     EXPECT_EQ(aklsMDCTInv_32f(x.data(), y.data(), inv, nullptr), kStsOk);
     aklsMDCTFwdFree_32f(fwd);
     aklsMDCTInvFree_32f(inv);
+  }
+}
+
+}  // namespace
+
+namespace {
+
+// The scale factor may be any int: the output shift is formed without
+// overflow and clamped, so beyond the clamp every value gives the same result.
+TEST(Mdct16, ExtremeScaleFactors) {
+  MDCTFwdSpec_16s* spec = nullptr;
+  ASSERT_EQ(aklsMDCTFwdInitAlloc_16s(&spec, 64), kStsOk);
+  std::vector<Akl16s> x(64);
+  for (int t = 0; t < 64; ++t) x[static_cast<std::size_t>(t)] = static_cast<Akl16s>((t * 7919) % 30001 - 15000);
+  auto run = [&](int sf) {
+    std::vector<Akl16s> y(32, 77);
+    EXPECT_EQ(aklsMDCTFwd_16s_Sfs(x.data(), y.data(), spec, sf, nullptr), kStsOk) << sf;
+    return y;
+  };
+  const struct {
+    int sf, same_as;
+  } rows[] = {{INT_MIN, -1000}, {INT_MIN + 1, -1000}, {-40, -1000}, {INT_MAX, 1000}, {INT_MAX - 1, 1000}, {60, 1000}};
+  for (const auto& r : rows) EXPECT_EQ(run(r.sf), run(r.same_as)) << r.sf;
+  for (Akl16s v : run(INT_MAX)) EXPECT_EQ(v, 0);
+  for (Akl16s v : run(INT_MIN)) EXPECT_TRUE(v == 32767 || v == -32768 || v == 0);
+  EXPECT_EQ(aklsMDCTFwdFree_16s(spec), kStsOk);
+}
+
+// A context from InitAlloc passed on at +1..63 is refused with the tag status
+// by every operation that takes it, and nothing is read outside its block.
+TEST(Mdct, InitAllocContextsPassedOnAtEveryOffset) {
+  for (int n : {12, 32, 64}) {
+    SCOPED_TRACE(n);
+    MDCTFwdSpec_32f* fwd = nullptr;
+    MDCTInvSpec_32f* inv = nullptr;
+    MDCTFwdSpec_16s* f16 = nullptr;
+    ASSERT_EQ(aklsMDCTFwdInitAlloc_32f(&fwd, n), kStsOk);
+    ASSERT_EQ(aklsMDCTInvInitAlloc_32f(&inv, n), kStsOk);
+    if (n != 12) {
+      ASSERT_EQ(aklsMDCTFwdInitAlloc_16s(&f16, n), kStsOk);
+    }
+    std::vector<float> x(static_cast<std::size_t>(n), 1.0f), y(x);
+    std::vector<Akl16s> xs(static_cast<std::size_t>(n), 5), ys(xs);
+    for (int k = 1; k < 64; ++k) {
+      auto* f = reinterpret_cast<MDCTFwdSpec_32f*>(reinterpret_cast<Akl8u*>(fwd) + k);
+      auto* i = reinterpret_cast<MDCTInvSpec_32f*>(reinterpret_cast<Akl8u*>(inv) + k);
+      int size = -1;
+      EXPECT_EQ(aklsMDCTFwdGetBufSize_32f(f, &size), kStsContextMismatch) << k;
+      EXPECT_EQ(aklsMDCTInvGetBufSize_32f(i, &size), kStsContextMismatch) << k;
+      EXPECT_EQ(aklsMDCTFwd_32f(x.data(), y.data(), f, nullptr), kStsContextMismatch) << k;
+      EXPECT_EQ(aklsMDCTInv_32f_I(y.data(), i, nullptr), kStsContextMismatch) << k;
+      EXPECT_EQ(aklsMDCTFwdFree_32f(f), kStsContextMismatch) << k;
+      EXPECT_EQ(aklsMDCTInvFree_32f(i), kStsContextMismatch) << k;
+      if (f16) {
+        auto* g = reinterpret_cast<MDCTFwdSpec_16s*>(reinterpret_cast<Akl8u*>(f16) + k);
+        EXPECT_EQ(aklsMDCTFwdGetBufSize_16s(g, &size), kStsContextMismatch) << k;
+        EXPECT_EQ(aklsMDCTFwd_16s_Sfs(xs.data(), ys.data(), g, 0, nullptr), kStsContextMismatch) << k;
+        EXPECT_EQ(aklsMDCTFwdFree_16s(g), kStsContextMismatch) << k;
+      }
+    }
+    EXPECT_EQ(aklsMDCTFwdFree_32f(fwd), kStsOk);
+    EXPECT_EQ(aklsMDCTInvFree_32f(inv), kStsOk);
+    if (f16) {
+      EXPECT_EQ(aklsMDCTFwdFree_16s(f16), kStsOk);
+    }
   }
 }
 
