@@ -10,6 +10,7 @@
 //     windows (sine or KBD, all four sequences) and overlap-add, the
 //     independently switched coupling, and rounding to 16 bits.
 #include "aacdec/aac_decoder.hpp"
+#include "aacdec/scale_factors.hpp"
 
 #include <algorithm>
 #include <array>
@@ -36,14 +37,6 @@ enum WindowSequence { kOnlyLong = 0, kLongStart = 1, kEightShort = 2, kLongStop 
 enum : std::uint32_t {
   kFL = 0x1, kFR = 0x2, kFC = 0x4, kLFE = 0x8, kBL = 0x10, kBR = 0x20,
   kFLC = 0x40, kFRC = 0x80, kBC = 0x100, kSL = 0x200, kSR = 0x400,
-};
-
-struct SfCode {
-  int length;
-  std::uint32_t code;
-};
-constexpr SfCode kSfCodes[121] = {
-#include "aacdec/sf_codes.inc"
 };
 
 struct SwbRow {
@@ -83,17 +76,6 @@ void ByteAlign(Cursor& c) {
     c.off = 0;
     ++c.p;
   }
-}
-
-// One scale-factor code; -1 if none matches within 19 bits.
-int ReadSfCode(Cursor& c) {
-  std::uint32_t code = 0;
-  for (int len = 1; len <= 19; ++len) {
-    code = (code << 1) | ReadBits(c, 1);
-    for (int i = 0; i < 121; ++i)
-      if (kSfCodes[i].length == len && kSfCodes[i].code == code) return i;
-  }
-  return -1;
 }
 
 // ---- windows ----
@@ -440,7 +422,10 @@ class Decoder {
   std::vector<ChannelState> states_;
   ChannelState cce_states_[16];
   Akl32s noise_seed_ = 0x2545F491;
-  int headroom_ = 0;  // extra bits of room below the 32-bit limit (see SpectralElement)
+  int headroom_ = 0;
+  ScaleFactorCodes sf_codes_;
+  std::vector<Akl8u> rebuilt_;  // scratch of DecodeIcsOwnScaleFactors
+  const Akl8u* block_end_ = nullptr;  // extra bits of room below the 32-bit limit (see SpectralElement)
   alignas(16) Akl32s quantized_[2][kFrame];
   AklAACLtpInfo ltp_info_{};  // filled by the readers; LTP itself is not decoded
   // Per block.
@@ -517,12 +502,21 @@ Status Decoder::DecodeIcs(Cursor& c, ChannelStream& ch, int common_window, AklAA
   // The general decoder reads noise-substitution bands (codebook 13), which
   // the low-complexity one refuses; object type 2 makes it read the LC syntax.
   const AklAACIcsInfo& shared = common_window ? *pair_ics : ch.own_ics;
+  const Cursor start = c;
   const Status st =
       aklsNoiselessDecode_AAC(&c.p, &c.off, &ltp_info_, ch.sf, ch.spec, ch.cb, ch.tns_coef, &ch.info,
                               common_window ? shared.windowSequence : 0, common_window ? shared.maxSfb : 0,
                               common_window, 0, 2);
   if (st == kStsOk) SeparateNoiseEnergies(ch);
-  return st;
+  if (st != kStsAacSfValErr) return st;
+  // The shared running value left 0..255: a channel whose noise energies lie
+  // far from its scale factors.  The scale factors are read here instead.
+  c = start;
+  std::memset(&ch.info, 0, sizeof(ch.info));
+  ch.info.samplingFrequencyIndex = sfi_;
+  ch.info.pIcsInfo = common_window ? pair_ics : &ch.own_ics;
+  return DecodeIcsOwnScaleFactors(&c.p, &c.off, block_end_, common_window, kSwb[sfi_].count, kSwb[12 + sfi_].count,
+                                  &ltp_info_, sf_codes_, &rebuilt_, IcsTarget{ch.sf, ch.spec, ch.cb, ch.tns_coef, &ch.info});
 }
 
 // The library's noiseless decoder runs scale factors and noise energies
@@ -585,9 +579,8 @@ Status Decoder::DecodeCce(Cursor& c) {
   for (int list = 1; list < cce.num_gain_lists; ++list) {
     const bool common = cce.ind_sw ? true : ReadBits(c, 1) != 0;
     if (common) {
-      const int code = ReadSfCode(c);
-      if (code < 0) return kStsErr;
-      const auto g = static_cast<float>(std::pow(step, -(code - 60)));
+      const int diff = sf_codes_.Decode(&c.p, &c.off);
+      const auto g = static_cast<float>(std::pow(step, -diff));
       for (int i = 0; i < kBandSlots; ++i) cce.gain[list][i] = g;
       continue;
     }
@@ -599,9 +592,7 @@ Status Decoder::DecodeCce(Cursor& c) {
           cce.gain[list][slot] = 0.0f;
           continue;
         }
-        const int code = ReadSfCode(c);
-        if (code < 0) return kStsErr;
-        acc += code - 60;
+        acc += sf_codes_.Decode(&c.p, &c.off);
         int expo = acc;
         double s = 1.0;
         if (sign) {
@@ -617,6 +608,7 @@ Status Decoder::DecodeCce(Cursor& c) {
 }
 
 Status Decoder::DecodeRawBlock(Cursor& c, const Akl8u* end) {
+  block_end_ = end;
   num_elements_ = 0;
   num_cces_ = 0;
   int audio_index = 0;
@@ -1173,8 +1165,8 @@ static int AdtsFrameLength(const std::uint8_t* p, int* sfi, int* profile, int* c
 
 DecodeResult Decoder::Run(const std::uint8_t* data, std::size_t size, std::string* message) {
   message_ = message;
-  if (!imdct_long_.ok() || !imdct_short_.ok()) {
-    *message = "the library could not build its inverse MDCT";
+  if (!imdct_long_.ok() || !imdct_short_.ok() || !sf_codes_.ok()) {
+    *message = "the library could not build its inverse MDCT or scale-factor decoder";
     return DecodeResult::kRefused;
   }
   if (size >= 4 && std::memcmp(data, "ADIF", 4) == 0) {
