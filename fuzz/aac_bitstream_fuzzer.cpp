@@ -15,6 +15,7 @@
 // zeros to learn where its cursor ends, then over a block ending at the
 // aligned word after that bit; the second run must agree and stay inside.
 #include <algorithm>
+#include <climits>
 #include <cstdint>
 #include <cstring>
 #include <functional>
@@ -313,6 +314,13 @@ void Scalable(Stream& s, Params& p) {
   Channel ch{};
   const int seq = p.Int(0, 4), max_sfb = p.Int(0, 52), aot = p.Int(0, 17);
   AklAACMainHeader m_in = m;
+  if (p.Byte() >= 0xC0) {
+    // A hostile grouping in the caller's record: lengths at the int extremes,
+    // negative, zero, or short of eight windows; the decoder refuses it.
+    static constexpr Akl32s kLens[] = {INT_MAX, INT_MIN, -1, 0, 1, 3, 8, 9};
+    m_in.numWindowGroups = p.Int(-1, 9);
+    for (Akl32s& g : m_in.windowGroupLength) g = kLens[p.Byte() % 8];
+  }
   Twice(
       s,
       [&](Akl8u** pp, Akl32s* po) {

@@ -97,8 +97,26 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (how & 4) {
       st = aklsReQuantize_MP3_32s_I(is.data(), bound, sf.data(), si, &h, work.data());
     } else {
-      st = aklsReQuantizeSfb_MP3_32s_I(is.data(), bound, sf.data(), si, &h, work.data(), &akl::mp3::kSfbLong[0][0],
-                                       &akl::mp3::kSfbShort[0][0]);
+      // The library's rows, or rows with hostile entries (negative,
+      // decreasing, odd widths, past the granule), which must be refused
+      // or walked within the granule.
+      Akl16s lon[6 * 23], sho[6 * 14];
+      std::memcpy(lon, akl::mp3::kSfbLong, sizeof lon);
+      std::memcpy(sho, akl::mp3::kSfbShort, sizeof sho);
+      if (how & 8) {
+        static constexpr Akl16s kVals[] = {-32768, -2, 0, 1, 35, 36, 191, 192, 193, 575, 576, 577, 32767};
+        const int edits = 1 + p.Byte() % 8;
+        for (int e = 0; e < edits; ++e) {
+          const int at = p.Byte();
+          const Akl16s v = kVals[p.Byte() % 13];
+          if (at & 1) {
+            sho[(at >> 1) % (6 * 14)] = v;
+          } else {
+            lon[(at >> 1) % (6 * 23)] = v;
+          }
+        }
+      }
+      st = aklsReQuantizeSfb_MP3_32s_I(is.data(), bound, sf.data(), si, &h, work.data(), lon, sho);
     }
     if (st != kStsOk) {
       Trap(st == kStsMP3FrameHeaderErr || st == kStsMP3SideInfoErr || st == kStsBadArgErr || st == kStsErr);

@@ -7,6 +7,7 @@
 // reports, so a write or read past it is an ASan report.  Samples given as raw
 // floats may be NaN, infinite or denormal (no oracle then); bounded samples are
 // checked against a double-precision formula for the smaller sizes.
+#include <climits>
 #include <cmath>
 #include <complex>
 #include <cstdint>
@@ -48,6 +49,14 @@ class Block {
   std::uint8_t* raw_;
   std::size_t mis_;
 };
+
+// A scale factor: mostly small, sometimes anywhere in int (extremes included).
+int ScaleFrom(Params& p, int small_range) {
+  const int b = static_cast<std::int8_t>(p.Byte());
+  if (b != -128) return b % small_range;
+  static constexpr int kExtremes[] = {INT_MIN, INT_MIN + 1, -100000, -33, 33, 100000, INT_MAX - 1, INT_MAX};
+  return kExtremes[p.Byte() % 8];
+}
 
 float SampleFrom(Params& p, bool raw) {
   const std::uint32_t bits = static_cast<std::uint32_t>(p.Byte()) | static_cast<std::uint32_t>(p.Byte()) << 8 |
@@ -98,6 +107,16 @@ void FuzzMdct32f(Params& p, bool inverse) {
   st = inverse ? aklsMDCTInvGetBufSize_32f(static_cast<MDCTInvSpec_32f*>(spec), &work)
                : aklsMDCTFwdGetBufSize_32f(static_cast<MDCTFwdSpec_32f*>(spec), &work);
   Trap(st == kStsOk && work <= buf_size);
+  if (alloc) {  // passed on at +1..63: refused by the tag test, nothing read past the block
+    void* moved = static_cast<Akl8u*>(spec) + 1 + p.Byte() % 63;
+    int w = 0;
+    st = inverse ? aklsMDCTInvGetBufSize_32f(static_cast<MDCTInvSpec_32f*>(moved), &w)
+                 : aklsMDCTFwdGetBufSize_32f(static_cast<MDCTFwdSpec_32f*>(moved), &w);
+    Trap(st == kStsContextMismatch);
+    st = inverse ? aklsMDCTInvFree_32f(static_cast<MDCTInvSpec_32f*>(moved))
+                 : aklsMDCTFwdFree_32f(static_cast<MDCTFwdSpec_32f*>(moved));
+    Trap(st == kStsContextMismatch);
+  }
   const int in_len = inverse ? len / 2 : len;
   const int out_len = inverse ? len : len / 2;
   Block in(sizeof(float) * static_cast<std::size_t>(in_len), 4 * ((how >> 3) % 4));
@@ -142,7 +161,7 @@ void FuzzMdct32f(Params& p, bool inverse) {
 void FuzzMdct16s(Params& p) {
   const int len = 1 << (p.Byte() % 14);  // 1..8192; below 32 refused
   const std::uint8_t how = p.Byte();
-  const int scale = static_cast<int>(static_cast<std::int8_t>(p.Byte())) % 48;
+  const int scale = ScaleFrom(p, 48);
   int spec_size = 0, init_size = 0, buf_size = 0;
   const Status gs = aklsMDCTFwdGetSize_16s(len, &spec_size, &init_size, &buf_size);
   if (len < 32) {
@@ -165,6 +184,11 @@ void FuzzMdct16s(Params& p) {
   for (int i = 0; i < len; ++i) x[i] = static_cast<Akl16s>(p.Byte() | p.Byte() << 8);
   st = aklsMDCTFwd_16s_Sfs(x, out.as<Akl16s>(), spec, scale, (how & 1) ? nullptr : buf.data());
   Trap(st == kStsOk);
+  if (how & 0x80) {  // an InitAlloc'ed context passed on at +1..63 is refused, nothing read past its block
+    auto* moved = reinterpret_cast<MDCTFwdSpec_16s*>(reinterpret_cast<Akl8u*>(spec) + 1 + p.Byte() % 63);
+    Trap(aklsMDCTFwd_16s_Sfs(x, out.as<Akl16s>(), moved, scale, nullptr) == kStsContextMismatch);
+    Trap(aklsMDCTFwdFree_16s(moved) == kStsContextMismatch);
+  }
   Trap(aklsMDCTFwdFree_16s(spec) == kStsOk);
 }
 
@@ -227,7 +251,7 @@ void FuzzFft16(Params& p) {
   const int flag = kFlags[p.Byte() % 4];
   const int hint = p.Byte() % 3;
   const std::uint8_t how = p.Byte();
-  const int scale = static_cast<int>(static_cast<std::int8_t>(p.Byte())) % 40;
+  const int scale = ScaleFrom(p, 40);
   int spec_size = 0, init_size = 0, work_size = 0;
   Trap(fftGetSize_C_16sc(order, flag, hint, &spec_size, &init_size, &work_size) == kStsOk);
   Block spec_mem(static_cast<std::size_t>(spec_size), (how >> 1) % 64);
@@ -254,9 +278,35 @@ void FuzzFft16(Params& p) {
 }
 
 void FuzzFir(Params& p) {
-  const int order = p.Int(-1, 24);
-  const int len = p.Int(-1, 400);
+  int order = p.Int(-1, 24);
+  int len = p.Int(-1, 400);
   const std::uint8_t how = p.Byte();
+  if ((how & 0x81) == 0x81) {  // any int: only the low 16 bits are kept, nothing overflows
+    static constexpr int kExtremes[] = {INT_MIN, -65536, 65536 + 3, 65536 * 2 + 5, 32767, 40000, INT_MAX - 3, INT_MAX};
+    if (how & 2) order = kExtremes[p.Byte() % 8];
+    if (how & 4) len = kExtremes[p.Byte() % 8];
+    FIRBlockState_32f* st = nullptr;
+    const Status s = aklsFIRBlockInitAlloc_32f(&st, order, len);
+    if (order <= 0 || len <= 0) {
+      Trap(s == kStsFIRLenErr);
+      return;
+    }
+    if (s != kStsOk) {
+      Trap(s == kStsMemAllocErr);  // a kept size too large for the allocator
+      return;
+    }
+    const int kept_order = static_cast<Akl16s>(order), kept_len = static_cast<Akl16s>(len);
+    std::vector<float> small(64, 1.0f);
+    const bool usable = kept_order > 0 && kept_len > 0 && kept_order <= 64 && kept_len <= 64;
+    if (usable || kept_order <= 0 || kept_len <= 0 || kept_len > 32764) {
+      const Status r = aklsFIRBlockOne_32f(small.data(), small.data(), st, small.data());
+      Trap(usable ? (r == kStsOk || r == kStsMisalignedWarn) : r == kStsFIRLenErr);
+    }
+    auto* moved = reinterpret_cast<FIRBlockState_32f*>(reinterpret_cast<Akl8u*>(st) + 1 + p.Byte() % 63);
+    Trap(aklsFIRBlockFree_32f(moved) == kStsContextMismatch);
+    Trap(aklsFIRBlockFree_32f(st) == kStsOk);
+    return;
+  }
   FIRBlockState_32f* st = nullptr;
   const Status s = aklsFIRBlockInitAlloc_32f(&st, order, len);
   if (order <= 0 || len <= 0) {

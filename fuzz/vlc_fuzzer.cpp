@@ -73,10 +73,15 @@ Book MakeBook(Params& p, Mode mode) {
     b.complete = false;
   }
   switch (mode) {
-    case kTuple:
-      b.num_elements = 1 + p.Byte() % 4;
-      b.num_value_bits = 1 + p.Byte() % 4;
+    case kTuple: {
+      // Mostly small shapes; sometimes the extremes the tuple Init accepts.
+      static constexpr int kExtremes[][2] = {{1, 32}, {32, 1}, {2, 16}, {16, 2}, {1, 31}, {4, 8}};
+      const int e = p.Byte();
+      const int v = p.Byte();
+      b.num_elements = e >= 0xF0 ? kExtremes[e % 6][0] : 1 + e % 4;
+      b.num_value_bits = e >= 0xF0 ? kExtremes[e % 6][1] : 1 + v % 4;
       break;
+    }
     case kTupleEscAac:
       b.num_elements = 2;
       b.num_value_bits = 5;
@@ -112,7 +117,9 @@ Book MakeBook(Params& p, Mode mode) {
       }
       case kTuple: {
         const int bits = b.num_elements * b.num_value_bits;
-        value = static_cast<int>((static_cast<unsigned>(p.Byte()) << 8 | p.Byte()) & ((1u << bits) - 1u));
+        const std::uint32_t mask = bits >= 32 ? 0xFFFFFFFFu : (1u << bits) - 1u;
+        const std::uint32_t raw = (static_cast<unsigned>(p.Byte()) << 8 | p.Byte()) * 0x9E3779B1u;  // spread
+        value = static_cast<int>(raw & mask);
         break;
       }
       case kTupleEscAac:
@@ -258,6 +265,95 @@ std::vector<std::uint8_t> Synthesize(const Book& b, Params& p, int count, std::v
   return s;
 }
 
+std::vector<std::uint8_t> stream_bytes(const std::uint8_t* data, std::size_t size) {
+  std::vector<std::uint8_t> v(data, data + size);
+  v.resize(v.size() + 64, 0);  // room for every reader on raw bytes
+  return v;
+}
+
+// The hostile-argument classes beside the decoding oracle:
+//  - the tuple escape decoders on whatever context was built (any tuple
+//    shape, 16- or 32-bit entries), with exact-size outputs;
+//  - the context passed on at +1..63: refused with the tag status, and a VLC
+//    Free of such a pointer leaves the real context alone;
+//  - the encoders on the same book (values it lacks have length 0) into an
+//    output of exactly the words their counters say, the cursor ending at
+//    the counted bit.
+void HostileExtras(Params& p, const Book& b, aklsVLCDecodeSpec_32s* spec, bool use_alloc,
+                   std::vector<std::uint8_t> bytes) {
+  const auto* ctx = akl::AlignUp(reinterpret_cast<const akl::vlc::DecodeSpec*>(spec), 64);
+  const int len = p.Int(0, 64);
+  if (ctx->entryWidth != 8 && len > 0) {
+    std::vector<Akl16s> out(static_cast<std::size_t>(len));
+    Akl8u* ptr = bytes.data();
+    int off = p.Byte() % 8;
+    const Status s1 = aklsVLCDecodeUTupleEscBlock_AAC_1u16s(&ptr, &off, out.data(), len, spec);
+    Trap(s1 == kStsOk || s1 == kStsVLCDataErr);
+    ptr = bytes.data();
+    off = 0;
+    Trap(aklsVLCDecodeUTupleEscBlock_MP3_1u16s(&ptr, &off, p.Byte() % 14, out.data(), len, spec) == kStsOk);
+  }
+  if (use_alloc) {
+    const int k = 1 + p.Byte() % 63;
+    auto* moved = reinterpret_cast<aklsVLCDecodeSpec_32s*>(reinterpret_cast<Akl8u*>(spec) + k);
+    Akl8u* ptr = bytes.data();
+    int off = 0;
+    Akl16s out[2];
+    Trap(aklsVLCDecodeOne_1u16s(&ptr, &off, out, moved) == kStsVLCDataErr);
+    Trap(aklsVLCDecodeEscBlock_AAC_1u16s(&ptr, &off, out, 2, moved) == kStsContextMismatch);
+    aklsVLCDecodeFree_32s(moved);  // not a context: nothing happens
+    Trap(ctx->tag == akl::kTagVlcDecode);
+  }
+
+  // Encoders.  A book of int16 values spans at most 2^17 slots.
+  const int n = static_cast<int>(b.entries.size());
+  int enc_size = 0;
+  if (aklsVLCEncodeGetSize_32s(b.entries.data(), n, &enc_size) != kStsOk || enc_size > (1 << 21)) return;
+  aklsVLCEncodeSpec_32s* enc = nullptr;
+  Trap(aklsVLCEncodeInitAlloc_32s(b.entries.data(), n, &enc) == kStsOk);
+  int lo = b.entries[0].value, hi = lo;
+  for (const VlcCodeEntry& e : b.entries) {
+    lo = std::min(lo, e.value);
+    hi = std::max(hi, e.value);
+  }
+  const int count = p.Int(1, 200);
+  std::vector<Akl16s> values(static_cast<std::size_t>(count));
+  for (Akl16s& v : values) {
+    const int pick = p.Byte();
+    // Book values, values in the range the book lacks, small escape pairs.
+    v = static_cast<Akl16s>(pick < 128 ? b.entries[static_cast<std::size_t>(pick) % b.entries.size()].value
+                                       : pick < 192 ? lo + (pick * 7919) % (hi - lo + 1)
+                                                    : static_cast<int>(pick % 61) - 30);
+  }
+  const int linbits = p.Byte() % 14;
+  const int which = p.Byte() % 3;
+  int bits = -1;
+  Status cs = which == 0   ? aklsVLCCountBits_16s32s(values.data(), count, &bits, enc)
+              : which == 1 ? aklsVLCCountEscBits_AAC_16s32s(values.data(), count, &bits, enc)
+                           : aklsVLCCountEscBits_MP3_16s32s(values.data(), count, linbits, &bits, enc);
+  if (cs == kStsOk) {
+    const int start_bit = p.Byte() % 8;
+    // Whole aligned words from the cursor's through the one holding the last bit.
+    const std::size_t words = (static_cast<std::size_t>(start_bit) + static_cast<std::size_t>(bits) + 31) / 32;
+    // Exactly the words the writer may touch, at the end of a heap block.
+    const std::size_t need = std::max<std::size_t>(words, start_bit ? 1 : 0) * 4;
+    auto* out = static_cast<Akl8u*>(std::malloc(need ? need : 1));
+    std::memset(out, 0, need ? need : 1);
+    Akl8u* ptr = out;
+    int off = start_bit;
+    const Status es = which == 0   ? aklsVLCEncodeBlock_16s1u(values.data(), count, &ptr, &off, enc)
+                      : which == 1 ? aklsVLCEncodeEscBlock_AAC_16s1u(values.data(), count, &ptr, &off, enc)
+                                   : aklsVLCEncodeEscBlock_MP3_16s1u(values.data(), count, linbits, &ptr, &off, enc);
+    Trap(es == kStsOk);
+    Trap(static_cast<std::size_t>(ptr - out) * 8 + static_cast<std::size_t>(off) ==
+         static_cast<std::size_t>(start_bit) + static_cast<std::size_t>(bits));
+    std::free(out);
+  } else {
+    Trap(cs == kStsVLCEscValueErr);
+  }
+  aklsVLCEncodeFree_32s(enc);
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -358,9 +454,19 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
                 tuple ? b.num_elements : 1);
   }
 
+  HostileExtras(p, b, spec, use_alloc, stream_bytes(data, size));
+
   if (use_alloc) {
     aklsVLCDecodeFree_32s(spec);
   } else {
+    aklsVLCDecodeFree_32s(spec);
+    // A freed context is refused by every decoder, and freeing it again does nothing.
+    Akl8u zeros[64] = {};
+    Akl8u* ptr = zeros;
+    int off = 0;
+    Akl16s out[4];
+    Trap(aklsVLCDecodeOne_1u16s(&ptr, &off, out, spec) == kStsVLCDataErr);
+    Trap(aklsVLCDecodeUTupleEscBlock_AAC_1u16s(&ptr, &off, out, 4, spec) == kStsContextMismatch);
     aklsVLCDecodeFree_32s(spec);
     std::free(raw);
   }

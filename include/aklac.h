@@ -1090,8 +1090,8 @@ AKLAC_API Status aklsNoiselessDecode_AAC(Akl8u** ppBitStream, Akl32s* pBitOffset
  * factors) hold maxSfb entries per window group, group after group; msUsed
  * holds one row of 60 bytes per group.  Group lengths (pWinGrpLen) count
  * windows and are read for short windows only (a long window is one group of
- * one window); for short windows they must be 1..8 each and add up to at
- * most 8.
+ * one window); for short windows they must be 1..8 each and add up to
+ * exactly 8 ("group lengths inconsistent" below: kStsAacWinGrpErr otherwise).
  */
 
 /* Dequantizes a quantized spectrum in place to Q3:

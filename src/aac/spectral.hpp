@@ -36,7 +36,7 @@ struct Grouping {
 // index; the caller adds its own checks after these.
 Status CheckWindowArgs(Akl32s numWinGrp, Akl32s maxSfb, Akl32s sf_index, Akl32s winLen);
 // Builds the grouping; kStsAacWinGrpErr if a short-window group length is
-// outside 1..8 or the lengths add up to more than 8 windows.
+// outside 1..8 or the lengths do not add up to exactly 8 windows.
 Status MakeGrouping(Akl32s numWinGrp, const Akl32s* pWinGrpLen, Akl32s winLen, Grouping* g);
 
 // ---- dequantization ----

@@ -24,7 +24,8 @@ Status MakeGrouping(Akl32s numWinGrp, const Akl32s* pWinGrpLen, Akl32s winLen, G
     total += len;
     g->len[i] = len;
   }
-  if (total > 8) return kStsAacWinGrpErr;
+  // Eight windows exactly: fewer would leave part of an output unwritten.
+  if (total != 8) return kStsAacWinGrpErr;
   g->num_groups = numWinGrp;
   return kStsOk;
 }
