@@ -3,7 +3,9 @@
 // frame, HE-AAC signalling, refused object types), and damaged streams.
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <cstdint>
+#include <cstdlib>
 #include <fstream>
 #include <random>
 #include <string>
@@ -453,6 +455,57 @@ TEST(AacDecoder, TruncatedLastFrameIsConcealed) {
   // Everything before the cut frame is unchanged.
   ASSERT_EQ(cut.sink.pcm.size(), 20u * 1024);
   for (std::size_t i = 0; i < 19u * 1024; ++i) ASSERT_EQ(cut.sink.pcm[i], full.sink.pcm[i]) << i;
+}
+
+std::vector<std::int16_t> S16(const std::vector<std::uint8_t>& b) {
+  std::vector<std::int16_t> v(b.size() / 2);
+  for (std::size_t i = 0; i < v.size(); ++i) v[i] = static_cast<std::int16_t>(b[2 * i] | (b[2 * i + 1] << 8));
+  return v;
+}
+
+// A clipped square wave beside a full-scale sine: the decoded signal passes
+// full scale, and the output is clipped there (as the reference is), never
+// wrapped; everywhere else it is within a step of the reference.
+TEST(AacDecoder, FullScaleClipsAndNeverWraps) {
+  const auto stream = ReadBytes("loud/aac_square_st_64.aac");
+  const auto ref = S16(ReadBytes("loud/aac_square_st_64.aac.ffmpeg.s16"));
+  ASSERT_FALSE(stream.empty());
+  const Outcome r = Decode(stream);
+  ASSERT_EQ(r.result, aacdec::DecodeResult::kOk) << r.message;
+  EXPECT_EQ(r.stats.damaged, 0);
+  ASSERT_EQ(r.sink.pcm.size(), ref.size());
+  int clipped = 0;
+  for (std::size_t i = 0; i < ref.size(); ++i) {
+    const int ours = r.sink.pcm[i], theirs = ref[i];
+    clipped += ours == 32767 || ours == -32768;
+    ASSERT_LE(std::abs(ours - theirs), 1) << i;
+    if (theirs == 32767) ASSERT_GE(ours, 32766) << i;
+    if (theirs == -32768) ASSERT_LE(ours, -32767) << i;
+  }
+  EXPECT_GT(clipped, 100);
+}
+
+// Streams whose noise energies lie far below their scale factors (the
+// encoder's default noise substitution on a quiet tone): every frame
+// decodes, none is concealed, and the tone matches the reference closely
+// (its noise bands are far below it).
+TEST(AacDecoder, NoiseEnergiesFarFromScaleFactorsDecode) {
+  const struct {
+    const char* name;
+    long frames;
+  } rows[] = {{"loud/pns_tone44_st_128", 45}, {"loud/pns_tone22_mono_64", 23}};
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    const Outcome r = Decode(ReadBytes(std::string(row.name) + ".aac"));
+    const auto ref = S16(ReadBytes(std::string(row.name) + ".aac.ffmpeg.s16"));
+    ASSERT_EQ(r.result, aacdec::DecodeResult::kOk) << r.message;
+    EXPECT_EQ(r.stats.frames, row.frames);
+    EXPECT_EQ(r.stats.damaged, 0);
+    ASSERT_EQ(r.sink.pcm.size(), ref.size());
+    double sum = 0;
+    for (std::size_t i = 0; i < ref.size(); ++i) sum += (r.sink.pcm[i] - ref[i]) * (r.sink.pcm[i] - ref[i]);
+    EXPECT_LT(std::sqrt(sum / static_cast<double>(ref.size())), 1.0);
+  }
 }
 
 }  // namespace

@@ -248,7 +248,9 @@ TEST(PackScaleFactors, RoundTripsThroughTheUnpacker) {
     EXPECT_EQ((q - buf.data() - 4) * 8 + qoff - off0, bits);
     for (int i = 0; i < 39; ++i) {
       const bool written = limit[i] != 0;  // a field of zero bits reads as 0
-      if (written) EXPECT_EQ(back[i], sf[i]) << "entry " << i << " n " << n;
+      if (written) {
+        EXPECT_EQ(back[i], sf[i]) << "entry " << i << " n " << n;
+      }
     }
   }
 }
