@@ -11,6 +11,8 @@
 #include <cstdint>
 #include <string>
 
+#include "damage_report.hpp"
+
 namespace aacdec {
 
 struct StreamFormat {
@@ -33,11 +35,29 @@ class PcmSink {
   virtual void Progress(std::size_t consumed, std::size_t total) { (void)consumed; (void)total; }
 };
 
+// Kinds of the damage report (see damage_report.hpp), declared in this order.
+inline constexpr const char* kSkipBefore = "before the first frame";
+inline constexpr const char* kSkipBetween = "between frames";
+inline constexpr const char* kSkipAfter = "after the last frame";
+inline constexpr const char* kSkipInFrame = "after the last raw data block of a frame";
+inline constexpr const char* kConcealSync = "with a destroyed sync word";
+inline constexpr const char* kConcealHeader = "with a damaged header";
+inline constexpr const char* kConcealTruncated = "truncated";
+inline constexpr const char* kConcealSyntax = "undecodable";
+inline constexpr const char* kConcealSpectral = "with bad spectral data";
+inline constexpr const char* kConcealMissing = "with channels missing";
+inline constexpr const char* kConcealLayout = "before the channel layout was known";
+inline constexpr const char* kDropRate = "at another sampling rate";
+inline constexpr const char* kDropAbsent = "declared by a header but absent";
+
 struct DecodeStats {
+  DecodeStats();
   long frames = 0;        // raw data blocks turned into PCM (damaged ones included)
-  long damaged = 0;       // blocks that could not be decoded and were concealed
-  long skipped_bytes = 0; // bytes passed over while searching for ADTS sync
+  long damaged = 0;       // blocks concealed (the concealed-frames total of `damage`)
+  long skipped_bytes = 0; // bytes that belong to no frame (the skipped-bytes total of `damage`)
+  long dropped = 0;       // blocks found but left out of the output (the dropped total)
   long samples = 0;       // samples per channel written
+  aklcli::DamageReport damage;
 };
 
 enum class DecodeResult { kOk, kRefused, kNoAudio, kSinkStopped };
@@ -46,5 +66,28 @@ enum class DecodeResult { kOk, kRefused, kNoAudio, kSinkStopped };
 // kNoAudio, *message says why.
 DecodeResult DecodeAacBuffer(const std::uint8_t* data, std::size_t size, PcmSink* sink, DecodeStats* stats,
                              std::string* message);
+
+// Raw access units, one raw data block each (as MP4 files carry them), and
+// the configuration their container gives (an AudioSpecificConfig).
+struct AccessUnit {
+  const std::uint8_t* data;
+  std::size_t size;
+};
+struct RawConfig {
+  int object_type = 2;       // 1 Main, 2 LC, 3 SSR, 4 LTP
+  int sampling_index = 4;    // 0..11: the band tables
+  int sample_rate = 44100;   // the output rate (the index's own or an explicit rate)
+  int channel_config = 2;    // 1..7, or 0: a program configuration element follows
+  // Channel configuration 0: the element, `pce_bit` bits into `pce` (a
+  // byte-aligned config of `pce_size` bytes, so its alignment counts from there).
+  const std::uint8_t* pce = nullptr;
+  std::size_t pce_size = 0;
+  int pce_bit = 0;
+  int sbr_rate = 0;          // SBR signalled: its output rate (decoded as the core, with one warning)
+};
+
+// Decodes `count` access units.  On kRefused or kNoAudio, *message says why.
+DecodeResult DecodeAacAccessUnits(const RawConfig& config, const AccessUnit* units, std::size_t count, PcmSink* sink,
+                                  DecodeStats* stats, std::string* message);
 
 }  // namespace aacdec
