@@ -133,6 +133,17 @@ void BuildPqmfAnalysis(void* raw, int owned) {
   for (float& v : st->history) v = 0.0f;
 }
 
+// The state behind a caller's pointer: the tag together with fields only a
+// built state holds (owner flag 0 or 1, ring offset 0..15); else null.  A
+// pointer passed on into the history could meet the tag's bit pattern among
+// the samples, never with a usable offset.
+PqmfAnalysisState* PqmfAnalysisAt(void* raw) {
+  PqmfAnalysisState* st = ContextAt<PqmfAnalysisState>(raw, kContextAlign);
+  const bool built = st->tag == kTagAnalysisPqmfMp3 && static_cast<unsigned>(st->ownedByLibrary) <= 1u &&
+                     static_cast<unsigned>(st->offset) < 16u;
+  return built ? st : nullptr;
+}
+
 }  // namespace
 
 Status aklsAnalysisFilterGetSize_PQMF_MP3_32f(int* pSize) {
@@ -156,6 +167,7 @@ Status aklsAnalysisFilterInitAlloc_PQMF_MP3_32f(AklsAnalysisState_PQMF_MP3_32f**
 }
 
 Status aklsAnalysisFilterFree_PQMF_MP3_32f(AklsAnalysisState_PQMF_MP3_32f* pState) {
+  if (pState && !PqmfAnalysisAt(pState)) return kStsContextMismatch;
   return FreeKeepingTag<PqmfAnalysisState>(pState, kContextAlign, kTagAnalysisPqmfMp3);
 }
 
@@ -163,8 +175,7 @@ Status aklsAnalysisFilter_PQMF_MP3_32f(const Akl32f* pSrc, Akl32f* pDst, AklsAna
                                        int numSlots) {
   if (!pSrc || !pDst || !pState) return kStsNullPtr;
   if (numSlots < 1) return kStsSizeErr;
-  PqmfAnalysisState* st =
-      TaggedContext<PqmfAnalysisState>(static_cast<void*>(pState), kContextAlign, kTagAnalysisPqmfMp3);
+  PqmfAnalysisState* st = PqmfAnalysisAt(pState);
   if (!st) return kStsContextMismatch;
   for (int t = 0; t < numSlots; ++t) AnalysisSlotFloat(pSrc + 32 * t, st->history, &st->offset, pDst + 32 * t);
   return kStsOk;

@@ -26,7 +26,7 @@ namespace {
 // ---------------------------------------------------------------------------
 // Contexts.
 
-enum class Kind { kVlcDec, kVlcEnc, kMdctFwd, kMdctInv, kMdct16, kFir, kPqmf, kSbrAna, kSbrSyn, kSbrDown, kCount };
+enum class Kind { kVlcDec, kVlcEnc, kMdctFwd, kMdctInv, kMdct16, kFir, kPqmf, kSbrAna, kSbrSyn, kSbrDown, kPqmfAna, kCount };
 
 const VlcCodeEntry kBook[] = {{0, 0x0, 1}, {1, 0x2, 2}, {2, 0x6, 3}, {3, 0x7, 3}};
 const int kLevels[] = {3};
@@ -48,6 +48,7 @@ void* Make(Kind k) {
     case Kind::kSbrDown:
       st = aklsSynthesisDownFilterInitAlloc_SBR_CToR_32fc32f(reinterpret_cast<AklsSynthesisDownState_SBR_32f**>(&p));
       break;
+    case Kind::kPqmfAna: st = aklsAnalysisFilterInitAlloc_PQMF_MP3_32f(reinterpret_cast<AklsAnalysisState_PQMF_MP3_32f**>(&p)); break;
     default: break;
   }
   EXPECT_EQ(st, kStsOk);
@@ -67,6 +68,9 @@ void Release(Kind k, void* p) {
     case Kind::kSbrSyn: EXPECT_EQ(aklsSynthesisFilterFree_SBR_CToR_32fc32f(static_cast<AklsSynthesisState_SBR_32f*>(p)), kStsOk); break;
     case Kind::kSbrDown:
       EXPECT_EQ(aklsSynthesisDownFilterFree_SBR_CToR_32fc32f(static_cast<AklsSynthesisDownState_SBR_32f*>(p)), kStsOk);
+      break;
+    case Kind::kPqmfAna:
+      EXPECT_EQ(aklsAnalysisFilterFree_PQMF_MP3_32f(static_cast<AklsAnalysisState_PQMF_MP3_32f*>(p)), kStsOk);
       break;
     default: break;
   }
@@ -196,6 +200,8 @@ std::vector<CtxRow> ContextRows() {
       {"aklsSynthesisFilterFree_SBR_CToR_32fc32f", Kind::kSbrSyn, kStsContextMismatch, [](void* c) { return aklsSynthesisFilterFree_SBR_CToR_32fc32f(static_cast<AklsSynthesisState_SBR_32f*>(c)); }, true},
       {"aklsSynthesisDownFilter_SBR_CToR_32fc32f_D2L", Kind::kSbrDown, kStsContextMismatch, [=](void* c) { return aklsSynthesisDownFilter_SBR_CToR_32fc32f_D2L(crow.data(), g32.data(), 2, static_cast<AklsSynthesisDownState_SBR_32f*>(c)); }},
       {"aklsSynthesisDownFilterFree_SBR_CToR_32fc32f", Kind::kSbrDown, kStsContextMismatch, [](void* c) { return aklsSynthesisDownFilterFree_SBR_CToR_32fc32f(static_cast<AklsSynthesisDownState_SBR_32f*>(c)); }, true},
+      {"aklsAnalysisFilter_PQMF_MP3_32f", Kind::kPqmfAna, kStsContextMismatch, [=](void* c) { return aklsAnalysisFilter_PQMF_MP3_32f(f32.data(), g32.data(), static_cast<AklsAnalysisState_PQMF_MP3_32f*>(c), 2); }},
+      {"aklsAnalysisFilterFree_PQMF_MP3_32f", Kind::kPqmfAna, kStsContextMismatch, [](void* c) { return aklsAnalysisFilterFree_PQMF_MP3_32f(static_cast<AklsAnalysisState_PQMF_MP3_32f*>(c)); }, true},
   };
 }
 
@@ -350,6 +356,12 @@ std::vector<IntRow> IntRows() {
       {"aklsUnpackADIFHeader_AAC", [=](int v) { AklAACADIFHeader h{}; static AklAACPrgCfgElt pce[16]; cur(); return aklsUnpackADIFHeader_AAC(&p, &h, pce, v); }},
       {"aklsUnpackScaleFactors_MP3_1u8s", [=](int v) { AklMP3SideInfo si{}; AklMP3FrameHeader h{}; h.id = 1; h.layer = 1; cur(); return aklsUnpackScaleFactors_MP3_1u8s(&p, &off, sf8.data(), &si, filt.data(), &h, v, v); }},
       {"aklsHuffmanDecode_MP3_1u32s", [=](int v) { AklMP3SideInfo si{}; AklMP3FrameHeader h{}; h.id = 1; h.layer = 1; si.part23Length = 4095; si.bigValues = 288; cur(); return aklsHuffmanDecode_MP3_1u32s(&p, &off, d32.data(), &count, &si, &h, v); }},
+      {"aklsAnalysisPQMF_MP3_16s32s", [=](int v) { int pos = v; return aklsAnalysisPQMF_MP3_16s32s(s16.data(), d32.data(), w32.data(), &pos, 1); }},
+      {"aklsAnalysisPQMF_MP3_16s32s", [=](int v) { int pos = 0; return aklsAnalysisPQMF_MP3_16s32s(s16.data(), d32.data(), w32.data(), &pos, v); }},
+      {"aklsMDCTFwd_MP3_32s", [=](int v) { return aklsMDCTFwd_MP3_32s(s32.data(), d32.data(), ov.data(), v, 0); }},
+      {"aklsMDCTFwd_MP3_32s", [=](int v) { return aklsMDCTFwd_MP3_32s(s32.data(), d32.data(), ov.data(), 2, v); }},
+      {"aklsPackScaleFactors_MP3_8s1u", [=](int v) { AklMP3SideInfo si{}; AklMP3FrameHeader h{}; h.id = 1; h.layer = 1; std::vector<Akl8u> o(64); Akl8u* q = o.data(); int qo = 0; return aklsPackScaleFactors_MP3_8s1u(sf8.data(), &q, &qo, &si, filt.data(), &h, v, v); }},
+      {"aklsPackSideInfo_MP3", [=](int v) { AklMP3SideInfo si[4]{}; AklMP3FrameHeader h{}; h.id = 1; h.layer = 1; h.mode = 3; std::vector<Akl8u> o(64); Akl8u* q = o.data(); return aklsPackSideInfo_MP3(si, &q, v, v, filt.data(), &h); }},
       // Sizes: only the values below 1.
       {"aklsInterleave_16s", [=](int v) { return aklsInterleave_16s(srows.data(), v, 4, d16.data()) == kStsOk ? kStsErr : kStsOk; }},
       {"aklsDeinterleave_16s", [=](int v) { return aklsDeinterleave_16s(s16.data(), 2, v, drows.data()) == kStsOk ? kStsErr : kStsOk; }},
@@ -469,7 +481,9 @@ TEST(HostileSweep, EveryExportIsCovered) {
       "aklsHuffmanDecodeSfbMbp_MP3_1u32s", "aklsReQuantize_MP3_32s_I", "aklsReQuantizeSfb_MP3_32s_I",
       "aklsUnpackADTSFrameHeader_AAC", "aklsDecodePrgCfgElt_AAC", "aklsDecodeDatStrElt_AAC", "aklsDecodeFillElt_AAC",
       "aklsNoiselessDecoder_LC_AAC", "aklsNoiselessDecode_AAC", "aklsPredictCoef_SBR_C_32f_D2L",
-      "aklsPredictCoef_SBR_C_32fc_D2L"};
+      "aklsPredictCoef_SBR_C_32fc_D2L", "aklsAnalysisFilterGetSize_PQMF_MP3_32f", "aklsAnalysisFilterInit_PQMF_MP3_32f",
+      "aklsAnalysisFilterInitAlloc_PQMF_MP3_32f", "aklsHuffmanEncode_MP3_32s1u", "aklsHuffmanTableSelect_MP3_32s",
+      "aklsJointStereoEncode_MP3_32s_I", "aklsPackFrameHeader_MP3", "aklsQuantize_MP3_32s_I"};
   std::vector<std::string> missing;
 #define AKL_EXPORT(name, ...) \
   if (!covered.count(#name) && !elsewhere.count(#name)) missing.push_back(#name);
