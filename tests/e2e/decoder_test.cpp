@@ -206,12 +206,89 @@ TEST(Mp3Decoder, UnsupportedStreamsAreNamed) {
 }
 
 // A stream that switches from 44.1 to 48 kHz keeps the first rate and
-// leaves the other frames out (counted).
+// drops the other frames (counted, and not among the frames written).
 TEST(Mp3Decoder, RateChangeKeepsFirstRate) {
   const Decoded d = Decode(Read("mp3_e2e/rate_change.mp3"));
   EXPECT_EQ(d.rate, 44100);
   EXPECT_GT(d.stats.other_format_frames, 0);
-  EXPECT_EQ(d.frames(), static_cast<std::size_t>(d.stats.frames - d.stats.other_format_frames) * 1152);
+  EXPECT_EQ(d.stats.damage.Count(aklcli::Tally::kDroppedFrames, aklmp3::kDropRate),
+            static_cast<std::uint64_t>(d.stats.other_format_frames));
+  EXPECT_EQ(d.frames(), static_cast<std::size_t>(d.stats.frames) * 1152);
+}
+
+// Byte offsets of the frames of a clean constant-rate Layer III stream.
+std::vector<std::size_t> FrameStarts(const std::vector<std::uint8_t>& d) {
+  static const int kKbps[2][15] = {{0, 32, 40, 48, 56, 64, 80, 96, 112, 128, 160, 192, 224, 256, 320},
+                                   {0, 8, 16, 24, 32, 40, 48, 56, 64, 80, 96, 112, 128, 144, 160}};
+  static const int kRate[3] = {44100, 48000, 32000};
+  std::vector<std::size_t> starts;
+  for (std::size_t p = 0; p + 4 <= d.size();) {
+    if (d[p] != 0xFF || (d[p + 1] & 0xE6) != 0xE2) break;
+    const bool mpeg1 = (d[p + 1] & 0x08) != 0;
+    const int rate = kRate[(d[p + 2] >> 2) & 3] / (mpeg1 ? 1 : 2);
+    const int len = (mpeg1 ? 144000 : 72000) * kKbps[mpeg1 ? 0 : 1][d[p + 2] >> 4] / rate + ((d[p + 2] >> 1) & 1);
+    starts.push_back(p);
+    p += static_cast<std::size_t>(len);
+  }
+  return starts;
+}
+
+// Bytes that can never hold a sync word.
+std::vector<std::uint8_t> Junk(std::size_t n, unsigned seed) {
+  std::mt19937 rng(seed);
+  std::vector<std::uint8_t> j(n);
+  for (auto& b : j) b = static_cast<std::uint8_t>(rng() & 0x7F);
+  return j;
+}
+
+// The damage report counts every byte skipped and every frame concealed or
+// dropped, by kind; the audio around the damage is the clean stream's.
+TEST(Mp3Decoder, DamageReportCountsByKind) {
+  using aklcli::Tally;
+  const auto clean = Read("mp3_ref/mp3_m1_44k1_js_128_music.mp3");
+  const auto starts = FrameStarts(clean);
+  ASSERT_GT(starts.size(), 40u);
+  const Decoded ref = Decode(clean);
+  ASSERT_EQ(ref.stats.damaged, 0);
+  auto insert = [](std::vector<std::uint8_t> v, std::size_t at, const std::vector<std::uint8_t>& bytes) {
+    v.insert(v.begin() + static_cast<std::ptrdiff_t>(at), bytes.begin(), bytes.end());
+    return v;
+  };
+  const std::size_t last = starts.back();
+  struct Case {
+    const char* name;
+    std::vector<std::uint8_t> input;
+    Tally tally;
+    const char* kind;
+    std::uint64_t count;
+    std::uint64_t damaged;
+    long frames_lost;  // frames written fewer than the clean stream's
+  };
+  auto crc = Read("mp3_ref/mp3_m1_48k_st_160_crc_clicks.mp3");
+  crc[6 + 5] ^= 0x10;
+  const Case cases[] = {
+      {"junk before", insert(clean, 0, Junk(1000, 1)), Tally::kSkippedBytes, aklmp3::kSkipBefore, 1000, 1, 0},
+      {"junk between", insert(clean, starts[20], Junk(517, 2)), Tally::kSkippedBytes, aklmp3::kSkipBetween, 517, 1,
+       0},
+      {"junk after", insert(clean, clean.size(), Junk(300, 3)), Tally::kSkippedBytes, aklmp3::kSkipAfter, 300, 1, 0},
+      {"truncated", std::vector<std::uint8_t>(clean.begin(), clean.begin() + static_cast<std::ptrdiff_t>(last + 100)),
+       Tally::kSkippedBytes, aklmp3::kSkipTruncated, 100, 1, 1},
+      {"CRC mismatch", crc, Tally::kConcealedFrames, aklmp3::kConcealCrc, 1, 1, 0},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    const Decoded d = Decode(c.input);
+    EXPECT_EQ(d.stats.damage.Count(c.tally, c.kind), c.count);
+    EXPECT_EQ(d.stats.damage.Total(c.tally), c.count);
+    EXPECT_EQ(d.stats.damage.Damaged(), c.damaged);
+    EXPECT_EQ(d.stats.damaged, static_cast<long>(c.damaged));
+    if (c.tally == Tally::kSkippedBytes) {
+      // Nothing else happened, and the frames that are there decode as in
+      // the clean stream.
+      EXPECT_EQ(d.stats.frames, ref.stats.frames - c.frames_lost);
+      EXPECT_TRUE(std::equal(d.pcm.begin(), d.pcm.end(), ref.pcm.begin()));
+    }
+  }
 }
 
 // he_mode switches between one and two channels: the output is stereo

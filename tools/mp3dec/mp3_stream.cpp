@@ -148,11 +148,12 @@ class FrameWalker {
  public:
   FrameWalker(const std::uint8_t* d, std::size_t begin, std::size_t end) : d_(d), pos_(begin), end_(end) {}
 
-  // Next frame; false at the end.  `skipped_junk` is set when bytes had to
-  // be skipped to find it after the walker was locked onto the stream;
-  // `truncated` when the last frame runs past the end.
-  bool Next(Frame* f, bool* skipped_junk, bool* truncated) {
-    *skipped_junk = false;
+  // Next frame; false at the end.  *skipped is the number of bytes passed
+  // over before the frame (or, at the end, before the end); *truncated is
+  // set when the last frame runs past the end.
+  bool Next(Frame* f, std::size_t* skipped, bool* truncated) {
+    const std::size_t start = pos_;
+    *skipped = 0;
     *truncated = false;
     bool searching = !locked_;
     while (pos_ + 4 <= end_) {
@@ -173,7 +174,7 @@ class FrameWalker {
             ok = next + 4 <= end_ && ParseHeader(d_ + next, &nh) && SameStream(h, nh);
           }
           if (ok) {
-            if (searching && locked_) *skipped_junk = true;
+            *skipped = pos_ - start;
             locked_ = true;
             f->pos = pos_;
             f->bytes = len;
@@ -191,6 +192,8 @@ class FrameWalker {
       if (locked_ && !searching) searching = true;
       ++pos_;
     }
+    *skipped = end_ > start ? end_ - start : 0;
+    pos_ = end_;
     return false;
   }
 
@@ -330,11 +333,13 @@ class Engine {
   explicit Engine(int out_channels) : out_channels_(out_channels) { reservoir_.reserve(kReservoirKeep + 4096); }
 
   // Decodes one frame (its bytes copied into padded storage by the caller)
-  // into pcm_ (h.samples x out_channels).  Returns false if the frame had to
-  // be concealed; *reservoir_gap tells whether that was only for lack of
-  // earlier main data.
-  bool Decode(const std::uint8_t* frame, int bytes, const RawHeader& rh, bool* reservoir_gap) {
-    *reservoir_gap = false;
+  // into pcm_ (h.samples x out_channels).  Returns null, or the damage kind
+  // if the frame (or one of its granules) had to be concealed.
+  const char* Decode(const std::uint8_t* frame, int bytes, const RawHeader& rh) {
+    const char* why = nullptr;
+    auto conceal = [&why](const char* kind) {
+      if (!why) why = kind;
+    };
     Akl8u* p = const_cast<Akl8u*>(frame);
     AklMP3FrameHeader hdr{};
     bool good = aklsUnpackFrameHeader_MP3(&p, &hdr) == kStsOk;
@@ -345,15 +350,18 @@ class Engine {
     const int head = 4 + (rh.crc ? 2 : 0);
     const int main_bytes = bytes - head - rh.side_bytes;
     if (main_bytes < 0) good = false;
-    if (good && rh.crc && Crc16(frame, frame + head, rh.side_bytes) != static_cast<std::uint16_t>(hdr.crcWord))
+    if (good && rh.crc && Crc16(frame, frame + head, rh.side_bytes) != static_cast<std::uint16_t>(hdr.crcWord)) {
       good = false;
+      conceal(kConcealCrc);
+    }
     if (good) good = aklsUnpackSideInfo_MP3(&p, si, &main_begin, &priv, scfsi, &hdr) == kStsOk;
+    if (!good) conceal(kConcealHeader);
 
     // Main data: the reservoir's tail of main_begin bytes, then this frame's.
     bool have_main = good;
     if (good && static_cast<std::size_t>(main_begin) > reservoir_.size()) {
       have_main = false;
-      *reservoir_gap = true;
+      conceal(kConcealReservoir);
     }
     std::size_t md_len = 0;
     if (have_main) {
@@ -382,12 +390,14 @@ class Engine {
         bit += static_cast<std::size_t>(g.part23Length);
         if (bit > md_bits) {
           damaged = true;
+          conceal(kConcealOverrun);
           continue;
         }
         Akl8u* cur = md + start / 8;
         Akl32s off = static_cast<Akl32s>(start % 8);
         if (aklsUnpackScaleFactors_MP3_1u8s(&cur, &off, sf_ + 39 * ch, &g, scfsi + 4 * ch, &hdr, gr, ch) != kStsOk) {
           damaged = true;
+          conceal(kConcealScaleFactors);
           continue;
         }
         const long used = static_cast<long>((cur - md) * 8 + off) - static_cast<long>(start);
@@ -398,6 +408,7 @@ class Engine {
           std::memset(xr_ + 576 * ch, 0, 576 * sizeof(Akl32s));
           bound[ch] = 0;
           damaged = true;
+          conceal(kConcealHuffman);
         }
       }
       const AklMP3SideInfo* gsi = &si[gr * nch];
@@ -405,6 +416,7 @@ class Engine {
       if (have_main && !damaged) {
         if (aklsReQuantize_MP3_32s_I(xr_, bound, sf_, gsi, &hdr, work_) != kStsOk) {
           damaged = true;
+          conceal(kConcealRequant);
         }
       }
       if (!have_main || damaged) {
@@ -426,7 +438,7 @@ class Engine {
         for (int i = 0; i < 576; ++i) out[2 * i + 1] = out[2 * i];
       }
     }
-    return !damaged && have_main;
+    return why;
   }
 
   // Silence of one frame (used for a frame we cannot read at all).
@@ -456,7 +468,8 @@ DecodeStats DecodeBuffer(const std::uint8_t* data, std::size_t size, const Decod
   {
     FrameWalker walk(data, begin, end);
     Frame f;
-    bool junk, trunc;
+    std::size_t junk;
+    bool trunc;
     while (walk.Next(&f, &junk, &trunc)) {
       if (f.h.layer != 3 || f.h.version == 25) {
         if (st.unsupported_kind.empty())
@@ -470,21 +483,42 @@ DecodeStats DecodeBuffer(const std::uint8_t* data, std::size_t size, const Decod
   }
   if (!st.sample_rate) return st;
   sink->Format(st.sample_rate, st.channels);
+  aklcli::DamageReport& dr = st.damage;
+  for (const char* k : {kSkipBefore, kSkipBetween, kSkipAfter, kSkipTruncated})
+    dr.Declare(aklcli::Tally::kSkippedBytes, k);
+  for (const char* k : {kConcealHeader, kConcealCrc, kConcealReservoir, kConcealOverrun, kConcealScaleFactors,
+                        kConcealHuffman, kConcealRequant})
+    dr.Declare(aklcli::Tally::kConcealedFrames, k);
+  for (const char* k : {kDropRate, kDropUnsupported}) dr.Declare(aklcli::Tally::kDroppedFrames, k);
 
   FrameWalker walk(data, begin, end);
   Engine engine(st.channels);
   std::unique_ptr<Trimmer> trim;
   std::vector<std::uint8_t> buf(kPad + kMaxFrameBytes + kPad);
   Frame f;
-  bool junk, trunc;
-  bool first = true;
-  while (walk.Next(&f, &junk, &trunc)) {
-    if (junk) ++st.damaged;
+  std::size_t junk;
+  bool trunc;
+  bool first = true, any_frame = false;
+  for (;;) {
+    const bool more = walk.Next(&f, &junk, &trunc);
+    dr.Skip(!any_frame ? kSkipBefore : more ? kSkipBetween : kSkipAfter, junk);
+    if (!more) break;
+    any_frame = true;
     if (trunc) {
-      ++st.damaged;
+      dr.Skip(kSkipTruncated, end - f.pos);
       break;
     }
-    if (f.h.layer != 3 || f.h.version == 25) continue;
+    if (f.h.layer != 3 || f.h.version == 25) {
+      dr.Drop(kDropUnsupported);
+      continue;
+    }
+    if (f.h.sample_rate != st.sample_rate) {
+      // Another stream's frame: not in the output, and not fed to the
+      // decoder, whose bit reservoir and filter banks belong to this one.
+      ++st.other_format_frames;
+      dr.Drop(kDropRate);
+      continue;
+    }
     std::fill(buf.begin(), buf.end(), 0);
     std::memcpy(buf.data() + kPad, data + f.pos, static_cast<std::size_t>(f.bytes));
     const std::uint8_t* fb = buf.data() + kPad;
@@ -504,23 +538,17 @@ DecodeStats DecodeBuffer(const std::uint8_t* data, std::size_t size, const Decod
       trim = std::make_unique<Trimmer>(sink, st.channels, skip, hold);
       if (x.present) continue;
     }
-    bool gap = false;
-    const bool ok = engine.Decode(fb, f.bytes, f.h, &gap);
+    const char* concealed = engine.Decode(fb, f.bytes, f.h);
     ++st.frames;
-    if (!ok) {
-      if (gap)
-        ++st.reservoir_gaps;
-      else
-        ++st.damaged;
+    if (concealed) {
+      dr.Conceal(concealed);
+      if (concealed == kConcealReservoir) ++st.reservoir_gaps;
     }
-    if (f.h.sample_rate != st.sample_rate) {
-      ++st.other_format_frames;
-    } else {
-      trim->Write(engine.pcm(), static_cast<std::size_t>(f.h.samples));
-    }
+    trim->Write(engine.pcm(), static_cast<std::size_t>(f.h.samples));
     if ((st.frames & 63) == 0) sink->Progress(walk.Position(), size);
   }
   if (trim) st.samples_out = trim->written();
+  st.damaged = static_cast<long>(dr.Damaged());
   sink->Progress(size, size);
   return st;
 }
