@@ -1056,7 +1056,8 @@ AKLAC_API Status aklsNoiselessDecoder_LC_AAC(Akl8u** ppBitStream, Akl32s* pBitOf
  *   maxSfb          in: 0..51, used when scalableLayer is 1.
  *   commonWindow    in: 0..1; 1 takes pChanInfo->pIcsInfo as read.
  *   scalableLayer   in: 0..1; 1 reads no ICS information, pulse, TNS or gain-control data.
- *   audioObjectType in: 0..16 (1 main profile).
+ *   audioObjectType in: 0..16 (1 main profile: prediction flags, and TNS orders
+ *                   up to 20 for long windows instead of 12).
  * Statuses, in check order: kStsNullPtr; kStsAacBitOffsetErr; kStsAacCommonWinErr;
  * kStsAacWinSeqErr; kStsAacLayerFlagErr; kStsAacAotErr; kStsAacMaxSfbErr;
  * kStsAacSmpRateIdxErr; then from the data as the LC decoder (kStsAacWinGrpErr also
@@ -1202,12 +1203,15 @@ AKLAC_API Status aklsDecodeMsPNS_AAC_32s(Akl32s* pSrcDstL, Akl32s* pSrcDstR, Akl
  *   pSrcDst   in/out: 1024 lines (long) or 8 x 128 deinterleaved (Q3)
  *   pNumFilt  in: filters per window (0..3 long, 0..1 short), 1 or 8 entries
  *   pLength, pOrder, pDirection in: per filter, over all windows in turn
- *             (length 0..number of bands, order 0..12 long / 0..7 short,
+ *             (length 0..number of bands, order 0..12 long (0..20 when
+ *             profile is 0) / 0..7 short,
  *             direction 0 upward, 1 downward; a filter of order 0 has no
  *             direction entry)
  *   pCoefRes  in: coefficient width per window, 3 or 4
  *   pCoef     in: order coefficients (-8..7) per filter of non-zero order
- *   maxSfb    in: transmitted bands;  profile in: not used by the filter
+ *   maxSfb    in: transmitted bands
+ *   profile   in: the ADTS profile code (object type minus 1); 0 (Main)
+ *             allows long-window orders up to 20, any other value 12
  *   samplingFrequencyIndex in: 0..11;  winLen in: 128 or 1024
  * Statuses: kStsNullPtr; kStsAacWinLenErr; kStsAacSmpRateIdxErr;
  * kStsAacMaxSfbErr; then, per window and filter, kStsAacTnsNumFiltErr,
@@ -1364,7 +1368,8 @@ AKLAC_API Status aklsMDCTFree_AAC_32s(AklsMDCTSpec_AAC_32s* pSpec);
  *                    saturated to -32768..32767
  *   pOverlap         in/out: 1024 samples (Q3) carried between frames
  *   windowSequence   in: 0 only-long, 1 long-start, 2 eight-short, 3 long-stop
- *   windowShape      in: 0 sine, 1 KBD;  prevWindowShape in: the previous frame's
+ *   windowShape      in: 0 sine, 1 KBD
+ *   prevWindowShape  in: the previous frame's shape
  *   pSpec            in: the filter-bank context
  * Statuses, in check order (nothing written on failure): kStsNullPtr;
  * kStsAacWinSeqErr (windowSequence outside 0..3); kStsBadArgErr (a shape
@@ -1376,8 +1381,12 @@ AKLAC_API Status aklsMDCTInv_AAC_32s16s(const Akl32s* pSrc, Akl16s* pDst, Akl32s
  * replace the coefficients in the input's own format (Q3), not reduced to 16
  * bits (saturated to 32 bits): the form that feeds a long-term prediction
  * history.
- *   pSrcDst  in/out: 1024 coefficients in, 1024 samples out
- *   pOverlap, windowSequence, windowShape, prevWindowShape, pSpec  as above
+ *   pSrcDst          in/out: 1024 coefficients in, 1024 samples out
+ *   pOverlap         in/out: 1024 samples (Q3) carried between frames
+ *   windowSequence   in: 0..3
+ *   windowShape      in: 0 sine, 1 KBD
+ *   prevWindowShape  in: the previous frame's shape
+ *   pSpec            in: the filter-bank context
  * Statuses: as aklsMDCTInv_AAC_32s16s. */
 AKLAC_API Status aklsMDCTInv_AAC_32s_I(Akl32s* pSrcDst, Akl32s* pOverlap, Akl32s windowSequence, Akl32s windowShape,
                                        Akl32s prevWindowShape, const AklsMDCTSpec_AAC_32s* pSpec);
@@ -1386,15 +1395,21 @@ AKLAC_API Status aklsMDCTInv_AAC_32s_I(Akl32s* pSrcDst, Akl32s* pOverlap, Akl32s
  *   pSrc             in: 2048 time samples (the frame's two halves)
  *   pDst             out: 1024 coefficients (long), or 8 x 128 (eight short),
  *                    in the input's format; may equal pSrc
- *   windowSequence, windowShape, prevWindowShape, pSpec  as for the inverse
+ *   windowSequence   in: 0..3
+ *   windowShape      in: 0 sine, 1 KBD
+ *   prevWindowShape  in: the previous frame's shape
+ *   pSpec            in: the filter-bank context
  * Statuses: as aklsMDCTInv_AAC_32s16s. */
 AKLAC_API Status aklsMDCTFwd_AAC_32s(const Akl32s* pSrc, Akl32s* pDst, Akl32s windowSequence, Akl32s windowShape,
                                      Akl32s prevWindowShape, const AklsMDCTSpec_AAC_32s* pSpec);
 
 /* In-place forward transform: the 1024 coefficients replace the first half of
  * the 2048 input samples.
- *   pSrcDst  in/out: 2048 samples in, 1024 coefficients out
- *   windowSequence, windowShape, prevWindowShape, pSpec  as above
+ *   pSrcDst          in/out: 2048 samples in, 1024 coefficients out
+ *   windowSequence   in: 0..3
+ *   windowShape      in: 0 sine, 1 KBD
+ *   prevWindowShape  in: the previous frame's shape
+ *   pSpec            in: the filter-bank context
  * Statuses: as aklsMDCTInv_AAC_32s16s. */
 AKLAC_API Status aklsMDCTFwd_AAC_32s_I(Akl32s* pSrcDst, Akl32s windowSequence, Akl32s windowShape,
                                        Akl32s prevWindowShape, const AklsMDCTSpec_AAC_32s* pSpec);
@@ -1411,16 +1426,21 @@ AKLAC_API Status aklsMDCTFwd_AAC_32s_I(Akl32s* pSrcDst, Akl32s windowSequence, A
  * updates the history.  Short-window frames are not predicted.
  *
  * Contract of aklsLongTermPredict_AAC_32s: with lag L = ltpLag (0..2047) and
- * gain c = ltpCoef (Q14), the time estimate is e[i] = (c * h[i + 2048 - L] +
- * 2^13) >> 14 (64-bit, saturated to 32 bits) for i below min(2048, 1024 + L),
- * and 0 above; the estimate is the forward transform of e with the frame's
- * window (aklsMDCTFwd_AAC_32s). */
+ * gain c, the time estimate is e[i] = c * h[i + 2048 - L] for i below
+ * min(2048, 1024 + L), and 0 above; the estimate is the forward transform of
+ * e with the frame's window (as aklsMDCTFwd_AAC_32s, but on e in single
+ * precision, rounded only at the end).  c is the standard's gain for the
+ * eight Q14 codes of AklAACLtpData.ltpCoef (9352 stands for 0.570829, ...,
+ * 22438 for 1.369533; the Q14 code alone would be off by up to 5e-5, a
+ * 16-bit step on loud material), and ltpCoef / 16384 for any other value. */
 
 /* Estimate of a frame's spectrum from the history.
  *   pSrcHistory      in: 3072 samples (Q3)
  *   pDstEstimate     out: 1024 coefficients (Q3)
  *   pLtpData         in: ltpLag and ltpCoef of the channel
- *   windowSequence   in: 0, 1 or 3 (long windows);  windowShape, prevWindowShape in: 0..1
+ *   windowSequence   in: 0, 1 or 3 (long windows)
+ *   windowShape      in: 0 sine, 1 KBD
+ *   prevWindowShape  in: the previous frame's shape
  *   pSpec            in: the filter-bank context
  * Statuses, in check order (nothing written on failure): kStsNullPtr;
  * kStsAacWinSeqErr (outside 0..3, or 2: short windows are not predicted);
@@ -1437,7 +1457,8 @@ AKLAC_API Status aklsLongTermPredict_AAC_32s(const Akl32s* pSrcHistory, Akl32s* 
  *   pSrcEstimate     in: 1024 coefficients (Q3)
  *   pSrcDstSpec      in/out: 1024 dequantized lines (Q3)
  *   pLongUsed        in: 41 flags, as AklAACLtpData.longUsed
- *   maxSfb           in: transmitted bands, 0..51;  samplingFrequencyIndex in: 0..11
+ *   maxSfb           in: transmitted bands, 0..51
+ *   samplingFrequencyIndex  in: 0..11
  * Statuses, in check order: kStsNullPtr; kStsAacMaxSfbErr (above 51);
  * kStsAacSmpRateIdxErr; kStsAacMaxSfbErr (above the band count of the
  * index); kStsOk. */

@@ -177,6 +177,12 @@ void MdctInvAac(const MdctAacSpec& s, const Akl32s* src, float* out, Akl32s* ove
 }
 
 void MdctFwdAac(const MdctAacSpec& s, const Akl32s* src, Akl32s* dst, int seq, int shape, int prev_shape) {
+  alignas(64) float f[kLong];
+  for (int n = 0; n < kLong; ++n) f[n] = static_cast<float>(src[n]);
+  MdctFwdAacFloat(s, f, dst, seq, shape, prev_shape);
+}
+
+void MdctFwdAacFloat(const MdctAacSpec& s, const float* src, Akl32s* dst, int seq, int shape, int prev_shape) {
   alignas(64) float x[kLong];
   alignas(64) float y[1024];
   if (seq == kEightShort) {
@@ -184,10 +190,10 @@ void MdctFwdAac(const MdctAacSpec& s, const Akl32s* src, Akl32s* dst, int seq, i
     const float* rs = s.riseShort[shape];
     alignas(64) float out[1024];
     for (int j = 0; j < 8; ++j) {
-      const Akl32s* seg = src + 448 + 128 * j;
+      const float* seg = src + 448 + 128 * j;
       const float* rise = j == 0 ? rs_prev : rs;
-      for (int n = 0; n < 128; ++n) x[n] = static_cast<float>(seg[n]) * rise[n];
-      for (int n = 0; n < 128; ++n) x[128 + n] = static_cast<float>(seg[128 + n]) * rs[127 - n];
+      for (int n = 0; n < 128; ++n) x[n] = seg[n] * rise[n];
+      for (int n = 0; n < 128; ++n) x[128 + n] = seg[128 + n] * rs[127 - n];
       Fwd(s.fwdShort, x, y);
       std::memcpy(out + 128 * j, y, sizeof(float) * 128);
     }
@@ -196,7 +202,7 @@ void MdctFwdAac(const MdctAacSpec& s, const Akl32s* src, Akl32s* dst, int seq, i
   }
   alignas(64) float w[kLong];
   LongWindow(s, seq, shape, prev_shape, w);
-  for (int n = 0; n < kLong; ++n) x[n] = static_cast<float>(src[n]) * w[n];
+  for (int n = 0; n < kLong; ++n) x[n] = src[n] * w[n];
   Fwd(s.fwdLong, x, y);
   for (int k = 0; k < 1024; ++k) dst[k] = SatRound(y[k]);
 }

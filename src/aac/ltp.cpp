@@ -12,6 +12,19 @@ namespace akl::aac {
 
 using namespace predict;
 
+namespace {
+// The standard's gains for the eight Q14 codes of the record; any other Q14
+// value is taken as it stands.
+float LtpGain(Akl16s q14) {
+  static constexpr Akl16s kCodes[8] = {9352, 11413, 13320, 14931, 16137, 17496, 19572, 22438};
+  static constexpr float kGains[8] = {0.570829f, 0.696616f, 0.813004f, 0.911304f,
+                                      0.984900f, 1.067894f, 1.194601f, 1.369533f};
+  for (int i = 0; i < 8; ++i)
+    if (kCodes[i] == q14) return kGains[i];
+  return static_cast<float>(q14) / 16384.0f;
+}
+}  // namespace
+
 Status aklsLongTermPredict_AAC_32s(const Akl32s* pSrcHistory, Akl32s* pDstEstimate, const AklAACLtpData* pLtpData,
                                    Akl32s windowSequence, Akl32s windowShape, Akl32s prevWindowShape,
                                    const AklsMDCTSpec_AAC_32s* pSpec) {
@@ -24,17 +37,14 @@ Status aklsLongTermPredict_AAC_32s(const Akl32s* pSrcHistory, Akl32s* pDstEstima
 
   // x_est[i] = gain * history[i + 2048 - lag] while that lies inside the
   // history (the last 1024 entries hold the not yet overlapped half), else 0.
-  alignas(64) Akl32s est[2048];
+  alignas(64) float est[2048];
   const int lag = pLtpData->ltpLag;
-  const std::int64_t gain = pLtpData->ltpCoef;  // Q14
+  const float gain = LtpGain(pLtpData->ltpCoef);
   const int avail = lag < 1024 ? 1024 + lag : 2048;
   const Akl32s* h = pSrcHistory + 2048 - lag;
-  for (int i = 0; i < avail; ++i) {
-    const std::int64_t v = (gain * h[i] + (1 << 13)) >> 14;
-    est[i] = v > INT32_MAX ? INT32_MAX : v < INT32_MIN ? INT32_MIN : static_cast<Akl32s>(v);
-  }
-  for (int i = avail; i < 2048; ++i) est[i] = 0;
-  MdctFwdAac(*s, est, pDstEstimate, windowSequence, windowShape, prevWindowShape);
+  for (int i = 0; i < avail; ++i) est[i] = gain * static_cast<float>(h[i]);
+  for (int i = avail; i < 2048; ++i) est[i] = 0.0f;
+  MdctFwdAacFloat(*s, est, pDstEstimate, windowSequence, windowShape, prevWindowShape);
   return kStsOk;
 }
 

@@ -93,6 +93,8 @@ void MdctInvAac(const MdctAacSpec& s, const Akl32s* src, float* out, Akl32s* ove
                 int prev_shape);
 // Forward: 2048 time samples to 1024 coefficients (long) or 8 x 128, rounded.
 void MdctFwdAac(const MdctAacSpec& s, const Akl32s* src, Akl32s* dst, int seq, int shape, int prev_shape);
+// The same on float samples (the long-term estimate before any rounding).
+void MdctFwdAacFloat(const MdctAacSpec& s, const float* src, Akl32s* dst, int seq, int shape, int prev_shape);
 
 // To a 32-bit integer: nearest, halves away from zero, saturated.
 inline Akl32s SatRound(double v) {

@@ -10,6 +10,7 @@
 //     windows (sine or KBD, all four sequences) and overlap-add, the
 //     independently switched coupling, and rounding to 16 bits.
 #include "aacdec/aac_decoder.hpp"
+#include "aacdec/prediction.hpp"
 
 #include <algorithm>
 #include <array>
@@ -27,6 +28,7 @@ constexpr int kSampleRates[13] = {96000, 88200, 64000, 48000, 44100, 32000, 2400
                                   22050, 16000, 12000, 11025, 8000,  7350};
 constexpr int kFrame = 1024;
 constexpr int kBandSlots = 8 * 64;  // per-band arrays: groups x bands
+constexpr int kCceKeys = 256;  // prediction-tool slots of coupling channels: 256 + tag
 constexpr std::size_t kPadding = 16384;  // zeros after a frame: the readers may run on in a damaged one
 
 enum ElementId { kSce = 0, kCpe = 1, kCce = 2, kLfe = 3, kDse = 4, kPce = 5, kFil = 6, kEnd = 7 };
@@ -183,6 +185,8 @@ struct ChannelStream {
   Akl8u cb[kBandSlots];
   Akl8s tns_coef[64];
   Akl32s ltp_long_used[41];
+  AklAACLtpData ltp;  // this channel's long-term prediction data (LTP profile)
+  int key = 0;        // the channel's slot in the prediction tools
   const AklAACIcsInfo& ics() const { return *info.pIcsInfo; }
   int win_len() const { return ics().windowSequence == kEightShort ? 128 : kFrame; }
 };
@@ -346,6 +350,9 @@ class Decoder {
   Status SpectralPair(Element& e);
   Status Finish(ChannelStream& ch);  // deinterleave; TNS runs separately
   Status Tns(ChannelStream& ch);
+  void Predict(ChannelStream& ch);                // Main: after M/S, before intensity
+  void LongTermPredict(ChannelStream& ch, int prev_shape);  // LTP: before TNS
+  void ToolWarning(const char* tool, Status st);
   void ApplyDependentCoupling(int type, int tag, int domain, Element& e);
   bool BlockMatchesLayout() const;
   int ConfigOfBlock() const;
@@ -376,7 +383,9 @@ class Decoder {
   std::vector<ChannelState> states_;
   ChannelState cce_states_[16];
   Akl32s noise_seed_ = 0x2545F491;
-  AklAACLtpInfo ltp_info_{};  // filled by the readers; LTP itself is not decoded
+  AklAACLtpInfo ltp_info_{};  // filled by the readers, copied to each channel
+  PredictionTools tools_;      // Main and LTP profile tools (prediction.hpp)
+  long tool_failures_ = 0;
   // Per block.
   std::vector<std::unique_ptr<Element>> elements_;
   int num_elements_ = 0;
@@ -405,15 +414,12 @@ bool Decoder::SetSampleRateIndex(int sfi, std::string* message) {
 // Whether this decoder renders an object type; the reason when it does not.
 static bool ObjectTypeSupported(int object_type, std::string* message) {
   switch (object_type) {
-    case 2: return true;
-    case 1:
-      *message = "AAC Main profile stream: its frequency-domain prediction is not supported (AAC-LC only)";
-      return false;
+    case 1:  // Main: frequency-domain prediction
+    case 2:
+    case 4:  // LTP: long-term prediction
+      return true;
     case 3:
       *message = "AAC SSR profile stream: its gain control is not supported (AAC-LC only)";
-      return false;
-    case 4:
-      *message = "AAC LTP stream: long-term prediction is not supported (AAC-LC only)";
       return false;
     default:
       *message = "unsupported audio object type " + std::to_string(object_type);
@@ -445,7 +451,7 @@ void Decoder::LoadFrame(const std::uint8_t* src, std::size_t n) {
 Status Decoder::DecodeIcs(Cursor& c, ChannelStream& ch, int common_window, AklAACIcsInfo* pair_ics) {
   std::memset(&ch.info, 0, sizeof(ch.info));
   ch.info.samplingFrequencyIndex = sfi_;
-  ch.info.predSfbMax = 0;
+  ch.info.predSfbMax = tools_.pred_sfb_max();
   ch.info.pIcsInfo = common_window ? pair_ics : &ch.own_ics;
   for (Akl32s& v : ch.ltp_long_used) v = 0;
   // The general decoder reads noise-substitution bands (codebook 13), which
@@ -454,7 +460,8 @@ Status Decoder::DecodeIcs(Cursor& c, ChannelStream& ch, int common_window, AklAA
   const Status st =
       aklsNoiselessDecode_AAC(&c.p, &c.off, &ltp_info_, ch.sf, ch.spec, ch.cb, ch.tns_coef, &ch.info,
                               common_window ? shared.windowSequence : 0, common_window ? shared.maxSfb : 0,
-                              common_window, 0, 2);
+                              common_window, 0, object_type_ == 1 || object_type_ == 4 ? object_type_ : 2);
+  if (st == kStsOk && !common_window) ch.ltp = ltp_info_.ltpData[0];
   if (st == kStsOk) SeparateNoiseEnergies(ch);
   return st;
 }
@@ -551,6 +558,7 @@ Status Decoder::DecodeCce(Cursor& c) {
 }
 
 Status Decoder::DecodeRawBlock(Cursor& c, const Akl8u* end) {
+  if (!tools_.Configure(object_type_, sfi_)) return kStsMemAllocErr;
   num_elements_ = 0;
   num_cces_ = 0;
   int audio_index = 0;
@@ -571,13 +579,16 @@ Status Decoder::DecodeRawBlock(Cursor& c, const Akl8u* end) {
         ++audio_index;
         if (id == kCpe) {
           AklAACChanPairElt cpe;
-          if (const Status st = aklsDecodeChanPairElt_MP4_AAC(&c.p, &c.off, &e.pair_ics, &cpe, &ltp_info_, 0, 2);
+          if (const Status st = aklsDecodeChanPairElt_MP4_AAC(&c.p, &c.off, &e.pair_ics, &cpe, &ltp_info_, tools_.pred_sfb_max(),
+                                                                object_type_ == 1 || object_type_ == 4 ? object_type_ : 2);
               st != kStsOk)
             return st;
           e.common_window = cpe.commonWindow;
           if (e.common_window) {
             e.ms_mask_present = cpe.msMaskPresent == 3 ? 0 : cpe.msMaskPresent;
             std::memcpy(e.ms_used, cpe.msUsed, sizeof(e.ms_used));
+            e.ch[0].ltp = ltp_info_.ltpData[0];
+            e.ch[1].ltp = ltp_info_.ltpData[1];
           }
           for (int k = 0; k < 2; ++k)
             if (const Status st = DecodeIcs(c, e.ch[k], e.common_window, &e.pair_ics); st != kStsOk) return st;
@@ -645,9 +656,13 @@ Status Decoder::SpectralSingle(ChannelStream& ch) {
   const int slots = ics.numWindowGroups * ics.maxSfb;
   bool noise = false;
   for (int i = 0; i < slots; ++i) noise |= ch.cb[i] == 13;
-  if (!noise) return kStsOk;
-  return aklsDecodePNS_AAC_32s(ch.spec, ch.ltp_long_used, ch.cb, ch.sf, ics.maxSfb, ics.numWindowGroups,
-                               ics.windowGroupLength, sfi_, wl, &noise_seed_);
+  if (noise) {
+    const Status st = aklsDecodePNS_AAC_32s(ch.spec, ch.ltp_long_used, ch.cb, ch.sf, ics.maxSfb, ics.numWindowGroups,
+                                            ics.windowGroupLength, sfi_, wl, &noise_seed_);
+    if (st != kStsOk) return st;
+  }
+  Predict(ch);
+  return kStsOk;
 }
 
 Status Decoder::SpectralPair(Element& e) {
@@ -687,6 +702,8 @@ Status Decoder::SpectralPair(Element& e) {
                                                    ics.numWindowGroups, ics.windowGroupLength, ics.maxSfb, sfi_, wl);
     if (st != kStsOk) return st;
   }
+  Predict(l);
+  Predict(r);
   if (intensity) {
     // A band that is noise on the left and intensity on the right takes the
     // right channel's intensity code (the merged array marks it as noise).
@@ -709,10 +726,27 @@ Status Decoder::Finish(ChannelStream& ch) {
   return st;
 }
 
+void Decoder::ToolWarning(const char* tool, Status st) {
+  if (++tool_failures_ <= 3)
+    sink_->Warn(std::string(tool) + " skipped in a frame (library status " + std::to_string(st) + ")" +
+                (tool_failures_ == 3 ? "; further cases are not reported" : ""));
+}
+
+void Decoder::Predict(ChannelStream& ch) {
+  if (const Status st = tools_.Predict(ch.key, ch.spec, ch.ics(), ch.cb); st != kStsOk)
+    ToolWarning("frequency-domain prediction", st);
+}
+
+void Decoder::LongTermPredict(ChannelStream& ch, int prev_shape) {
+  if (const Status st = tools_.ApplyLtp(ch.key, ch.spec, ch.ltp, ch.ics(), ch.info, ch.tns_coef, prev_shape);
+      st != kStsOk)
+    ToolWarning("long-term prediction", st);
+}
+
 Status Decoder::Tns(ChannelStream& ch) {
   if (!ch.info.tnsDataPresent) return kStsOk;
   return aklsDecodeTNS_AAC_32s_I(ch.spec, ch.info.nFilt, ch.info.length, ch.info.order, ch.info.coefRes,
-                                 ch.tns_coef, ch.info.direction, ch.ics().maxSfb, 1, sfi_, ch.win_len());
+                                 ch.tns_coef, ch.info.direction, ch.ics().maxSfb, object_type_ - 1, sfi_, ch.win_len());
 }
 
 // Adds the dependently switched coupling channels that target this element
@@ -936,15 +970,19 @@ bool Decoder::EmitBlock(bool damaged) {
   if (!damaged) {
     for (int k = 0; k < num_cces_ && !damaged; ++k) {
       Cce& cce = *cces_[static_cast<std::size_t>(k)];
+      cce.ch.key = kCceKeys + (cce.tag & 15);
       damaged = SpectralSingle(cce.ch) != kStsOk || Finish(cce.ch) != kStsOk || Tns(cce.ch) != kStsOk;
     }
     for (int k = 0; k < num_elements_ && !damaged; ++k) {
       Element& e = *elements_[static_cast<std::size_t>(k)];
       where[static_cast<std::size_t>(k)] = FindLayout(layout_, k, e.type, e.tag);
       if (!where[static_cast<std::size_t>(k)]) continue;  // an element outside the layout: ignored
-      Status st = e.type == kCpe ? SpectralPair(e) : SpectralSingle(e.ch[0]);
       const int nch = e.type == kCpe ? 2 : 1;
+      for (int c = 0; c < nch; ++c) e.ch[c].key = where[static_cast<std::size_t>(k)]->first_channel + c;
+      Status st = e.type == kCpe ? SpectralPair(e) : SpectralSingle(e.ch[0]);
       for (int c = 0; c < nch && st == kStsOk; ++c) st = Finish(e.ch[c]);
+      for (int c = 0; c < nch && st == kStsOk; ++c)
+        LongTermPredict(e.ch[c], states_[static_cast<std::size_t>(e.ch[c].key)].prev_shape);
       if (st == kStsOk) ApplyDependentCoupling(e.type, e.tag, 0, e);
       for (int c = 0; c < nch && st == kStsOk; ++c) st = Tns(e.ch[c]);
       if (st == kStsOk) ApplyDependentCoupling(e.type, e.tag, 1, e);
@@ -967,6 +1005,7 @@ bool Decoder::EmitBlock(bool damaged) {
         if (written[static_cast<std::size_t>(oc)]) continue;
         float* out = out_.data() + static_cast<std::size_t>(oc) * kFrame;
         Synthesize(e.ch[c], states_[static_cast<std::size_t>(oc)], out);
+        tools_.Update(oc, out, states_[static_cast<std::size_t>(oc)].overlap.data());
         written[static_cast<std::size_t>(oc)] = true;
       }
       // Independently switched coupling: the coupling channel's output,
@@ -1004,6 +1043,7 @@ bool Decoder::EmitBlock(bool damaged) {
     float* out = out_.data() + static_cast<std::size_t>(c) * kFrame;
     for (int n = 0; n < kFrame; ++n) out[n] = st.overlap[static_cast<std::size_t>(n)];
     st.overlap.fill(0.0f);
+    tools_.Reset(c);
   }
   if (missing && !damaged) ++stats_->damaged;
   if (damaged)
