@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
 #include <random>
 #include <string>
@@ -264,6 +265,15 @@ TEST(Mp3Decoder, DamageReportCountsByKind) {
     std::uint64_t damaged;
     long frames_lost;  // frames written fewer than the clean stream's
   };
+  // Frame 20's bit-rate index raised to 320 kbit/s: its declared length runs
+  // over the next frames, but it is taken up to the frame that follows it.
+  auto longer = clean;
+  longer[starts[20] + 2] = static_cast<std::uint8_t>((longer[starts[20] + 2] & 0x0F) | 0xE0);
+  // Frame 20's header wiped: the frame is concealed in place (the stream
+  // resumes one frame length later), so the timing is kept.
+  auto wiped = clean;
+  std::fill(wiped.begin() + static_cast<std::ptrdiff_t>(starts[20]),
+            wiped.begin() + static_cast<std::ptrdiff_t>(starts[20] + 4), 0);
   auto crc = Read("mp3_ref/mp3_m1_48k_st_160_crc_clicks.mp3");
   crc[6 + 5] ^= 0x10;
   const Case cases[] = {
@@ -273,6 +283,8 @@ TEST(Mp3Decoder, DamageReportCountsByKind) {
       {"junk after", insert(clean, clean.size(), Junk(300, 3)), Tally::kSkippedBytes, aklmp3::kSkipAfter, 300, 1, 0},
       {"truncated", std::vector<std::uint8_t>(clean.begin(), clean.begin() + static_cast<std::ptrdiff_t>(last + 100)),
        Tally::kSkippedBytes, aklmp3::kSkipTruncated, 100, 1, 1},
+      {"damaged length", longer, Tally::kSkippedBytes, aklmp3::kSkipBetween, 0, 0, 0},
+      {"wiped header", wiped, Tally::kConcealedFrames, aklmp3::kConcealLostHeader, 1, 1, 0},
       {"CRC mismatch", crc, Tally::kConcealedFrames, aklmp3::kConcealCrc, 1, 1, 0},
   };
   for (const Case& c : cases) {
@@ -282,13 +294,86 @@ TEST(Mp3Decoder, DamageReportCountsByKind) {
     EXPECT_EQ(d.stats.damage.Total(c.tally), c.count);
     EXPECT_EQ(d.stats.damage.Damaged(), c.damaged);
     EXPECT_EQ(d.stats.damaged, static_cast<long>(c.damaged));
-    if (c.tally == Tally::kSkippedBytes) {
+    EXPECT_EQ(d.stats.tag_bytes + d.stats.frame_bytes + d.stats.damage.Total(Tally::kSkippedBytes), c.input.size());
+    if (c.tally != Tally::kSkippedBytes) {
+      EXPECT_EQ(d.stats.damage.Total(Tally::kSkippedBytes), 0u);
+    } else {
       // Nothing else happened, and the frames that are there decode as in
       // the clean stream.
       EXPECT_EQ(d.stats.frames, ref.stats.frames - c.frames_lost);
       EXPECT_TRUE(std::equal(d.pcm.begin(), d.pcm.end(), ref.pcm.begin()));
     }
   }
+}
+
+// Frames of two streams interleaved one by one (sampling rate, MPEG version
+// and mode change every frame): the first frame's stream is written exactly
+// as on its own, and every frame of the other is dropped and counted.
+TEST(Mp3Decoder, AlternatingRatesAreDroppedAndCounted) {
+  using aklcli::Tally;
+  struct Case {
+    const char* first;
+    const char* second;
+    int rate;
+  } const cases[] = {
+      {"mp3_ref/mp3_m1_44k1_js_128_music.mp3", "mp3_ref/mp3_m1_48k_st_160_crc_clicks.mp3", 44100},
+      {"mp3_ref/mp3_m1_48k_st_160_crc_clicks.mp3", "mp3_ref/mp3_m1_44k1_js_128_music.mp3", 48000},
+      {"mp3_ref/mp3_m1_44k1_js_128_music.mp3", "mp3_ref/mp3_m2_22k05_mono_40_speech.mp3", 44100},
+      {"mp3_ref/mp3_m2_24k_js_64_crc_clicks.mp3", "mp3_ref/mp3_m2_22k05_mono_40_speech.mp3", 24000},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.second);
+    const auto a = Read(c.first), b = Read(c.second);
+    const auto sa = FrameStarts(a), sb = FrameStarts(b);
+    const std::size_t n = std::min(sa.size(), sb.size()) - 1;
+    std::vector<std::uint8_t> mixed, alone;
+    for (std::size_t i = 0; i < n; ++i) {
+      mixed.insert(mixed.end(), a.begin() + static_cast<std::ptrdiff_t>(sa[i]),
+                   a.begin() + static_cast<std::ptrdiff_t>(sa[i + 1]));
+      mixed.insert(mixed.end(), b.begin() + static_cast<std::ptrdiff_t>(sb[i]),
+                   b.begin() + static_cast<std::ptrdiff_t>(sb[i + 1]));
+    }
+    alone.assign(a.begin(), a.begin() + static_cast<std::ptrdiff_t>(sa[n]));
+    const Decoded d = Decode(mixed, false), ref = Decode(alone, false);
+    EXPECT_EQ(d.rate, c.rate);
+    EXPECT_EQ(d.stats.damaged, 0);
+    EXPECT_EQ(d.stats.damage.Count(Tally::kDroppedFrames, aklmp3::kDropRate), n);
+    EXPECT_EQ(d.stats.damage.Total(Tally::kSkippedBytes), 0u);
+    EXPECT_EQ(d.stats.frames, ref.stats.frames);
+    EXPECT_EQ(d.pcm, ref.pcm);
+    EXPECT_EQ(d.stats.frame_bytes, mixed.size());
+  }
+}
+
+// Finding frames is linear in the input: on random bytes with chains of
+// plausible frames planted in them (which lock the search onto junk), the
+// bytes looked at per input byte stay the same from 1 to 8 MB, and every
+// byte is accounted for.
+TEST(Mp3Decoder, ResyncWorkIsLinear) {
+  double per_byte[2] = {};
+  const std::size_t sizes[2] = {1u << 20, 8u << 20};
+  for (int k = 0; k < 2; ++k) {
+    std::mt19937 rng(77u + static_cast<unsigned>(k));
+    std::vector<std::uint8_t> junk(sizes[k]);
+    for (auto& b : junk) b = static_cast<std::uint8_t>(rng());
+    // Every 64 KB, three headers of 417-byte frames (MPEG-1, 128 kbit/s,
+    // 44.1 kHz) at frame distance.
+    for (std::size_t at = 1000; at + 3 * 417 < junk.size(); at += 65536)
+      for (std::size_t i = 0; i < 3; ++i) {
+        const std::uint8_t h[4] = {0xFF, 0xFB, 0x90, 0x44};
+        std::memcpy(&junk[at + 417 * i], h, 4);
+      }
+    const Decoded d = Decode(junk);
+    EXPECT_GT(d.stats.frames, 0);
+    EXPECT_EQ(d.stats.tag_bytes + d.stats.frame_bytes + d.stats.damage.Total(aklcli::Tally::kSkippedBytes),
+              junk.size());
+    per_byte[k] = static_cast<double>(d.stats.scan_work) / static_cast<double>(junk.size());
+  }
+  // Two passes, memchr over every byte: a little over 2 bytes looked at per
+  // input byte.
+  std::printf("bytes looked at per input byte: %.4f (1 MB), %.4f (8 MB)\n", per_byte[0], per_byte[1]);
+  EXPECT_LT(per_byte[0], 2.5);
+  EXPECT_LT(per_byte[1], per_byte[0] * 1.05);
 }
 
 // he_mode switches between one and two channels: the output is stereo
@@ -300,3 +385,72 @@ TEST(Mp3Decoder, ChannelChangeGivesStereoThroughout) {
 }
 
 }  // namespace
+
+namespace {
+
+std::vector<std::int16_t> S16(const std::vector<std::uint8_t>& b) {
+  std::vector<std::int16_t> v(b.size() / 2);
+  for (std::size_t i = 0; i < v.size(); ++i) v[i] = static_cast<std::int16_t>(b[2 * i] | (b[2 * i + 1] << 8));
+  return v;
+}
+
+// Largest difference between channel `ch` of `got` (from frame `from`) and a
+// mono or same-layout reference (from its frame `ref_from`), over `frames`.
+int MaxDiff(const Decoded& got, std::size_t from, const std::vector<std::int16_t>& ref, int ref_ch,
+            std::size_t ref_from, std::size_t frames, int ch = 0) {
+  int worst = 0;
+  for (std::size_t i = 0; i < frames; ++i) {
+    const std::size_t g = (from + i) * static_cast<std::size_t>(got.channels) + static_cast<std::size_t>(ch);
+    const std::size_t r = (ref_from + i) * static_cast<std::size_t>(ref_ch) + static_cast<std::size_t>(ch % ref_ch);
+    if (g >= got.pcm.size() || r >= ref.size()) return 1 << 16;
+    worst = std::max(worst, std::abs(got.pcm[g] - ref[r]));
+  }
+  return worst;
+}
+
+}  // namespace
+
+// minimp3's Layer III edge cases: tags and broken VBR frames are skipped,
+// corrupted side information is concealed and the frames after it are
+// intact, a 44.1 to 48 kHz change keeps the first rate, and nothing crashes.
+TEST(Mp3Decoder, NonstandardStreams) {
+  using aklcli::Tally;
+  const std::string dir = "mp3_nonstandard/l3-nonstandard-";
+  // Tags around one frame: the frame decodes as the second decoder's (minimp3).
+  for (const char* name : {"apetag", "id3v1", "id3v1-apetag", "id3v2"}) {
+    SCOPED_TRACE(name);
+    const Decoded d = Decode(Read(dir + name + ".bit"), false);
+    const auto ref = S16(Read(dir + name + ".pcm"));
+    EXPECT_EQ(d.stats.damaged, 0);
+    ASSERT_EQ(d.pcm.size(), ref.size());
+    EXPECT_LE(MaxDiff(d, 0, ref, d.channels, 0, d.frames()), 1);
+  }
+  // No audio at all: a tag alone, five bytes, a Xing frame alone (empty,
+  // corrupted, without frames, pointing past the end).
+  for (const char* name : {"id3v2-only", "small", "vbrtag-corrupted", "vbrtag-empty", "vbrtag-noframes",
+                           "vbrtag-only", "vbrtag-oob-read"}) {
+    SCOPED_TRACE(name);
+    EXPECT_EQ(Decode(Read(dir + name + ".bit")).stats.frames, 0);
+  }
+  // Damaged beyond use, decoded without a crash.
+  for (const char* name : {"big-iscf", "sideinfo-size"}) Decode(Read(dir + name + ".bit"));
+  EXPECT_EQ(Decode(Read("mp3_nonstandard/l3-compl-cut.mp3")).stats.frames, 1);
+  // compl.bit with one frame's side information corrupted (frame 190, 81
+  // or 26): concealed, and the last 20 frames equal the ISO decode of the
+  // clean stream (which holds frames 0..215).
+  const auto compl_ref = S16(Read("conformance/mp3/compl.pcm"));
+  for (const char* name : {"compl-sideinfo-bigvalues", "compl-sideinfo-blocktype", "compl-sideinfo-size"}) {
+    SCOPED_TRACE(name);
+    const Decoded d = Decode(Read(dir + name + ".bit"), false);
+    EXPECT_EQ(d.stats.damage.Total(Tally::kConcealedFrames), 1u);
+    EXPECT_EQ(d.stats.frames, 216);
+    EXPECT_LE(MaxDiff(d, 196 * 1152, compl_ref, 1, 196 * 1152, 20 * 1152), 1);
+  }
+  // he_44khz followed by he_48khz: the 44.1 kHz part is the ISO decode of
+  // he_44khz, the 150 frames at 48 kHz are dropped.
+  const Decoded he = Decode(Read(dir + "he_44_48khz.bit"), false);
+  const auto he_ref = S16(Read("conformance/mp3/he_44khz.pcm"));
+  EXPECT_EQ(he.rate, 44100);
+  EXPECT_EQ(he.stats.damage.Count(Tally::kDroppedFrames, aklmp3::kDropRate), 150u);
+  EXPECT_LE(MaxDiff(he, 0, he_ref, 1, 0, he_ref.size()), 1);
+}

@@ -11,6 +11,7 @@
 //     independently switched coupling, and rounding to 16 bits.
 #include "aacdec/aac_decoder.hpp"
 #include "aacdec/prediction.hpp"
+#include "aacdec/scale_factors.hpp"
 
 #include <algorithm>
 #include <array>
@@ -38,14 +39,6 @@ enum WindowSequence { kOnlyLong = 0, kLongStart = 1, kEightShort = 2, kLongStop 
 enum : std::uint32_t {
   kFL = 0x1, kFR = 0x2, kFC = 0x4, kLFE = 0x8, kBL = 0x10, kBR = 0x20,
   kFLC = 0x40, kFRC = 0x80, kBC = 0x100, kSL = 0x200, kSR = 0x400,
-};
-
-struct SfCode {
-  int length;
-  std::uint32_t code;
-};
-constexpr SfCode kSfCodes[121] = {
-#include "aacdec/sf_codes.inc"
 };
 
 struct SwbRow {
@@ -85,17 +78,6 @@ void ByteAlign(Cursor& c) {
     c.off = 0;
     ++c.p;
   }
-}
-
-// One scale-factor code; -1 if none matches within 19 bits.
-int ReadSfCode(Cursor& c) {
-  std::uint32_t code = 0;
-  for (int len = 1; len <= 19; ++len) {
-    code = (code << 1) | ReadBits(c, 1);
-    for (int i = 0; i < 121; ++i)
-      if (kSfCodes[i].length == len && kSfCodes[i].code == code) return i;
-  }
-  return -1;
 }
 
 // ---- windows ----
@@ -181,7 +163,9 @@ struct ChannelStream {
   AklAACIcsInfo own_ics;
   AklAACChanInfo info;
   alignas(16) Akl32s spec[kFrame];
-  Akl16s sf[kBandSlots];
+  Akl16s sf[kBandSlots];      // scale factors, noise energies, intensity positions
+  Akl16s sf_lib[kBandSlots];  // the same with the frame's scale offset taken out (see ChooseShift)
+  int shift = 0;              // spec holds the Q3 spectrum times 2^-shift
   Akl8u cb[kBandSlots];
   Akl8s tns_coef[64];
   Akl32s ltp_long_used[41];
@@ -319,6 +303,66 @@ void LayoutFromPce(const AklAACPrgCfgElt& pce, Layout* l) {
   for (int e = 0; e < pce.numLfeElt; ++e) AddElement(*l, kLfe, pce.lfeElementTagSel[e], e == 0 ? std::uint32_t{kLFE} : 0u);
 }
 
+// ---- the scale of the integer spectrum ----
+//
+// The library's dequantizer writes Q3 into 32 bits and renders a band
+// exactly only while its exponent e = (sf - 100 + 3) >> 2 stays within
+// limits: magnitudes 1..3 are not scaled up past e = 25, 4..15 past e = 22,
+// and larger results wrap or saturate beyond 31 bits.  Loud material (high
+// scale factors with small magnitudes, spectral lines near full scale) passes
+// those limits.  So every channel (both channels of a pair that shares its
+// window, since M/S and intensity combine them) gets one shift per frame:
+// scale factors and noise energies go to the library lowered by 4 * shift,
+// which divides every value by exactly 2^shift, and the float stage
+// multiplies by 2^shift again.  The shift keeps the frame's largest line at
+// most 2^kPeakLog2 in Q3 (headroom for M/S, TNS and coupling) and every band
+// inside the dequantizer's exact range; quiet frames get a negative shift,
+// which gains precision.
+//
+// The peak of 2^28 keeps the Q3 precision that quiet material has at shift 0
+// (a lower peak costs measurable accuracy: 0.13 instead of 0.06 steps RMS on
+// full-scale noise at 2^24).  M/S needs one bit of the remaining three; TNS
+// can raise lines above the dequantized peak, so a channel whose spectrum
+// ends up near the 32-bit limit is processed again with kRetryHeadroom more
+// bits of room (Decoder::SpectralElement).
+constexpr int kPeakLog2 = 28;
+constexpr int kRetryHeadroom = 6;
+constexpr Akl32s kNearLimit = 1 << 30;
+
+Akl32s SaturateToInt32(double v) {
+  if (v >= 2147483647.0) return 2147483647;
+  if (v <= -2147483648.0) return -2147483647 - 1;
+  return static_cast<Akl32s>(std::lrint(v));
+}
+
+// The largest quantized magnitude of each band slot (group-major).
+void BandMaxima(const ChannelStream& ch, const SwbRow& bands, int* maxq) {
+  const AklAACIcsInfo& ics = ch.ics();
+  const bool is_short = ics.windowSequence == kEightShort;
+  const Akl32s* group = ch.spec;
+  for (int g = 0; g < ics.numWindowGroups; ++g) {
+    const int len = is_short ? ics.windowGroupLength[g] : 1;
+    for (int b = 0; b < ics.maxSfb; ++b) {
+      int m = 0;
+      for (int i = len * bands.offset[b]; i < len * bands.offset[b + 1]; ++i) m = std::max(m, std::abs(group[i]));
+      maxq[g * ics.maxSfb + b] = m;
+    }
+    group += len * 128;
+  }
+}
+
+// Scale factors and noise energies lowered by 4 * shift; intensity positions
+// (relative between the channels) stay.
+void ApplyShift(ChannelStream& ch, int shift) {
+  ch.shift = shift;
+  const int slots = ch.ics().numWindowGroups * ch.ics().maxSfb;
+  for (int i = 0; i < slots; ++i) {
+    const int book = ch.cb[i];
+    const bool scaled = (book >= 1 && book <= 11) || book == 13;
+    ch.sf_lib[i] = static_cast<Akl16s>(scaled ? ch.sf[i] - 4 * shift : ch.sf[i]);
+  }
+}
+
 // ---- the decoder ----
 class Decoder {
  public:
@@ -346,11 +390,13 @@ class Decoder {
   Status DecodeIcs(Cursor& c, ChannelStream& ch, int common_window, AklAACIcsInfo* pair_ics);
   Status DecodeCce(Cursor& c);
   void SeparateNoiseEnergies(ChannelStream& ch);
+  int ChooseShift(const ChannelStream& a, const ChannelStream* b) const;
   Status SpectralSingle(ChannelStream& ch);
   Status SpectralPair(Element& e);
+  Status SpectralElement(Element* e, ChannelStream* cce);
   Status Finish(ChannelStream& ch);  // deinterleave; TNS runs separately
   Status Tns(ChannelStream& ch);
-  void Predict(ChannelStream& ch);                // Main: after M/S, before intensity
+  void Predict(ChannelStream& ch);                          // Main: after M/S, before intensity
   void LongTermPredict(ChannelStream& ch, int prev_shape);  // LTP: before TNS
   void ToolWarning(const char* tool, Status st);
   void ApplyDependentCoupling(int type, int tag, int domain, Element& e);
@@ -358,7 +404,12 @@ class Decoder {
   int ConfigOfBlock() const;
   void Synthesize(const ChannelStream& ch, ChannelState& st, float* out);
   int BandOffset(int band, bool is_short) const { return kSwb[(is_short ? 12 : 0) + sfi_].offset[band]; }
-  bool EmitBlock(bool damaged);
+  // Writes the current block (or its concealment, counted under `kind`).
+  bool EmitBlock(bool damaged, const char* kind = kConcealSyntax);
+  void Conceal(const char* kind);
+  // Whether the frame at `pos` has a destroyed sync word but is otherwise a
+  // frame of `len` bytes at this stream's rate; its block count if so.
+  int DestroyedSyncBlocks(const std::uint8_t* p, std::size_t len) const;
   bool StartOutput();
 
   PcmSink* sink_;
@@ -377,12 +428,23 @@ class Decoder {
   int header_config_ = 0;  // channel configuration in the current ADTS header
   std::array<int, 8> config_votes_{};  // clean blocks before the output started, by ConfigOfBlock
   bool sbr_warned_ = false;
+  bool rate_warned_ = false;
+  bool extra_blocks_warned_ = false;
+  // Held blocks can be decoded again: the frame loop rewinds to the first
+  // one when the layout becomes known (once).
+  bool can_rewind_ = false;
+  bool rewind_requested_ = false;
   Layout layout_;
   std::vector<int> wav_order_;  // bitstream channel -> WAV position index
   std::uint32_t channel_mask_ = 0;
   std::vector<ChannelState> states_;
   ChannelState cce_states_[16];
   Akl32s noise_seed_ = 0x2545F491;
+  int headroom_ = 0;
+  ScaleFactorCodes sf_codes_;
+  std::vector<Akl8u> rebuilt_;  // scratch of DecodeIcsOwnScaleFactors
+  const Akl8u* block_end_ = nullptr;  // extra bits of room below the 32-bit limit (see SpectralElement)
+  alignas(16) Akl32s quantized_[2][kFrame];
   AklAACLtpInfo ltp_info_{};  // filled by the readers, copied to each channel
   PredictionTools tools_;      // Main and LTP profile tools (prediction.hpp)
   long tool_failures_ = 0;
@@ -457,13 +519,22 @@ Status Decoder::DecodeIcs(Cursor& c, ChannelStream& ch, int common_window, AklAA
   // The general decoder reads noise-substitution bands (codebook 13), which
   // the low-complexity one refuses; object type 2 makes it read the LC syntax.
   const AklAACIcsInfo& shared = common_window ? *pair_ics : ch.own_ics;
+  const Cursor start = c;
   const Status st =
       aklsNoiselessDecode_AAC(&c.p, &c.off, &ltp_info_, ch.sf, ch.spec, ch.cb, ch.tns_coef, &ch.info,
                               common_window ? shared.windowSequence : 0, common_window ? shared.maxSfb : 0,
-                              common_window, 0, object_type_ == 1 || object_type_ == 4 ? object_type_ : 2);
+                              common_window, 0, tools_.reader_object_type(object_type_));
   if (st == kStsOk && !common_window) ch.ltp = ltp_info_.ltpData[0];
   if (st == kStsOk) SeparateNoiseEnergies(ch);
-  return st;
+  if (st != kStsAacSfValErr) return st;
+  // The shared running value left 0..255: a channel whose noise energies lie
+  // far from its scale factors.  The scale factors are read here instead.
+  c = start;
+  std::memset(&ch.info, 0, sizeof(ch.info));
+  ch.info.samplingFrequencyIndex = sfi_;
+  ch.info.pIcsInfo = common_window ? pair_ics : &ch.own_ics;
+  return DecodeIcsOwnScaleFactors(&c.p, &c.off, block_end_, common_window, kSwb[sfi_].count, kSwb[12 + sfi_].count,
+                                  &ltp_info_, sf_codes_, &rebuilt_, IcsTarget{ch.sf, ch.spec, ch.cb, ch.tns_coef, &ch.info});
 }
 
 // The library's noiseless decoder runs scale factors and noise energies
@@ -526,9 +597,8 @@ Status Decoder::DecodeCce(Cursor& c) {
   for (int list = 1; list < cce.num_gain_lists; ++list) {
     const bool common = cce.ind_sw ? true : ReadBits(c, 1) != 0;
     if (common) {
-      const int code = ReadSfCode(c);
-      if (code < 0) return kStsErr;
-      const auto g = static_cast<float>(std::pow(step, -(code - 60)));
+      const int diff = sf_codes_.Decode(&c.p, &c.off);
+      const auto g = static_cast<float>(std::pow(step, -diff));
       for (int i = 0; i < kBandSlots; ++i) cce.gain[list][i] = g;
       continue;
     }
@@ -540,9 +610,7 @@ Status Decoder::DecodeCce(Cursor& c) {
           cce.gain[list][slot] = 0.0f;
           continue;
         }
-        const int code = ReadSfCode(c);
-        if (code < 0) return kStsErr;
-        acc += code - 60;
+        acc += sf_codes_.Decode(&c.p, &c.off);
         int expo = acc;
         double s = 1.0;
         if (sign) {
@@ -559,6 +627,7 @@ Status Decoder::DecodeCce(Cursor& c) {
 
 Status Decoder::DecodeRawBlock(Cursor& c, const Akl8u* end) {
   if (!tools_.Configure(object_type_, sfi_)) return kStsMemAllocErr;
+  block_end_ = end;
   num_elements_ = 0;
   num_cces_ = 0;
   int audio_index = 0;
@@ -580,7 +649,7 @@ Status Decoder::DecodeRawBlock(Cursor& c, const Akl8u* end) {
         if (id == kCpe) {
           AklAACChanPairElt cpe;
           if (const Status st = aklsDecodeChanPairElt_MP4_AAC(&c.p, &c.off, &e.pair_ics, &cpe, &ltp_info_, tools_.pred_sfb_max(),
-                                                                object_type_ == 1 || object_type_ == 4 ? object_type_ : 2);
+                                                                tools_.reader_object_type(object_type_));
               st != kStsOk)
             return st;
           e.common_window = cpe.commonWindow;
@@ -645,11 +714,48 @@ Status Decoder::DecodeRawBlock(Cursor& c, const Akl8u* end) {
   }
 }
 
+// The shift for one channel, or for the two channels of a pair with a
+// common window (b not null).
+int Decoder::ChooseShift(const ChannelStream& a, const ChannelStream* b) const {
+  const ChannelStream* chans[2] = {&a, b};
+  const bool is_short = a.ics().windowSequence == kEightShort;
+  const SwbRow& bands = kSwb[(is_short ? 12 : 0) + sfi_];
+  const int slots = a.ics().numWindowGroups * a.ics().maxSfb;
+  double peak = -1e9;    // log2 of the largest Q3 magnitude at shift 0
+  int need = -1000;      // lowest shift that keeps every band exact
+  double left_peak[kBandSlots];
+  int maxq[kBandSlots];
+  for (int c = 0; c < 2 && chans[c]; ++c) {
+    const ChannelStream& ch = *chans[c];
+    BandMaxima(ch, bands, maxq);
+    for (int i = 0; i < slots; ++i) {
+      const int book = ch.cb[i];
+      const int sf = ch.sf[i];
+      double p = -1e9;
+      if (book >= 1 && book <= 11 && maxq[i] > 0) {
+        p = 3.0 + std::log2(static_cast<double>(maxq[i])) * (4.0 / 3.0) + 0.25 * (sf - 100);
+        const int e = (sf - 100 + 3) >> 2;
+        need = std::max(need, e - (maxq[i] < 4 ? 25 : 22));
+      } else if (book == 13) {
+        p = 3.0 + 0.25 * sf;  // a band of energy 64 * 2^(n/2) in Q3: no line above 8 * 2^(n/4)
+      } else if ((book == 14 || book == 15) && c == 1) {
+        p = left_peak[i] - 0.25 * sf;  // the left channel's band times 2^(-position/4)
+      }
+      if (c == 0) left_peak[i] = p;
+      peak = std::max(peak, p);
+    }
+  }
+  int shift = peak > -1e8 ? static_cast<int>(std::ceil(peak - (kPeakLog2 - headroom_))) : 0;
+  shift = std::max(shift, need);
+  return std::clamp(shift, -40, 64);
+}
+
 // Dequantization and noise substitution of one channel.
 Status Decoder::SpectralSingle(ChannelStream& ch) {
   const AklAACIcsInfo& ics = ch.ics();
   const int wl = ch.win_len();
-  if (const Status st = aklsQuantInv_AAC_32s_I(ch.spec, ch.sf, ics.numWindowGroups, ics.windowGroupLength,
+  ApplyShift(ch, ChooseShift(ch, nullptr));
+  if (const Status st = aklsQuantInv_AAC_32s_I(ch.spec, ch.sf_lib, ics.numWindowGroups, ics.windowGroupLength,
                                                ics.maxSfb, ch.cb, sfi_, wl);
       st != kStsOk)
     return st;
@@ -657,8 +763,8 @@ Status Decoder::SpectralSingle(ChannelStream& ch) {
   bool noise = false;
   for (int i = 0; i < slots; ++i) noise |= ch.cb[i] == 13;
   if (noise) {
-    const Status st = aklsDecodePNS_AAC_32s(ch.spec, ch.ltp_long_used, ch.cb, ch.sf, ics.maxSfb, ics.numWindowGroups,
-                                            ics.windowGroupLength, sfi_, wl, &noise_seed_);
+    const Status st = aklsDecodePNS_AAC_32s(ch.spec, ch.ltp_long_used, ch.cb, ch.sf_lib, ics.maxSfb,
+                                            ics.numWindowGroups, ics.windowGroupLength, sfi_, wl, &noise_seed_);
     if (st != kStsOk) return st;
   }
   Predict(ch);
@@ -674,8 +780,12 @@ Status Decoder::SpectralPair(Element& e) {
   }
   const AklAACIcsInfo& ics = l.ics();
   const int wl = l.win_len();
+  // One scale for both channels: M/S and intensity combine them band by band.
+  const int shift = ChooseShift(l, &r);
+  ApplyShift(l, shift);
+  ApplyShift(r, shift);
   for (ChannelStream* ch : {&l, &r}) {
-    if (const Status st = aklsQuantInv_AAC_32s_I(ch->spec, ch->sf, ics.numWindowGroups, ics.windowGroupLength,
+    if (const Status st = aklsQuantInv_AAC_32s_I(ch->spec, ch->sf_lib, ics.numWindowGroups, ics.windowGroupLength,
                                                  ics.maxSfb, ch->cb, sfi_, wl);
         st != kStsOk)
       return st;
@@ -687,8 +797,8 @@ Status Decoder::SpectralPair(Element& e) {
     intensity |= r.cb[i] == 14 || r.cb[i] == 15;
   }
   if (noise) {
-    const Status st = aklsDecodeMsPNS_AAC_32s(l.spec, r.spec, l.ltp_long_used, r.ltp_long_used, l.cb, r.cb, l.sf,
-                                              r.sf, e.ms_mask_present, e.ms_used, ics.maxSfb, ics.numWindowGroups,
+    const Status st = aklsDecodeMsPNS_AAC_32s(l.spec, r.spec, l.ltp_long_used, r.ltp_long_used, l.cb, r.cb, l.sf_lib,
+                                              r.sf_lib, e.ms_mask_present, e.ms_used, ics.maxSfb, ics.numWindowGroups,
                                               ics.windowGroupLength, sfi_, wl, &noise_seed_);
     if (st != kStsOk) return st;
   }
@@ -709,11 +819,47 @@ Status Decoder::SpectralPair(Element& e) {
     // right channel's intensity code (the merged array marks it as noise).
     for (int i = 0; i < slots; ++i)
       if (r.cb[i] == 14 || r.cb[i] == 15) merged[i] = merged[i] == 13 ? r.cb[i] : merged[i];
-    const Status st = aklsDecodeIsStereo_AAC_32s(l.spec, r.spec, r.sf, merged, ics.numWindowGroups,
+    const Status st = aklsDecodeIsStereo_AAC_32s(l.spec, r.spec, r.sf_lib, merged, ics.numWindowGroups,
                                                  ics.windowGroupLength, ics.maxSfb, sfi_, wl);
     if (st != kStsOk) return st;
   }
   return kStsOk;
+}
+
+// The spectral stage of an audio element (e) or of a coupling channel
+// (cce): dequantization, noise, stereo, deinterleaving, coupling and TNS.
+// If a line ends up near the 32-bit limit (TNS or coupling raised it past the
+// room the shift left), the stage runs again from the quantized values with
+// more headroom.
+Status Decoder::SpectralElement(Element* e, ChannelStream* cce) {
+  ChannelStream* chs[2] = {e ? &e->ch[0] : cce, e && e->type == kCpe ? &e->ch[1] : nullptr};
+  const int nch = chs[1] ? 2 : 1;
+  for (int c = 0; c < nch; ++c) std::memcpy(quantized_[c], chs[c]->spec, sizeof(quantized_[c]));
+  const Akl32s seed = noise_seed_;
+  for (int c = 0; c < nch; ++c) tools_.Save(chs[c]->key);  // a retry predicts from the same state
+  Status st = kStsOk;
+  for (int attempt = 0; attempt < 2; ++attempt) {
+    headroom_ = attempt == 0 ? 0 : kRetryHeadroom;
+    if (attempt > 0) {
+      for (int c = 0; c < nch; ++c) std::memcpy(chs[c]->spec, quantized_[c], sizeof(quantized_[c]));
+      for (int c = 0; c < nch; ++c) tools_.Restore(chs[c]->key);
+      noise_seed_ = seed;
+    }
+    st = e && e->type == kCpe ? SpectralPair(*e) : SpectralSingle(*chs[0]);
+    for (int c = 0; c < nch && st == kStsOk; ++c) st = Finish(*chs[c]);
+    for (int c = 0; c < nch && st == kStsOk && e; ++c)
+      LongTermPredict(*chs[c], states_[static_cast<std::size_t>(chs[c]->key)].prev_shape);
+    if (st == kStsOk && e) ApplyDependentCoupling(e->type, e->tag, 0, *e);
+    for (int c = 0; c < nch && st == kStsOk; ++c) st = Tns(*chs[c]);
+    if (st == kStsOk && e) ApplyDependentCoupling(e->type, e->tag, 1, *e);
+    if (st != kStsOk) break;
+    bool near_limit = false;
+    for (int c = 0; c < nch; ++c)
+      for (int i = 0; i < kFrame; ++i) near_limit |= chs[c]->spec[i] >= kNearLimit || chs[c]->spec[i] <= -kNearLimit;
+    if (!near_limit) break;
+  }
+  headroom_ = 0;
+  return st;
 }
 
 Status Decoder::Finish(ChannelStream& ch) {
@@ -733,12 +879,12 @@ void Decoder::ToolWarning(const char* tool, Status st) {
 }
 
 void Decoder::Predict(ChannelStream& ch) {
-  if (const Status st = tools_.Predict(ch.key, ch.spec, ch.ics(), ch.cb); st != kStsOk)
+  if (const Status st = tools_.Predict(ch.key, ch.spec, ch.shift, ch.ics(), ch.cb); st != kStsOk)
     ToolWarning("frequency-domain prediction", st);
 }
 
 void Decoder::LongTermPredict(ChannelStream& ch, int prev_shape) {
-  if (const Status st = tools_.ApplyLtp(ch.key, ch.spec, ch.ltp, ch.ics(), ch.info, ch.tns_coef, prev_shape);
+  if (const Status st = tools_.ApplyLtp(ch.key, ch.spec, ch.shift, ch.ltp, ch.ics(), ch.info, ch.tns_coef, prev_shape);
       st != kStsOk)
     ToolWarning("long-term prediction", st);
 }
@@ -774,11 +920,12 @@ void Decoder::ApplyDependentCoupling(int type, int tag, int domain, Element& e) 
           for (int b = 0; b < ics.maxSfb; ++b) {
             const int slot = g * ics.maxSfb + b;
             if (cce.ch.cb[slot] == 0) continue;
-            const float gain = cce.gain[gl][slot];
+            // The coupling channel and the target may carry different scales.
+            const double scale = std::ldexp(static_cast<double>(cce.gain[gl][slot]), cce.ch.shift - dst.shift);
             const int lo = BandOffset(b, is_short), hi = BandOffset(b + 1, is_short);
             for (int w = window; w < window + len; ++w)
               for (int i = w * 128 * is_short + lo; i < w * 128 * is_short + hi; ++i)
-                dst.spec[i] += static_cast<Akl32s>(std::lrint(gain * static_cast<float>(cce.ch.spec[i])));
+                dst.spec[i] = SaturateToInt32(static_cast<double>(dst.spec[i]) + scale * static_cast<double>(cce.ch.spec[i]));
           }
           window += len;
         }
@@ -807,7 +954,8 @@ void Decoder::Synthesize(const ChannelStream& ch, ChannelState& st, float* out) 
   float* __restrict dst = out;
   alignas(64) float src[kFrame];
   alignas(64) float y[2 * kFrame];
-  for (int i = 0; i < kFrame; ++i) src[i] = static_cast<float>(ch.spec[i]) * 0.125f;  // Q3
+  const float unit = std::ldexp(1.0f, ch.shift - 3);  // Q3 at the channel's scale
+  for (int i = 0; i < kFrame; ++i) src[i] = static_cast<float>(ch.spec[i]) * unit;
   if (ics.windowSequence == kEightShort) {
     alignas(64) float z[2 * kFrame];
     std::fill(z, z + 2 * kFrame, 0.0f);
@@ -924,14 +1072,21 @@ int Decoder::ConfigOfBlock() const {
   return 0;
 }
 
-bool Decoder::EmitBlock(bool damaged) {
+void Decoder::Conceal(const char* kind) {
+  ++stats_->damaged;
+  stats_->damage.Conceal(kind);
+}
+
+bool Decoder::EmitBlock(bool damaged, const char* kind) {
   ++stats_->frames;
-  if (damaged) ++stats_->damaged;
+  if (damaged) Conceal(kind);
   if (!output_started_) {
     // The layout is only trusted from a block that decodes and fills it
     // exactly: damage that still parses (a configuration element with other
     // channels, say) must not fix the stream's channel count.  Blocks held
-    // back meanwhile come out as silence once the output starts.
+    // back meanwhile are decoded again once the layout is known (the frame
+    // loop rewinds to the first of them); where it cannot rewind, they come
+    // out as silence.
     //
     // Clean blocks that carry the elements of a standard channel
     // configuration while there is no layout or it does not fit them (the
@@ -949,11 +1104,15 @@ bool Decoder::EmitBlock(bool damaged) {
       }
     }
     if (damaged || !BlockMatchesLayout()) {
-      if (!damaged) ++stats_->damaged;
+      if (!damaged) Conceal(kConcealLayout);
       ++held_blocks_;
       return true;
     }
     if (!StartOutput()) return false;
+    if (held_blocks_ > 0 && can_rewind_) {
+      rewind_requested_ = true;
+      return true;
+    }
     pcm_.assign(states_.size() * kFrame, 0);
     for (; held_blocks_ > 0; --held_blocks_) {
       stats_->samples += kFrame;
@@ -971,24 +1130,16 @@ bool Decoder::EmitBlock(bool damaged) {
     for (int k = 0; k < num_cces_ && !damaged; ++k) {
       Cce& cce = *cces_[static_cast<std::size_t>(k)];
       cce.ch.key = kCceKeys + (cce.tag & 15);
-      damaged = SpectralSingle(cce.ch) != kStsOk || Finish(cce.ch) != kStsOk || Tns(cce.ch) != kStsOk;
+      damaged = SpectralElement(nullptr, &cce.ch) != kStsOk;
     }
     for (int k = 0; k < num_elements_ && !damaged; ++k) {
       Element& e = *elements_[static_cast<std::size_t>(k)];
       where[static_cast<std::size_t>(k)] = FindLayout(layout_, k, e.type, e.tag);
       if (!where[static_cast<std::size_t>(k)]) continue;  // an element outside the layout: ignored
-      const int nch = e.type == kCpe ? 2 : 1;
-      for (int c = 0; c < nch; ++c) e.ch[c].key = where[static_cast<std::size_t>(k)]->first_channel + c;
-      Status st = e.type == kCpe ? SpectralPair(e) : SpectralSingle(e.ch[0]);
-      for (int c = 0; c < nch && st == kStsOk; ++c) st = Finish(e.ch[c]);
-      for (int c = 0; c < nch && st == kStsOk; ++c)
-        LongTermPredict(e.ch[c], states_[static_cast<std::size_t>(e.ch[c].key)].prev_shape);
-      if (st == kStsOk) ApplyDependentCoupling(e.type, e.tag, 0, e);
-      for (int c = 0; c < nch && st == kStsOk; ++c) st = Tns(e.ch[c]);
-      if (st == kStsOk) ApplyDependentCoupling(e.type, e.tag, 1, e);
-      damaged = st != kStsOk;
+      for (int c = 0; c < (e.type == kCpe ? 2 : 1); ++c) e.ch[c].key = where[static_cast<std::size_t>(k)]->first_channel + c;
+      damaged = SpectralElement(&e, nullptr) != kStsOk;
     }
-    if (damaged) ++stats_->damaged;
+    if (damaged) Conceal(kConcealSpectral);
   }
   if (!damaged) {
     for (int k = 0; k < num_cces_; ++k) {
@@ -1045,7 +1196,7 @@ bool Decoder::EmitBlock(bool damaged) {
     st.overlap.fill(0.0f);
     tools_.Reset(c);
   }
-  if (missing && !damaged) ++stats_->damaged;
+  if (missing && !damaged) Conceal(kConcealMissing);
   if (damaged)
     for (ChannelState& st : cce_states_) st.overlap.fill(0.0f);
 
@@ -1077,12 +1228,32 @@ static int AdtsFrameLength(const std::uint8_t* p, int* sfi, int* profile, int* c
   return len;
 }
 
+// A frame whose sync word is destroyed: the header's other fields still make
+// sense (layer 0, this stream's sampling rate) and its frame length is exactly
+// the distance to the next frame.  Its block count, or 0.
+int Decoder::DestroyedSyncBlocks(const std::uint8_t* p, std::size_t len) const {
+  std::uint8_t h[7];
+  std::memcpy(h, p, 7);
+  h[0] = 0xFF;
+  h[1] = static_cast<std::uint8_t>(h[1] | 0xF0);
+  int sfi, profile, config, blocks, pa;
+  const int l = AdtsFrameLength(h, &sfi, &profile, &config, &blocks, &pa);
+  return l > 0 && static_cast<std::size_t>(l) == len && sfi == sfi_ && profile + 1 == object_type_ ? blocks : 0;
+}
+
 DecodeResult Decoder::Run(const std::uint8_t* data, std::size_t size, std::string* message) {
   message_ = message;
-  if (!imdct_long_.ok() || !imdct_short_.ok()) {
-    *message = "the library could not build its inverse MDCT";
+  for (const char* kind : {kSkipBefore, kSkipBetween, kSkipAfter, kSkipInFrame})
+    stats_->damage.Declare(aklcli::Tally::kSkippedBytes, kind);
+  for (const char* kind : {kConcealSync, kConcealTruncated, kConcealSyntax, kConcealSpectral, kConcealMissing,
+                           kConcealLayout})
+    stats_->damage.Declare(aklcli::Tally::kConcealedFrames, kind);
+  for (const char* kind : {kDropRate, kDropAbsent}) stats_->damage.Declare(aklcli::Tally::kDroppedFrames, kind);
+  if (!imdct_long_.ok() || !imdct_short_.ok() || !sf_codes_.ok()) {
+    *message = "the library could not build its inverse MDCT or scale-factor decoder";
     return DecodeResult::kRefused;
   }
+  can_rewind_ = true;
   if (size >= 4 && std::memcmp(data, "ADIF", 4) == 0) {
     adif_ = true;
     LoadFrame(data, size);
@@ -1100,16 +1271,34 @@ DecodeResult Decoder::Run(const std::uint8_t* data, std::size_t size, std::strin
     have_layout_ = layout_.channels > 0;
     Cursor c{p, 0};
     const Akl8u* end = frame_ + size;
-    while (c.p < end) {
-      const Status st = DecodeRawBlock(c, end);
-      if (st == kStsNotSupportedModeErr) return DecodeResult::kRefused;
-      if (!EmitBlock(st != kStsOk)) return DecodeResult::kSinkStopped;
-      if (st != kStsOk) break;  // ADIF has no sync words to find the next block by
-      sink_->Progress(static_cast<std::size_t>(c.p - frame_), size);
+    Cursor held_at = c;
+    DecodeStats held_stats = *stats_;
+    for (;;) {
+      while (c.p < end) {
+        if (!output_started_ && held_blocks_ == 0) {
+          held_at = c;
+          held_stats = *stats_;
+        }
+        const Status st = DecodeRawBlock(c, end);
+        if (st == kStsNotSupportedModeErr) return DecodeResult::kRefused;
+        if (!EmitBlock(st != kStsOk)) return DecodeResult::kSinkStopped;
+        if (rewind_requested_) break;
+        if (st != kStsOk) break;  // ADIF has no sync words to find the next block by
+        sink_->Progress(static_cast<std::size_t>(c.p - frame_), size);
+      }
+      if (!rewind_requested_) break;
+      rewind_requested_ = false;
+      can_rewind_ = false;
+      held_blocks_ = 0;
+      c = held_at;
+      *stats_ = held_stats;
     }
   } else {
     std::size_t pos = 0;
     bool synced = false;
+    bool found = false;           // a frame has been found
+    std::size_t skip_from = 0;    // the run of bytes being passed over
+    std::size_t skipped = 0;
     // A header at q whose frame is followed by another header (or by the end
     // of the data).
     auto chained = [&](std::size_t q) {
@@ -1120,84 +1309,170 @@ DecodeResult Decoder::Run(const std::uint8_t* data, std::size_t size, std::strin
       return next == size || (next + 7 <= size && AdtsFrameLength(data + next, &a, &b, &cc, &d, &e) > 0) ||
              (next < size && next + 7 > size);
     };
-    while (pos + 7 <= size) {
-      int sfi = 0, profile = 0, config = 0, blocks = 0, pa = 0;
-      const int len = AdtsFrameLength(data + pos, &sfi, &profile, &config, &blocks, &pa);
-      bool ok = len > 0;
-      // Out of sync, a header counts only if the next one follows it (or
-      // the data ends with it).
-      if (ok && !synced) ok = chained(pos);
-      // In sync, a frame length that is not followed by a header is suspect:
-      // if a chained header starts inside the declared frame, the length was
-      // damaged, and the frame ends there (decoded as damaged) instead of
-      // swallowing the good frames it covers.
-      std::size_t cut = 0;
-      if (ok && synced && !chained(pos)) {
-        const std::size_t limit = std::min(size, pos + static_cast<std::size_t>(len));
-        for (std::size_t q = pos + 7; q + 7 <= limit; ++q) {
-          if (chained(q)) {
-            cut = q - pos;
+    auto skip = [&](const char* kind, std::size_t n) {
+      stats_->damage.Skip(kind, n);
+      stats_->skipped_bytes += static_cast<long>(n);
+    };
+    auto drop = [&](const char* kind, int n) {
+      stats_->damage.Drop(kind, static_cast<std::uint64_t>(n));
+      stats_->dropped += n;
+    };
+    // Where the frame loop goes back to when the layout becomes known after
+    // blocks were held back: the first held frame, with the counts of then.
+    struct Mark {
+      std::size_t pos = 0;
+      bool synced = false, found = false;
+      DecodeStats stats;
+    } held;
+    for (;;) {
+      while (pos + 7 <= size) {
+        int sfi = 0, profile = 0, config = 0, blocks = 0, pa = 0;
+        const int len = AdtsFrameLength(data + pos, &sfi, &profile, &config, &blocks, &pa);
+        bool ok = len > 0;
+        // Out of sync, a header counts only if the next one follows it (or
+        // the data ends with it).
+        if (ok && !synced) ok = chained(pos);
+        // In sync, a frame length that is not followed by a header is suspect:
+        // if a chained header starts inside the declared frame, the length was
+        // damaged, and the frame ends there (decoded as damaged) instead of
+        // swallowing the good frames it covers.
+        std::size_t cut = 0;
+        if (ok && synced && !chained(pos)) {
+          const std::size_t limit = std::min(size, pos + static_cast<std::size_t>(len));
+          for (std::size_t q = pos + 7; q + 7 <= limit; ++q) {
+            if (chained(q)) {
+              cut = q - pos;
+              break;
+            }
+          }
+        }
+        if (!ok) {
+          if (skipped == 0) skip_from = pos;
+          ++pos;
+          ++skipped;
+          synced = false;
+          continue;
+        }
+        if (skipped > 0) {
+          // A frame whose sync word alone was destroyed is concealed in
+          // place, so that the output keeps its length; other bytes between
+          // frames are skipped.
+          const int lost = found && output_started_ ? DestroyedSyncBlocks(data + skip_from, skipped) : 0;
+          for (int b = 0; b < lost; ++b)
+            if (!EmitBlock(true, kConcealSync)) return DecodeResult::kSinkStopped;
+          if (lost == 0) skip(found ? kSkipBetween : kSkipBefore, skipped);
+          skipped = 0;
+        }
+        if (!output_started_ && held_blocks_ == 0) held = Mark{pos, synced, found, *stats_};
+        synced = true;
+        found = true;
+        if (stats_->frames == 0 || !output_started_) {
+          // One damaged header must not refuse a whole AAC-LC stream: another
+          // profile counts only when the next header says the same (or the
+          // stream ends with this frame).  An unconfirmed frame is passed over;
+          // its reason is kept in case no audio follows.
+          if (profile != 1) {
+            const std::size_t next = pos + (cut ? cut : static_cast<std::size_t>(len));
+            int a, next_profile = -1, cc, d, e;
+            const bool confirmed = next + 7 > size ||
+                                   (AdtsFrameLength(data + next, &a, &next_profile, &cc, &d, &e) > 0 && next_profile == profile);
+            if (!confirmed) {
+              std::string why;
+              ObjectTypeSupported(profile + 1, &why);
+              if (message->empty()) *message = why;
+              skip(kSkipBetween, next - pos);
+              pos = next;
+              continue;
+            }
+          }
+          if (!CheckObjectType(profile + 1, message)) return DecodeResult::kRefused;
+          if (sfi > 11) {
+            *message = "unsupported sampling rate (7350 Hz)";
+            return DecodeResult::kRefused;
+          }
+          // Until the output starts, the stream's rate is the latest frame's.
+          if (sfi != sfi_) sfi_ = -1;
+        }
+        const std::size_t avail = cut ? cut : std::min(static_cast<std::size_t>(len), size - pos);
+        // Frames at another sampling rate than the output's are dropped.
+        if (output_started_ && sfi != sfi_ && cut == 0) {
+          if (!rate_warned_) {
+            rate_warned_ = true;
+            sink_->Warn("frames at " + std::to_string(sfi <= 12 ? kSampleRates[sfi] : 0) + " Hz in a " +
+                        std::to_string(sample_rate_) + " Hz stream are dropped");
+          }
+          drop(kDropRate, blocks);
+          pos += avail;
+          continue;
+        }
+        header_config_ = config;
+        LoadFrame(data + pos, avail);
+        const bool truncated = cut != 0 || avail < static_cast<std::size_t>(len);
+        bool frame_ok = !truncated && SetSampleRateIndex(sfi, message);
+        if (frame_ok && !have_layout_ && config != 0) {
+          have_layout_ = LayoutFromConfig(config, &layout_);
+          config_ = config;
+        }
+        Akl8u* p = frame_;
+        AklAACADTSFrameHeader h;
+        aklsUnpackADTSFrameHeader_AAC(&p, &h);
+        Cursor c{p, 0};
+        if (!pa && blocks > 1) c.p = frame_ + 7 + 2 * blocks;  // block positions and the header CRC
+        const Akl8u* end = frame_ + avail;
+        const char* kind = truncated ? kConcealTruncated : kConcealSyntax;
+        // The blocks the header declares, as far as the frame holds them;
+        // further blocks in the frame are decoded too.
+        int b = 0;
+        for (;; ++b) {
+          const bool declared = b < blocks;
+          if (frame_ok && c.p >= end) {
+            if (declared) drop(kDropAbsent, blocks - b);
             break;
           }
-        }
-      }
-      if (!ok) {
-        ++pos;
-        ++stats_->skipped_bytes;
-        synced = false;
-        continue;
-      }
-      synced = true;
-      if (stats_->frames == 0 || !output_started_) {
-        // One damaged header must not refuse a whole AAC-LC stream: another
-        // profile counts only when the next header says the same (or the
-        // stream ends with this frame).  An unconfirmed frame is passed over;
-        // its reason is kept in case no audio follows.
-        if (profile != 1) {
-          const std::size_t next = pos + (cut ? cut : static_cast<std::size_t>(len));
-          int a, next_profile = -1, cc, d, e;
-          const bool confirmed = next + 7 > size ||
-                                 (AdtsFrameLength(data + next, &a, &next_profile, &cc, &d, &e) > 0 && next_profile == profile);
-          if (!confirmed) {
-            std::string why;
-            ObjectTypeSupported(profile + 1, &why);
-            if (message->empty()) *message = why;
-            stats_->skipped_bytes += static_cast<long>(next - pos);
-            pos = next;
-            continue;
+          if (!declared && !frame_ok) break;
+          Status st = frame_ok ? DecodeRawBlock(c, end) : kStsErr;
+          if (st == kStsNotSupportedModeErr) return DecodeResult::kRefused;
+          if (!declared && st != kStsOk) {
+            // What follows the declared blocks is no block: passed over.
+            skip(kSkipInFrame, c.p < end ? static_cast<std::size_t>(end - c.p) : 0);
+            break;
           }
+          if (!declared && !extra_blocks_warned_) {
+            extra_blocks_warned_ = true;
+            sink_->Warn("an ADTS frame holds more raw data blocks than its header declares; all are decoded");
+          }
+          if (!EmitBlock(st != kStsOk, kind)) return DecodeResult::kSinkStopped;
+          if (rewind_requested_) break;
+          if (st != kStsOk) frame_ok = false;
+          if (!pa && blocks > 1) c.p += 2;  // the block's CRC
         }
-        if (!CheckObjectType(profile + 1, message)) return DecodeResult::kRefused;
-        if (sfi > 11) {
-          *message = "unsupported sampling rate (7350 Hz)";
-          return DecodeResult::kRefused;
+        if (rewind_requested_) break;
+        pos += avail;
+        sink_->Progress(pos, size);
+      }
+      // The end of the data with blocks still held back and no layout: the
+      // configuration with the most votes decides.
+      if (!rewind_requested_ && !output_started_ && can_rewind_ && held_blocks_ > 0) {
+        const auto best = std::max_element(config_votes_.begin(), config_votes_.end());
+        if (*best > 0) {
+          config_ = static_cast<int>(best - config_votes_.begin());
+          have_layout_ = LayoutFromConfig(config_, &layout_);
+          if (!StartOutput()) return DecodeResult::kSinkStopped;
+          rewind_requested_ = true;
         }
       }
-      header_config_ = config;
-      const std::size_t avail = cut ? cut : std::min(static_cast<std::size_t>(len), size - pos);
-      LoadFrame(data + pos, avail);
-      const bool truncated = cut != 0 || avail < static_cast<std::size_t>(len);
-      bool frame_ok = !truncated && SetSampleRateIndex(sfi, message);
-      if (frame_ok && !have_layout_ && config != 0) {
-        have_layout_ = LayoutFromConfig(config, &layout_);
-        config_ = config;
-      }
-      Akl8u* p = frame_;
-      AklAACADTSFrameHeader h;
-      aklsUnpackADTSFrameHeader_AAC(&p, &h);
-      Cursor c{p, 0};
-      if (!pa && blocks > 1) c.p = frame_ + 7 + 2 * blocks;  // block positions and the header CRC
-      const Akl8u* end = frame_ + avail;
-      for (int b = 0; b < blocks; ++b) {
-        Status st = frame_ok ? DecodeRawBlock(c, end) : kStsErr;
-        if (st == kStsNotSupportedModeErr) return DecodeResult::kRefused;
-        if (!EmitBlock(st != kStsOk)) return DecodeResult::kSinkStopped;
-        if (st != kStsOk) frame_ok = false;
-        if (!pa && blocks > 1) c.p += 2;  // the block's CRC
-      }
-      pos += avail;
-      sink_->Progress(pos, size);
+      if (!rewind_requested_) break;
+      rewind_requested_ = false;
+      can_rewind_ = false;
+      held_blocks_ = 0;
+      pos = held.pos;
+      synced = held.synced;
+      found = held.found;
+      skipped = 0;
+      *stats_ = held.stats;
     }
+    if (skipped > 0) skip(found ? kSkipAfter : kSkipBefore, skipped);
+    if (pos < size) skip(found ? kSkipAfter : kSkipBefore, size - pos);
   }
   if (!output_started_) {
     if (message->empty()) *message = stats_->frames ? "no decodable audio frame" : "no AAC (ADTS or ADIF) stream found";
@@ -1207,6 +1482,8 @@ DecodeResult Decoder::Run(const std::uint8_t* data, std::size_t size, std::strin
 }
 
 }  // namespace
+
+DecodeStats::DecodeStats() = default;
 
 DecodeResult DecodeAacBuffer(const std::uint8_t* data, std::size_t size, PcmSink* sink, DecodeStats* stats,
                              std::string* message) {

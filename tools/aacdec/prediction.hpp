@@ -30,17 +30,21 @@ class PredictionTools {
   bool ltp_profile() const { return object_type_ == 4; }
   // The predictor band limit the bitstream readers need (0 unless Main).
   int pred_sfb_max() const;
+  // The object type to hand the ICS readers: 1 and 4 as they are; anything
+  // else reads the low-complexity syntax (type 2).
+  static int reader_object_type(int object_type) { return object_type == 1 || object_type == 4 ? object_type : 2; }
 
-  // Main: predicts the Q3 spectrum of one channel in place.  On a failure
+  // Spectra are Q3 times 2^-shift (the decoder's per-frame scale).
+  // Main: predicts the spectrum of one channel in place.  On a failure
   // (a reset group out of range, a bad maxSfb) the spectrum is left as it
   // was, the channel's predictors restart and the status is returned.
-  Status Predict(int key, Akl32s* spec, const AklAACIcsInfo& ics, const Akl8u* cb);
+  Status Predict(int key, Akl32s* spec, int shift, const AklAACIcsInfo& ics, const Akl8u* cb);
 
-  // LTP: adds the long-term estimate to the Q3 spectrum (before TNS).  TNS of
+  // LTP: adds the long-term estimate to the spectrum (before TNS).  TNS of
   // the frame, when present, filters the estimate first.  prev_shape is the
   // window shape of the channel's previous frame.  No data, or a short
   // frame: nothing.  On a failure the spectrum is left as it was.
-  Status ApplyLtp(int key, Akl32s* spec, const AklAACLtpData& ltp, const AklAACIcsInfo& ics,
+  Status ApplyLtp(int key, Akl32s* spec, int shift, const AklAACLtpData& ltp, const AklAACIcsInfo& ics,
                   const AklAACChanInfo& tns, const Akl8s* tns_coef, int prev_shape);
 
   // LTP: the channel's output (1024 floats, 16-bit scale, before clipping)
@@ -50,6 +54,11 @@ class PredictionTools {
 
   // A concealed frame: the channel's predictors and history restart.
   void Reset(int key);
+
+  // Main: keeps a copy of the channel's predictors, and goes back to it (for
+  // a spectral stage that runs a second time on the same frame).
+  void Save(int key);
+  void Restore(int key);
 
  private:
   struct Channel;
