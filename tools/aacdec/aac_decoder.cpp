@@ -514,6 +514,7 @@ Status Decoder::DecodeIcs(Cursor& c, ChannelStream& ch, int common_window, AklAA
   std::memset(&ch.info, 0, sizeof(ch.info));
   ch.info.samplingFrequencyIndex = sfi_;
   ch.info.predSfbMax = tools_.pred_sfb_max();
+  if (!common_window) ch.ltp.ltpDataPresent = 0;  // read below (a pair's common ICS already set it)
   ch.info.pIcsInfo = common_window ? pair_ics : &ch.own_ics;
   for (Akl32s& v : ch.ltp_long_used) v = 0;
   // The general decoder reads noise-substitution bands (codebook 13), which
@@ -884,6 +885,10 @@ void Decoder::Predict(ChannelStream& ch) {
 }
 
 void Decoder::LongTermPredict(ChannelStream& ch, int prev_shape) {
+  if (!tools_.ltp_profile() && !tools_.main_profile() && ch.ltp.ltpDataPresent) {
+    ToolWarning("prediction data in a low-complexity stream", kStsNotSupportedModeErr);
+    return;
+  }
   if (const Status st = tools_.ApplyLtp(ch.key, ch.spec, ch.shift, ch.ltp, ch.ics(), ch.info, ch.tns_coef, prev_shape);
       st != kStsOk)
     ToolWarning("long-term prediction", st);
