@@ -1314,6 +1314,139 @@ AKLAC_API Status aklsPredictOneCoef_SBRHQ_32sc_D2L(const Akl32sc* const* ppSrc, 
  * if k < 0; kStsOk (nothing written) if len < 1; else kStsOk. */
 AKLAC_API Status aklsPredictOneCoef_SBRLP_32s_D2L(const Akl32s* const* ppSrc, Akl32s* pAlpha0, Akl32s* pAlpha1,
                                                   int k, int len);
+/* SBR QMF banks, float.  Three banks, each a context that holds its constant
+ * tables and the history of one channel (filter-bank life cycle: GetSize,
+ * Init, InitAlloc, Free returning Status and keeping the tag):
+ *  - analysis, 32 bands, real to complex (tag 0x434D4156): per time slot 32
+ *    new samples enter the 320-sample history x (x(0) the newest);
+ *    z(n) = x(n) c(2n), u(n) = sum_{j=0}^{4} z(n + 64j), n = 0..63;
+ *    X(k) = 2 sum_{n=0}^{63} u(n) exp(i pi/64 (k + 1/2)(2n - 1/2)), k = 0..31.
+ *  - synthesis, 64 bands, complex to real (tag 0x434D4159): per slot the
+ *    1280-value FIFO v moves up by 128 and
+ *    v(n) = 1/64 sum_{k=0}^{63} Re(X(k) exp(i pi/128 (k + 1/2)(2n - 255))), n = 0..127;
+ *    out(j) = sum_{i=0}^{4} v(256i + j) c(128i + j) + v(256i + 192 + j) c(128i + 64 + j),
+ *    j = 0..63: 64 output samples per slot.
+ *  - down-sampled synthesis, 32 bands (tag 0x434D415C), for SBR output at
+ *    the core rate: the 640-value FIFO moves up by 64,
+ *    v(n) = 1/64 sum_{k=0}^{31} Re(X(k) exp(i pi/64 (k + 1/2)(2n - 127.5))), n = 0..63;
+ *    out(j) = sum_{i=0}^{4} v(128i + j) c(2(64i + j)) + v(128i + 96 + j) c(2(64i + 32 + j)),
+ *    j = 0..31: 32 output samples per slot.
+ * c is the 640-coefficient SBR prototype window.  With these scales a signal
+ * analysed and synthesised again by either synthesis bank returns at its own
+ * amplitude, delayed: by 289 samples through the down-sampled bank, by 578
+ * output samples through the full bank, which interpolates to twice the rate
+ * when bands 32..63 are zero.  Against a direct double-precision evaluation
+ * of the formulas the float results differ by less than 1e-5 of the input
+ * peak (analysis) and 4e-6 absolute for subband samples of magnitude up to
+ * 45, the scale of a full-scale signal (synthesis).  A new context starts from
+ * zero history; Init on the same memory resets it.  A context is written by
+ * every call (it is a State): one per channel and stream, never shared by two
+ * threads at once.  No fixed-point members: a real-valued low-power bank
+ * trades accuracy (uncancelled aliasing between bands) for speed on
+ * processors without fast floating point, which this x86-64 variant does not
+ * target; the complex float banks serve the high-quality decoding path. */
+typedef struct AklsAnalysisState_SBR_32f AklsAnalysisState_SBR_32f;           /* tag 0x434D4156 */
+typedef struct AklsSynthesisState_SBR_32f AklsSynthesisState_SBR_32f;         /* tag 0x434D4159 */
+typedef struct AklsSynthesisDownState_SBR_32f AklsSynthesisDownState_SBR_32f; /* tag 0x434D415C */
+
+/* Bytes that aklsAnalysisFilterInit_SBR_RToC_32f32fc needs (alignment slack
+ * included).
+ *   pSize  out  the size
+ * Statuses: kStsNullPtr. */
+AKLAC_API Status aklsAnalysisFilterGetSize_SBR_RToC_32f32fc(int* pSize);
+
+/* Builds an analysis context with zero history in caller memory of at least
+ * the GetSize size (any alignment; built at the next 16-byte boundary).
+ *   pState  in/out  the memory
+ * Statuses: kStsNullPtr. */
+AKLAC_API Status aklsAnalysisFilterInit_SBR_RToC_32f32fc(AklsAnalysisState_SBR_32f* pState);
+
+/* Allocates (aklMalloc) and builds an analysis context.
+ *   ppState  out  the raw pointer to pass to the other operations
+ * Statuses: kStsNullPtr; kStsMemAllocErr (*ppState unwritten). */
+AKLAC_API Status aklsAnalysisFilterInitAlloc_SBR_RToC_32f32fc(AklsAnalysisState_SBR_32f** ppState);
+
+/* Releases an analysis context built by InitAlloc (caller memory is left
+ * alone); the tag is kept.
+ *   pState  in  the context
+ * Statuses: kStsNullPtr; kStsContextMismatch (wrong tag, nothing released). */
+AKLAC_API Status aklsAnalysisFilterFree_SBR_RToC_32f32fc(AklsAnalysisState_SBR_32f* pState);
+
+/* 32-band complex QMF analysis of numSlots time slots.
+ *   pSrc      in      numSlots x 32 samples, oldest first (any scale)
+ *   ppDst     out     numSlots row pointers; row t receives the 32 complex
+ *                     subband samples of slot t; bands numBands..31 are
+ *                     written as zero (computed but not wanted)
+ *   numSlots  in      number of slots, at least 1
+ *   numBands  in      number of bands kept, 0..32
+ *   pState    in/out  the context (history carried between calls)
+ * Statuses: kStsNullPtr (pSrc, ppDst, pState); kStsSizeErr (numSlots below
+ * 1, numBands outside 0..32); kStsContextMismatch.  Row pointers are not
+ * checked; nothing is written before the checks pass. */
+AKLAC_API Status aklsAnalysisFilter_SBR_RToC_32f32fc_D2L(const Akl32f* pSrc, Akl32fc* const* ppDst, int numSlots,
+                                                         int numBands, AklsAnalysisState_SBR_32f* pState);
+
+/* Bytes that aklsSynthesisFilterInit_SBR_CToR_32fc32f needs.
+ *   pSize  out  the size
+ * Statuses: kStsNullPtr. */
+AKLAC_API Status aklsSynthesisFilterGetSize_SBR_CToR_32fc32f(int* pSize);
+
+/* Builds a 64-band synthesis context with zero history (any alignment;
+ * built at the next 16-byte boundary).
+ *   pState  in/out  the memory, at least the GetSize size
+ * Statuses: kStsNullPtr. */
+AKLAC_API Status aklsSynthesisFilterInit_SBR_CToR_32fc32f(AklsSynthesisState_SBR_32f* pState);
+
+/* Allocates (aklMalloc) and builds a 64-band synthesis context.
+ *   ppState  out  the raw pointer
+ * Statuses: kStsNullPtr; kStsMemAllocErr (*ppState unwritten). */
+AKLAC_API Status aklsSynthesisFilterInitAlloc_SBR_CToR_32fc32f(AklsSynthesisState_SBR_32f** ppState);
+
+/* Releases a 64-band synthesis context built by InitAlloc; the tag is kept.
+ *   pState  in  the context
+ * Statuses: kStsNullPtr; kStsContextMismatch (wrong tag, nothing released). */
+AKLAC_API Status aklsSynthesisFilterFree_SBR_CToR_32fc32f(AklsSynthesisState_SBR_32f* pState);
+
+/* 64-band complex-to-real QMF synthesis of numSlots time slots.
+ *   ppSrc     in      numSlots row pointers, each row 64 complex subband samples
+ *   pDst      out     numSlots x 64 samples, oldest first
+ *   numSlots  in      at least 1
+ *   pState    in/out  the context
+ * Statuses: kStsNullPtr (ppSrc, pDst, pState); kStsSizeErr (numSlots below
+ * 1); kStsContextMismatch.  Row pointers are not checked. */
+AKLAC_API Status aklsSynthesisFilter_SBR_CToR_32fc32f_D2L(const Akl32fc* const* ppSrc, Akl32f* pDst, int numSlots,
+                                                          AklsSynthesisState_SBR_32f* pState);
+
+/* Bytes that aklsSynthesisDownFilterInit_SBR_CToR_32fc32f needs.
+ *   pSize  out  the size
+ * Statuses: kStsNullPtr. */
+AKLAC_API Status aklsSynthesisDownFilterGetSize_SBR_CToR_32fc32f(int* pSize);
+
+/* Builds a 32-band down-sampled synthesis context with zero history (any
+ * alignment; built at the next 16-byte boundary).
+ *   pState  in/out  the memory, at least the GetSize size
+ * Statuses: kStsNullPtr. */
+AKLAC_API Status aklsSynthesisDownFilterInit_SBR_CToR_32fc32f(AklsSynthesisDownState_SBR_32f* pState);
+
+/* Allocates (aklMalloc) and builds a down-sampled synthesis context.
+ *   ppState  out  the raw pointer
+ * Statuses: kStsNullPtr; kStsMemAllocErr (*ppState unwritten). */
+AKLAC_API Status aklsSynthesisDownFilterInitAlloc_SBR_CToR_32fc32f(AklsSynthesisDownState_SBR_32f** ppState);
+
+/* Releases a down-sampled synthesis context built by InitAlloc; the tag is kept.
+ *   pState  in  the context
+ * Statuses: kStsNullPtr; kStsContextMismatch (wrong tag, nothing released). */
+AKLAC_API Status aklsSynthesisDownFilterFree_SBR_CToR_32fc32f(AklsSynthesisDownState_SBR_32f* pState);
+
+/* 32-band complex-to-real down-sampled QMF synthesis of numSlots time slots.
+ *   ppSrc     in      numSlots row pointers, each row 32 complex subband samples
+ *   pDst      out     numSlots x 32 samples, oldest first
+ *   numSlots  in      at least 1
+ *   pState    in/out  the context
+ * Statuses: kStsNullPtr (ppSrc, pDst, pState); kStsSizeErr (numSlots below
+ * 1); kStsContextMismatch.  Row pointers are not checked. */
+AKLAC_API Status aklsSynthesisDownFilter_SBR_CToR_32fc32f_D2L(const Akl32fc* const* ppSrc, Akl32f* pDst,
+                                                              int numSlots, AklsSynthesisDownState_SBR_32f* pState);
 /* @sbr-end */
 
 /* ========================================================================

@@ -28,6 +28,8 @@ const char kUsage[] =
     "  --no-gapless  keep every decoded sample; by default the encoder delay and\n"
     "                padding recorded in a LAME tag are trimmed, as gapless\n"
     "                players do\n"
+    "  --damage-report\n"
+    "                list every kind of damage in the summary, zero counts too\n"
     "  -q, --quiet   print nothing but errors\n"
     "  -h, --help    show this text\n"
     "\n"
@@ -36,8 +38,9 @@ const char kUsage[] =
     "decoding resumes at the next good frame.  The output has the sampling rate of\n"
     "the first frame and the largest channel count found in the stream: mono frames\n"
     "in a stream that also holds stereo frames are written to both channels, and\n"
-    "frames at another sampling rate are left out (and counted).  MPEG-2.5 and\n"
-    "Layers I and II are not supported.\n";
+    "frames at another sampling rate are dropped (and counted).  MPEG-2.5 and\n"
+    "Layers I and II are not supported (their frames are dropped).  The summary\n"
+    "counts bytes skipped, frames concealed and frames dropped, by kind.\n";
 
 void PutLe(std::vector<unsigned char>& b, std::uint32_t v, int bytes) {
   for (int i = 0; i < bytes; ++i) b.push_back(static_cast<unsigned char>(v >> (8 * i)));
@@ -130,7 +133,7 @@ class FileSink : public aklmp3::PcmSink {
 }  // namespace
 
 int main(int argc, char** argv) {
-  bool raw = false, quiet = false;
+  bool raw = false, quiet = false, full_report = false;
   aklmp3::DecodeOptions opt;
   std::vector<std::string> files;
   for (int i = 1; i < argc; ++i) {
@@ -142,6 +145,8 @@ int main(int argc, char** argv) {
       raw = true;
     } else if (a == "--no-gapless") {
       opt.gapless = false;
+    } else if (a == "--damage-report") {
+      full_report = true;
     } else if (a == "--quiet" || a == "-q") {
       quiet = true;
     } else if (a.size() > 1 && a[0] == '-' && a != "-") {
@@ -184,16 +189,15 @@ int main(int argc, char** argv) {
   }
   if (!quiet) {
     if (st.unsupported_frames)
-      std::fprintf(stderr, "akl-mp3dec: warning: skipped %ld %s frames (not supported)\n", st.unsupported_frames,
+      std::fprintf(stderr, "akl-mp3dec: warning: dropped %ld %s frames (not supported)\n", st.unsupported_frames,
                    st.unsupported_kind.c_str());
     if (st.other_format_frames)
-      std::fprintf(stderr, "akl-mp3dec: warning: left out %ld frames whose sampling rate differs from %d Hz\n",
+      std::fprintf(stderr, "akl-mp3dec: warning: dropped %ld frames whose sampling rate differs from %d Hz\n",
                    st.other_format_frames, st.sample_rate);
     const double seconds = static_cast<double>(st.samples_out) / st.sample_rate;
-    const double t = cpu > 0 ? cpu : wall;
-    std::fprintf(stderr, "akl-mp3dec: %ld frames, %.2f s, %d Hz %s, %ld damaged, %.0fx real time\n", st.frames,
-                 seconds, st.sample_rate, st.channels == 1 ? "mono" : "stereo", st.damaged,
-                 t > 0 ? seconds / t : 0.0);
+    aklcli::PrintSummary(stderr, "akl-mp3dec", st.frames, seconds, st.sample_rate,
+                         st.channels == 1 ? "mono" : "stereo", st.damage.Damaged(), cpu > 0 ? cpu : wall);
+    st.damage.Print(stderr, "akl-mp3dec", full_report);
   }
   return 0;
 }

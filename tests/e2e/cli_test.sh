@@ -11,6 +11,16 @@ check_common_cli akl-mp3dec "$in" $((60 * 576 * 2))
 
 "$dec" "$in" "$tmp/c.wav" 2>"$tmp/err"
 grep -q 'frames, .* s, 22050 Hz mono, 0 damaged, .*x real time' "$tmp/err" || fail "summary: $(cat "$tmp/err")"
+[ "$(wc -l < "$tmp/err")" -eq 1 ] || fail "damage lines for a clean stream: $(cat "$tmp/err")"
+
+# The damage report: zero counts only under --damage-report; junk counted.
+"$dec" --damage-report "$in" "$tmp/c.wav" 2>"$tmp/err"
+grep -q '^akl-mp3dec: skipped 0 bytes: 0 before the first frame, 0 between frames, 0 after the last frame, 0 in a truncated last frame$' "$tmp/err" || fail "full report: $(cat "$tmp/err")"
+grep -q '^akl-mp3dec: dropped 0 frames: 0 at another sampling rate, 0 of an unsupported layer or version$' "$tmp/err" || fail "full report: $(cat "$tmp/err")"
+{ head -c 1000 /dev/zero; cat "$in"; head -c 77 /dev/zero; } > "$tmp/junk.mp3"
+"$dec" "$tmp/junk.mp3" "$tmp/c.wav" 2>"$tmp/err"
+grep -q ', 2 damaged, ' "$tmp/err" || fail "junk summary: $(cat "$tmp/err")"
+grep -q '^akl-mp3dec: skipped 1077 bytes: 1000 before the first frame, 77 after the last frame$' "$tmp/err" || fail "junk report: $(cat "$tmp/err")"
 
 if "$dec" "$data/mp3_e2e/sine_layer2.mp2" "$tmp/x.wav" 2>"$tmp/err"; then fail "Layer II accepted"; fi
 grep -q 'Layer II streams are not supported' "$tmp/err" || fail "Layer II message"

@@ -206,12 +206,172 @@ TEST(Mp3Decoder, UnsupportedStreamsAreNamed) {
 }
 
 // A stream that switches from 44.1 to 48 kHz keeps the first rate and
-// leaves the other frames out (counted).
+// drops the other frames (counted, and not among the frames written).
 TEST(Mp3Decoder, RateChangeKeepsFirstRate) {
   const Decoded d = Decode(Read("mp3_e2e/rate_change.mp3"));
   EXPECT_EQ(d.rate, 44100);
   EXPECT_GT(d.stats.other_format_frames, 0);
-  EXPECT_EQ(d.frames(), static_cast<std::size_t>(d.stats.frames - d.stats.other_format_frames) * 1152);
+  EXPECT_EQ(d.stats.damage.Count(aklcli::Tally::kDroppedFrames, aklmp3::kDropRate),
+            static_cast<std::uint64_t>(d.stats.other_format_frames));
+  EXPECT_EQ(d.frames(), static_cast<std::size_t>(d.stats.frames) * 1152);
+}
+
+// Byte offsets of the frames of a clean constant-rate Layer III stream.
+std::vector<std::size_t> FrameStarts(const std::vector<std::uint8_t>& d) {
+  static const int kKbps[2][15] = {{0, 32, 40, 48, 56, 64, 80, 96, 112, 128, 160, 192, 224, 256, 320},
+                                   {0, 8, 16, 24, 32, 40, 48, 56, 64, 80, 96, 112, 128, 144, 160}};
+  static const int kRate[3] = {44100, 48000, 32000};
+  std::vector<std::size_t> starts;
+  for (std::size_t p = 0; p + 4 <= d.size();) {
+    if (d[p] != 0xFF || (d[p + 1] & 0xE6) != 0xE2) break;
+    const bool mpeg1 = (d[p + 1] & 0x08) != 0;
+    const int rate = kRate[(d[p + 2] >> 2) & 3] / (mpeg1 ? 1 : 2);
+    const int len = (mpeg1 ? 144000 : 72000) * kKbps[mpeg1 ? 0 : 1][d[p + 2] >> 4] / rate + ((d[p + 2] >> 1) & 1);
+    starts.push_back(p);
+    p += static_cast<std::size_t>(len);
+  }
+  return starts;
+}
+
+// Bytes that can never hold a sync word.
+std::vector<std::uint8_t> Junk(std::size_t n, unsigned seed) {
+  std::mt19937 rng(seed);
+  std::vector<std::uint8_t> j(n);
+  for (auto& b : j) b = static_cast<std::uint8_t>(rng() & 0x7F);
+  return j;
+}
+
+// The damage report counts every byte skipped and every frame concealed or
+// dropped, by kind; the audio around the damage is the clean stream's.
+TEST(Mp3Decoder, DamageReportCountsByKind) {
+  using aklcli::Tally;
+  const auto clean = Read("mp3_ref/mp3_m1_44k1_js_128_music.mp3");
+  const auto starts = FrameStarts(clean);
+  ASSERT_GT(starts.size(), 40u);
+  const Decoded ref = Decode(clean);
+  ASSERT_EQ(ref.stats.damaged, 0);
+  auto insert = [](std::vector<std::uint8_t> v, std::size_t at, const std::vector<std::uint8_t>& bytes) {
+    v.insert(v.begin() + static_cast<std::ptrdiff_t>(at), bytes.begin(), bytes.end());
+    return v;
+  };
+  const std::size_t last = starts.back();
+  struct Case {
+    const char* name;
+    std::vector<std::uint8_t> input;
+    Tally tally;
+    const char* kind;
+    std::uint64_t count;
+    std::uint64_t damaged;
+    long frames_lost;  // frames written fewer than the clean stream's
+  };
+  // Frame 20's bit-rate index raised to 320 kbit/s: its declared length runs
+  // over the next frames, but it is taken up to the frame that follows it.
+  auto longer = clean;
+  longer[starts[20] + 2] = static_cast<std::uint8_t>((longer[starts[20] + 2] & 0x0F) | 0xE0);
+  // Frame 20's header wiped: the frame is concealed in place (the stream
+  // resumes one frame length later), so the timing is kept.
+  auto wiped = clean;
+  std::fill(wiped.begin() + static_cast<std::ptrdiff_t>(starts[20]),
+            wiped.begin() + static_cast<std::ptrdiff_t>(starts[20] + 4), 0);
+  auto crc = Read("mp3_ref/mp3_m1_48k_st_160_crc_clicks.mp3");
+  crc[6 + 5] ^= 0x10;
+  const Case cases[] = {
+      {"junk before", insert(clean, 0, Junk(1000, 1)), Tally::kSkippedBytes, aklmp3::kSkipBefore, 1000, 1, 0},
+      {"junk between", insert(clean, starts[20], Junk(517, 2)), Tally::kSkippedBytes, aklmp3::kSkipBetween, 517, 1,
+       0},
+      {"junk after", insert(clean, clean.size(), Junk(300, 3)), Tally::kSkippedBytes, aklmp3::kSkipAfter, 300, 1, 0},
+      {"truncated", std::vector<std::uint8_t>(clean.begin(), clean.begin() + static_cast<std::ptrdiff_t>(last + 100)),
+       Tally::kSkippedBytes, aklmp3::kSkipTruncated, 100, 1, 1},
+      {"damaged length", longer, Tally::kSkippedBytes, aklmp3::kSkipBetween, 0, 0, 0},
+      {"wiped header", wiped, Tally::kConcealedFrames, aklmp3::kConcealLostHeader, 1, 1, 0},
+      {"CRC mismatch", crc, Tally::kConcealedFrames, aklmp3::kConcealCrc, 1, 1, 0},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    const Decoded d = Decode(c.input);
+    EXPECT_EQ(d.stats.damage.Count(c.tally, c.kind), c.count);
+    EXPECT_EQ(d.stats.damage.Total(c.tally), c.count);
+    EXPECT_EQ(d.stats.damage.Damaged(), c.damaged);
+    EXPECT_EQ(d.stats.damaged, static_cast<long>(c.damaged));
+    EXPECT_EQ(d.stats.tag_bytes + d.stats.frame_bytes + d.stats.damage.Total(Tally::kSkippedBytes), c.input.size());
+    if (c.tally != Tally::kSkippedBytes) {
+      EXPECT_EQ(d.stats.damage.Total(Tally::kSkippedBytes), 0u);
+    } else {
+      // Nothing else happened, and the frames that are there decode as in
+      // the clean stream.
+      EXPECT_EQ(d.stats.frames, ref.stats.frames - c.frames_lost);
+      EXPECT_TRUE(std::equal(d.pcm.begin(), d.pcm.end(), ref.pcm.begin()));
+    }
+  }
+}
+
+// Frames of two streams interleaved one by one (sampling rate, MPEG version
+// and mode change every frame): the first frame's stream is written exactly
+// as on its own, and every frame of the other is dropped and counted.
+TEST(Mp3Decoder, AlternatingRatesAreDroppedAndCounted) {
+  using aklcli::Tally;
+  struct Case {
+    const char* first;
+    const char* second;
+    int rate;
+  } const cases[] = {
+      {"mp3_ref/mp3_m1_44k1_js_128_music.mp3", "mp3_ref/mp3_m1_48k_st_160_crc_clicks.mp3", 44100},
+      {"mp3_ref/mp3_m1_48k_st_160_crc_clicks.mp3", "mp3_ref/mp3_m1_44k1_js_128_music.mp3", 48000},
+      {"mp3_ref/mp3_m1_44k1_js_128_music.mp3", "mp3_ref/mp3_m2_22k05_mono_40_speech.mp3", 44100},
+      {"mp3_ref/mp3_m2_24k_js_64_crc_clicks.mp3", "mp3_ref/mp3_m2_22k05_mono_40_speech.mp3", 24000},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.second);
+    const auto a = Read(c.first), b = Read(c.second);
+    const auto sa = FrameStarts(a), sb = FrameStarts(b);
+    const std::size_t n = std::min(sa.size(), sb.size()) - 1;
+    std::vector<std::uint8_t> mixed, alone;
+    for (std::size_t i = 0; i < n; ++i) {
+      mixed.insert(mixed.end(), a.begin() + static_cast<std::ptrdiff_t>(sa[i]),
+                   a.begin() + static_cast<std::ptrdiff_t>(sa[i + 1]));
+      mixed.insert(mixed.end(), b.begin() + static_cast<std::ptrdiff_t>(sb[i]),
+                   b.begin() + static_cast<std::ptrdiff_t>(sb[i + 1]));
+    }
+    alone.assign(a.begin(), a.begin() + static_cast<std::ptrdiff_t>(sa[n]));
+    const Decoded d = Decode(mixed, false), ref = Decode(alone, false);
+    EXPECT_EQ(d.rate, c.rate);
+    EXPECT_EQ(d.stats.damaged, 0);
+    EXPECT_EQ(d.stats.damage.Count(Tally::kDroppedFrames, aklmp3::kDropRate), n);
+    EXPECT_EQ(d.stats.damage.Total(Tally::kSkippedBytes), 0u);
+    EXPECT_EQ(d.stats.frames, ref.stats.frames);
+    EXPECT_EQ(d.pcm, ref.pcm);
+    EXPECT_EQ(d.stats.frame_bytes, mixed.size());
+  }
+}
+
+// Finding frames is linear in the input: on random bytes with chains of
+// plausible frames planted in them (which lock the search onto junk), the
+// bytes looked at per input byte stay the same from 1 to 8 MB, and every
+// byte is accounted for.
+TEST(Mp3Decoder, ResyncWorkIsLinear) {
+  double per_byte[2] = {};
+  const std::size_t sizes[2] = {1u << 20, 8u << 20};
+  for (int k = 0; k < 2; ++k) {
+    std::mt19937 rng(77u + static_cast<unsigned>(k));
+    std::vector<std::uint8_t> junk(sizes[k]);
+    for (auto& b : junk) b = static_cast<std::uint8_t>(rng());
+    // Every 64 KB, three headers of 417-byte frames (MPEG-1, 128 kbit/s,
+    // 44.1 kHz) at frame distance.
+    for (std::size_t at = 1000; at + 3 * 417 < junk.size(); at += 65536)
+      for (std::size_t i = 0; i < 3; ++i) {
+        const std::uint8_t h[4] = {0xFF, 0xFB, 0x90, 0x44};
+        std::memcpy(&junk[at + 417 * i], h, 4);
+      }
+    const Decoded d = Decode(junk);
+    EXPECT_GT(d.stats.frames, 0);
+    EXPECT_EQ(d.stats.tag_bytes + d.stats.frame_bytes + d.stats.damage.Total(aklcli::Tally::kSkippedBytes),
+              junk.size());
+    per_byte[k] = static_cast<double>(d.stats.scan_work) / static_cast<double>(junk.size());
+  }
+  // Two passes, memchr over every byte: a little over 2 bytes looked at per
+  // input byte.
+  EXPECT_LT(per_byte[0], 2.5);
+  EXPECT_LT(per_byte[1], per_byte[0] * 1.05);
 }
 
 // he_mode switches between one and two channels: the output is stereo

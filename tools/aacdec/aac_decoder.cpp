@@ -10,6 +10,7 @@
 //     windows (sine or KBD, all four sequences) and overlap-add, the
 //     independently switched coupling, and rounding to 16 bits.
 #include "aacdec/aac_decoder.hpp"
+#include "aacdec/scale_factors.hpp"
 
 #include <algorithm>
 #include <array>
@@ -36,14 +37,6 @@ enum WindowSequence { kOnlyLong = 0, kLongStart = 1, kEightShort = 2, kLongStop 
 enum : std::uint32_t {
   kFL = 0x1, kFR = 0x2, kFC = 0x4, kLFE = 0x8, kBL = 0x10, kBR = 0x20,
   kFLC = 0x40, kFRC = 0x80, kBC = 0x100, kSL = 0x200, kSR = 0x400,
-};
-
-struct SfCode {
-  int length;
-  std::uint32_t code;
-};
-constexpr SfCode kSfCodes[121] = {
-#include "aacdec/sf_codes.inc"
 };
 
 struct SwbRow {
@@ -83,17 +76,6 @@ void ByteAlign(Cursor& c) {
     c.off = 0;
     ++c.p;
   }
-}
-
-// One scale-factor code; -1 if none matches within 19 bits.
-int ReadSfCode(Cursor& c) {
-  std::uint32_t code = 0;
-  for (int len = 1; len <= 19; ++len) {
-    code = (code << 1) | ReadBits(c, 1);
-    for (int i = 0; i < 121; ++i)
-      if (kSfCodes[i].length == len && kSfCodes[i].code == code) return i;
-  }
-  return -1;
 }
 
 // ---- windows ----
@@ -179,7 +161,9 @@ struct ChannelStream {
   AklAACIcsInfo own_ics;
   AklAACChanInfo info;
   alignas(16) Akl32s spec[kFrame];
-  Akl16s sf[kBandSlots];
+  Akl16s sf[kBandSlots];      // scale factors, noise energies, intensity positions
+  Akl16s sf_lib[kBandSlots];  // the same with the frame's scale offset taken out (see ChooseShift)
+  int shift = 0;              // spec holds the Q3 spectrum times 2^-shift
   Akl8u cb[kBandSlots];
   Akl8s tns_coef[64];
   Akl32s ltp_long_used[41];
@@ -315,6 +299,66 @@ void LayoutFromPce(const AklAACPrgCfgElt& pce, Layout* l) {
   for (int e = 0; e < pce.numLfeElt; ++e) AddElement(*l, kLfe, pce.lfeElementTagSel[e], e == 0 ? std::uint32_t{kLFE} : 0u);
 }
 
+// ---- the scale of the integer spectrum ----
+//
+// The library's dequantizer writes Q3 into 32 bits and renders a band
+// exactly only while its exponent e = (sf - 100 + 3) >> 2 stays within
+// limits: magnitudes 1..3 are not scaled up past e = 25, 4..15 past e = 22,
+// and larger results wrap or saturate beyond 31 bits.  Loud material (high
+// scale factors with small magnitudes, spectral lines near full scale) passes
+// those limits.  So every channel (both channels of a pair that shares its
+// window, since M/S and intensity combine them) gets one shift per frame:
+// scale factors and noise energies go to the library lowered by 4 * shift,
+// which divides every value by exactly 2^shift, and the float stage
+// multiplies by 2^shift again.  The shift keeps the frame's largest line at
+// most 2^kPeakLog2 in Q3 (headroom for M/S, TNS and coupling) and every band
+// inside the dequantizer's exact range; quiet frames get a negative shift,
+// which gains precision.
+//
+// The peak of 2^28 keeps the Q3 precision that quiet material has at shift 0
+// (a lower peak costs measurable accuracy: 0.13 instead of 0.06 steps RMS on
+// full-scale noise at 2^24).  M/S needs one bit of the remaining three; TNS
+// can raise lines above the dequantized peak, so a channel whose spectrum
+// ends up near the 32-bit limit is processed again with kRetryHeadroom more
+// bits of room (Decoder::SpectralElement).
+constexpr int kPeakLog2 = 28;
+constexpr int kRetryHeadroom = 6;
+constexpr Akl32s kNearLimit = 1 << 30;
+
+Akl32s SaturateToInt32(double v) {
+  if (v >= 2147483647.0) return 2147483647;
+  if (v <= -2147483648.0) return -2147483647 - 1;
+  return static_cast<Akl32s>(std::lrint(v));
+}
+
+// The largest quantized magnitude of each band slot (group-major).
+void BandMaxima(const ChannelStream& ch, const SwbRow& bands, int* maxq) {
+  const AklAACIcsInfo& ics = ch.ics();
+  const bool is_short = ics.windowSequence == kEightShort;
+  const Akl32s* group = ch.spec;
+  for (int g = 0; g < ics.numWindowGroups; ++g) {
+    const int len = is_short ? ics.windowGroupLength[g] : 1;
+    for (int b = 0; b < ics.maxSfb; ++b) {
+      int m = 0;
+      for (int i = len * bands.offset[b]; i < len * bands.offset[b + 1]; ++i) m = std::max(m, std::abs(group[i]));
+      maxq[g * ics.maxSfb + b] = m;
+    }
+    group += len * 128;
+  }
+}
+
+// Scale factors and noise energies lowered by 4 * shift; intensity positions
+// (relative between the channels) stay.
+void ApplyShift(ChannelStream& ch, int shift) {
+  ch.shift = shift;
+  const int slots = ch.ics().numWindowGroups * ch.ics().maxSfb;
+  for (int i = 0; i < slots; ++i) {
+    const int book = ch.cb[i];
+    const bool scaled = (book >= 1 && book <= 11) || book == 13;
+    ch.sf_lib[i] = static_cast<Akl16s>(scaled ? ch.sf[i] - 4 * shift : ch.sf[i]);
+  }
+}
+
 // ---- the decoder ----
 class Decoder {
  public:
@@ -342,8 +386,10 @@ class Decoder {
   Status DecodeIcs(Cursor& c, ChannelStream& ch, int common_window, AklAACIcsInfo* pair_ics);
   Status DecodeCce(Cursor& c);
   void SeparateNoiseEnergies(ChannelStream& ch);
+  int ChooseShift(const ChannelStream& a, const ChannelStream* b) const;
   Status SpectralSingle(ChannelStream& ch);
   Status SpectralPair(Element& e);
+  Status SpectralElement(Element* e, ChannelStream* cce);
   Status Finish(ChannelStream& ch);  // deinterleave; TNS runs separately
   Status Tns(ChannelStream& ch);
   void ApplyDependentCoupling(int type, int tag, int domain, Element& e);
@@ -376,6 +422,11 @@ class Decoder {
   std::vector<ChannelState> states_;
   ChannelState cce_states_[16];
   Akl32s noise_seed_ = 0x2545F491;
+  int headroom_ = 0;
+  ScaleFactorCodes sf_codes_;
+  std::vector<Akl8u> rebuilt_;  // scratch of DecodeIcsOwnScaleFactors
+  const Akl8u* block_end_ = nullptr;  // extra bits of room below the 32-bit limit (see SpectralElement)
+  alignas(16) Akl32s quantized_[2][kFrame];
   AklAACLtpInfo ltp_info_{};  // filled by the readers; LTP itself is not decoded
   // Per block.
   std::vector<std::unique_ptr<Element>> elements_;
@@ -451,12 +502,21 @@ Status Decoder::DecodeIcs(Cursor& c, ChannelStream& ch, int common_window, AklAA
   // The general decoder reads noise-substitution bands (codebook 13), which
   // the low-complexity one refuses; object type 2 makes it read the LC syntax.
   const AklAACIcsInfo& shared = common_window ? *pair_ics : ch.own_ics;
+  const Cursor start = c;
   const Status st =
       aklsNoiselessDecode_AAC(&c.p, &c.off, &ltp_info_, ch.sf, ch.spec, ch.cb, ch.tns_coef, &ch.info,
                               common_window ? shared.windowSequence : 0, common_window ? shared.maxSfb : 0,
                               common_window, 0, 2);
   if (st == kStsOk) SeparateNoiseEnergies(ch);
-  return st;
+  if (st != kStsAacSfValErr) return st;
+  // The shared running value left 0..255: a channel whose noise energies lie
+  // far from its scale factors.  The scale factors are read here instead.
+  c = start;
+  std::memset(&ch.info, 0, sizeof(ch.info));
+  ch.info.samplingFrequencyIndex = sfi_;
+  ch.info.pIcsInfo = common_window ? pair_ics : &ch.own_ics;
+  return DecodeIcsOwnScaleFactors(&c.p, &c.off, block_end_, common_window, kSwb[sfi_].count, kSwb[12 + sfi_].count,
+                                  &ltp_info_, sf_codes_, &rebuilt_, IcsTarget{ch.sf, ch.spec, ch.cb, ch.tns_coef, &ch.info});
 }
 
 // The library's noiseless decoder runs scale factors and noise energies
@@ -519,9 +579,8 @@ Status Decoder::DecodeCce(Cursor& c) {
   for (int list = 1; list < cce.num_gain_lists; ++list) {
     const bool common = cce.ind_sw ? true : ReadBits(c, 1) != 0;
     if (common) {
-      const int code = ReadSfCode(c);
-      if (code < 0) return kStsErr;
-      const auto g = static_cast<float>(std::pow(step, -(code - 60)));
+      const int diff = sf_codes_.Decode(&c.p, &c.off);
+      const auto g = static_cast<float>(std::pow(step, -diff));
       for (int i = 0; i < kBandSlots; ++i) cce.gain[list][i] = g;
       continue;
     }
@@ -533,9 +592,7 @@ Status Decoder::DecodeCce(Cursor& c) {
           cce.gain[list][slot] = 0.0f;
           continue;
         }
-        const int code = ReadSfCode(c);
-        if (code < 0) return kStsErr;
-        acc += code - 60;
+        acc += sf_codes_.Decode(&c.p, &c.off);
         int expo = acc;
         double s = 1.0;
         if (sign) {
@@ -551,6 +608,7 @@ Status Decoder::DecodeCce(Cursor& c) {
 }
 
 Status Decoder::DecodeRawBlock(Cursor& c, const Akl8u* end) {
+  block_end_ = end;
   num_elements_ = 0;
   num_cces_ = 0;
   int audio_index = 0;
@@ -634,11 +692,48 @@ Status Decoder::DecodeRawBlock(Cursor& c, const Akl8u* end) {
   }
 }
 
+// The shift for one channel, or for the two channels of a pair with a
+// common window (b not null).
+int Decoder::ChooseShift(const ChannelStream& a, const ChannelStream* b) const {
+  const ChannelStream* chans[2] = {&a, b};
+  const bool is_short = a.ics().windowSequence == kEightShort;
+  const SwbRow& bands = kSwb[(is_short ? 12 : 0) + sfi_];
+  const int slots = a.ics().numWindowGroups * a.ics().maxSfb;
+  double peak = -1e9;    // log2 of the largest Q3 magnitude at shift 0
+  int need = -1000;      // lowest shift that keeps every band exact
+  double left_peak[kBandSlots];
+  int maxq[kBandSlots];
+  for (int c = 0; c < 2 && chans[c]; ++c) {
+    const ChannelStream& ch = *chans[c];
+    BandMaxima(ch, bands, maxq);
+    for (int i = 0; i < slots; ++i) {
+      const int book = ch.cb[i];
+      const int sf = ch.sf[i];
+      double p = -1e9;
+      if (book >= 1 && book <= 11 && maxq[i] > 0) {
+        p = 3.0 + std::log2(static_cast<double>(maxq[i])) * (4.0 / 3.0) + 0.25 * (sf - 100);
+        const int e = (sf - 100 + 3) >> 2;
+        need = std::max(need, e - (maxq[i] < 4 ? 25 : 22));
+      } else if (book == 13) {
+        p = 3.0 + 0.25 * sf;  // a band of energy 64 * 2^(n/2) in Q3: no line above 8 * 2^(n/4)
+      } else if ((book == 14 || book == 15) && c == 1) {
+        p = left_peak[i] - 0.25 * sf;  // the left channel's band times 2^(-position/4)
+      }
+      if (c == 0) left_peak[i] = p;
+      peak = std::max(peak, p);
+    }
+  }
+  int shift = peak > -1e8 ? static_cast<int>(std::ceil(peak - (kPeakLog2 - headroom_))) : 0;
+  shift = std::max(shift, need);
+  return std::clamp(shift, -40, 64);
+}
+
 // Dequantization and noise substitution of one channel.
 Status Decoder::SpectralSingle(ChannelStream& ch) {
   const AklAACIcsInfo& ics = ch.ics();
   const int wl = ch.win_len();
-  if (const Status st = aklsQuantInv_AAC_32s_I(ch.spec, ch.sf, ics.numWindowGroups, ics.windowGroupLength,
+  ApplyShift(ch, ChooseShift(ch, nullptr));
+  if (const Status st = aklsQuantInv_AAC_32s_I(ch.spec, ch.sf_lib, ics.numWindowGroups, ics.windowGroupLength,
                                                ics.maxSfb, ch.cb, sfi_, wl);
       st != kStsOk)
     return st;
@@ -646,7 +741,7 @@ Status Decoder::SpectralSingle(ChannelStream& ch) {
   bool noise = false;
   for (int i = 0; i < slots; ++i) noise |= ch.cb[i] == 13;
   if (!noise) return kStsOk;
-  return aklsDecodePNS_AAC_32s(ch.spec, ch.ltp_long_used, ch.cb, ch.sf, ics.maxSfb, ics.numWindowGroups,
+  return aklsDecodePNS_AAC_32s(ch.spec, ch.ltp_long_used, ch.cb, ch.sf_lib, ics.maxSfb, ics.numWindowGroups,
                                ics.windowGroupLength, sfi_, wl, &noise_seed_);
 }
 
@@ -659,8 +754,12 @@ Status Decoder::SpectralPair(Element& e) {
   }
   const AklAACIcsInfo& ics = l.ics();
   const int wl = l.win_len();
+  // One scale for both channels: M/S and intensity combine them band by band.
+  const int shift = ChooseShift(l, &r);
+  ApplyShift(l, shift);
+  ApplyShift(r, shift);
   for (ChannelStream* ch : {&l, &r}) {
-    if (const Status st = aklsQuantInv_AAC_32s_I(ch->spec, ch->sf, ics.numWindowGroups, ics.windowGroupLength,
+    if (const Status st = aklsQuantInv_AAC_32s_I(ch->spec, ch->sf_lib, ics.numWindowGroups, ics.windowGroupLength,
                                                  ics.maxSfb, ch->cb, sfi_, wl);
         st != kStsOk)
       return st;
@@ -672,8 +771,8 @@ Status Decoder::SpectralPair(Element& e) {
     intensity |= r.cb[i] == 14 || r.cb[i] == 15;
   }
   if (noise) {
-    const Status st = aklsDecodeMsPNS_AAC_32s(l.spec, r.spec, l.ltp_long_used, r.ltp_long_used, l.cb, r.cb, l.sf,
-                                              r.sf, e.ms_mask_present, e.ms_used, ics.maxSfb, ics.numWindowGroups,
+    const Status st = aklsDecodeMsPNS_AAC_32s(l.spec, r.spec, l.ltp_long_used, r.ltp_long_used, l.cb, r.cb, l.sf_lib,
+                                              r.sf_lib, e.ms_mask_present, e.ms_used, ics.maxSfb, ics.numWindowGroups,
                                               ics.windowGroupLength, sfi_, wl, &noise_seed_);
     if (st != kStsOk) return st;
   }
@@ -692,11 +791,43 @@ Status Decoder::SpectralPair(Element& e) {
     // right channel's intensity code (the merged array marks it as noise).
     for (int i = 0; i < slots; ++i)
       if (r.cb[i] == 14 || r.cb[i] == 15) merged[i] = merged[i] == 13 ? r.cb[i] : merged[i];
-    const Status st = aklsDecodeIsStereo_AAC_32s(l.spec, r.spec, r.sf, merged, ics.numWindowGroups,
+    const Status st = aklsDecodeIsStereo_AAC_32s(l.spec, r.spec, r.sf_lib, merged, ics.numWindowGroups,
                                                  ics.windowGroupLength, ics.maxSfb, sfi_, wl);
     if (st != kStsOk) return st;
   }
   return kStsOk;
+}
+
+// The spectral stage of an audio element (e) or of a coupling channel
+// (cce): dequantization, noise, stereo, deinterleaving, coupling and TNS.
+// If a line ends up near the 32-bit limit (TNS or coupling raised it past the
+// room the shift left), the stage runs again from the quantized values with
+// more headroom.
+Status Decoder::SpectralElement(Element* e, ChannelStream* cce) {
+  ChannelStream* chs[2] = {e ? &e->ch[0] : cce, e && e->type == kCpe ? &e->ch[1] : nullptr};
+  const int nch = chs[1] ? 2 : 1;
+  for (int c = 0; c < nch; ++c) std::memcpy(quantized_[c], chs[c]->spec, sizeof(quantized_[c]));
+  const Akl32s seed = noise_seed_;
+  Status st = kStsOk;
+  for (int attempt = 0; attempt < 2; ++attempt) {
+    headroom_ = attempt == 0 ? 0 : kRetryHeadroom;
+    if (attempt > 0) {
+      for (int c = 0; c < nch; ++c) std::memcpy(chs[c]->spec, quantized_[c], sizeof(quantized_[c]));
+      noise_seed_ = seed;
+    }
+    st = e && e->type == kCpe ? SpectralPair(*e) : SpectralSingle(*chs[0]);
+    for (int c = 0; c < nch && st == kStsOk; ++c) st = Finish(*chs[c]);
+    if (st == kStsOk && e) ApplyDependentCoupling(e->type, e->tag, 0, *e);
+    for (int c = 0; c < nch && st == kStsOk; ++c) st = Tns(*chs[c]);
+    if (st == kStsOk && e) ApplyDependentCoupling(e->type, e->tag, 1, *e);
+    if (st != kStsOk) break;
+    bool near_limit = false;
+    for (int c = 0; c < nch; ++c)
+      for (int i = 0; i < kFrame; ++i) near_limit |= chs[c]->spec[i] >= kNearLimit || chs[c]->spec[i] <= -kNearLimit;
+    if (!near_limit) break;
+  }
+  headroom_ = 0;
+  return st;
 }
 
 Status Decoder::Finish(ChannelStream& ch) {
@@ -740,11 +871,12 @@ void Decoder::ApplyDependentCoupling(int type, int tag, int domain, Element& e) 
           for (int b = 0; b < ics.maxSfb; ++b) {
             const int slot = g * ics.maxSfb + b;
             if (cce.ch.cb[slot] == 0) continue;
-            const float gain = cce.gain[gl][slot];
+            // The coupling channel and the target may carry different scales.
+            const double scale = std::ldexp(static_cast<double>(cce.gain[gl][slot]), cce.ch.shift - dst.shift);
             const int lo = BandOffset(b, is_short), hi = BandOffset(b + 1, is_short);
             for (int w = window; w < window + len; ++w)
               for (int i = w * 128 * is_short + lo; i < w * 128 * is_short + hi; ++i)
-                dst.spec[i] += static_cast<Akl32s>(std::lrint(gain * static_cast<float>(cce.ch.spec[i])));
+                dst.spec[i] = SaturateToInt32(static_cast<double>(dst.spec[i]) + scale * static_cast<double>(cce.ch.spec[i]));
           }
           window += len;
         }
@@ -773,7 +905,8 @@ void Decoder::Synthesize(const ChannelStream& ch, ChannelState& st, float* out) 
   float* __restrict dst = out;
   alignas(64) float src[kFrame];
   alignas(64) float y[2 * kFrame];
-  for (int i = 0; i < kFrame; ++i) src[i] = static_cast<float>(ch.spec[i]) * 0.125f;  // Q3
+  const float unit = std::ldexp(1.0f, ch.shift - 3);  // Q3 at the channel's scale
+  for (int i = 0; i < kFrame; ++i) src[i] = static_cast<float>(ch.spec[i]) * unit;
   if (ics.windowSequence == kEightShort) {
     alignas(64) float z[2 * kFrame];
     std::fill(z, z + 2 * kFrame, 0.0f);
@@ -935,20 +1068,13 @@ bool Decoder::EmitBlock(bool damaged) {
   std::vector<const LayoutElement*> where(static_cast<std::size_t>(num_elements_), nullptr);
   if (!damaged) {
     for (int k = 0; k < num_cces_ && !damaged; ++k) {
-      Cce& cce = *cces_[static_cast<std::size_t>(k)];
-      damaged = SpectralSingle(cce.ch) != kStsOk || Finish(cce.ch) != kStsOk || Tns(cce.ch) != kStsOk;
+      damaged = SpectralElement(nullptr, &cces_[static_cast<std::size_t>(k)]->ch) != kStsOk;
     }
     for (int k = 0; k < num_elements_ && !damaged; ++k) {
       Element& e = *elements_[static_cast<std::size_t>(k)];
       where[static_cast<std::size_t>(k)] = FindLayout(layout_, k, e.type, e.tag);
       if (!where[static_cast<std::size_t>(k)]) continue;  // an element outside the layout: ignored
-      Status st = e.type == kCpe ? SpectralPair(e) : SpectralSingle(e.ch[0]);
-      const int nch = e.type == kCpe ? 2 : 1;
-      for (int c = 0; c < nch && st == kStsOk; ++c) st = Finish(e.ch[c]);
-      if (st == kStsOk) ApplyDependentCoupling(e.type, e.tag, 0, e);
-      for (int c = 0; c < nch && st == kStsOk; ++c) st = Tns(e.ch[c]);
-      if (st == kStsOk) ApplyDependentCoupling(e.type, e.tag, 1, e);
-      damaged = st != kStsOk;
+      damaged = SpectralElement(&e, nullptr) != kStsOk;
     }
     if (damaged) ++stats_->damaged;
   }
@@ -1039,8 +1165,8 @@ static int AdtsFrameLength(const std::uint8_t* p, int* sfi, int* profile, int* c
 
 DecodeResult Decoder::Run(const std::uint8_t* data, std::size_t size, std::string* message) {
   message_ = message;
-  if (!imdct_long_.ok() || !imdct_short_.ok()) {
-    *message = "the library could not build its inverse MDCT";
+  if (!imdct_long_.ok() || !imdct_short_.ok() || !sf_codes_.ok()) {
+    *message = "the library could not build its inverse MDCT or scale-factor decoder";
     return DecodeResult::kRefused;
   }
   if (size >= 4 && std::memcmp(data, "ADIF", 4) == 0) {

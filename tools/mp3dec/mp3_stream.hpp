@@ -12,6 +12,8 @@
 #include <string>
 #include <vector>
 
+#include "damage_report.hpp"
+
 namespace aklmp3 {
 
 struct DecodeOptions {
@@ -29,12 +31,28 @@ class PcmSink {
   virtual void Progress(std::size_t /*consumed*/, std::size_t /*total*/) {}
 };
 
+// Kinds of the damage report (see damage_report.hpp), declared in this order.
+inline constexpr const char* kSkipBefore = "before the first frame";
+inline constexpr const char* kSkipBetween = "between frames";
+inline constexpr const char* kSkipAfter = "after the last frame";
+inline constexpr const char* kSkipTruncated = "in a truncated last frame";
+inline constexpr const char* kConcealLostHeader = "damaged frame header";
+inline constexpr const char* kConcealHeader = "unreadable side information";
+inline constexpr const char* kConcealCrc = "CRC mismatch";
+inline constexpr const char* kConcealReservoir = "main data missing (bit reservoir)";
+inline constexpr const char* kConcealOverrun = "main data overrun";
+inline constexpr const char* kConcealScaleFactors = "bad scale factors";
+inline constexpr const char* kConcealHuffman = "bad Huffman data";
+inline constexpr const char* kConcealRequant = "bad requantization input";
+inline constexpr const char* kDropRate = "at another sampling rate";
+inline constexpr const char* kDropUnsupported = "of an unsupported layer or version";
+
 struct DecodeStats {
-  long frames = 0;              // audio frames decoded (concealed ones included)
-  long damaged = 0;             // frames concealed, junk regions skipped, truncated frame at the end
+  long frames = 0;              // audio frames written (concealed ones included, dropped ones not)
+  long damaged = 0;             // damage events: frames concealed and regions skipped (damage.Damaged())
   long reservoir_gaps = 0;      // frames whose main data reached before the data available (stream start, after a resync)
   long other_format_frames = 0;  // frames dropped because their sampling rate differs from the first frame's
-  long unsupported_frames = 0;   // Layer I/II or MPEG-2.5 frames found (not decoded)
+  long unsupported_frames = 0;   // Layer I/II or MPEG-2.5 frames found (dropped)
   std::string unsupported_kind;  // "Layer I", "Layer II", "MPEG-2.5" of the first such frame
   std::uint64_t samples_out = 0;  // per channel, after gapless trimming
   int sample_rate = 0;
@@ -42,6 +60,12 @@ struct DecodeStats {
   bool lame_tag = false;
   int encoder_delay = 0;
   int encoder_padding = 0;
+  // Every input byte is a tag byte, a frame byte (written, dropped or the
+  // Xing/Info frame) or a skipped byte (damage.Total(kSkippedBytes)).
+  std::uint64_t tag_bytes = 0;
+  std::uint64_t frame_bytes = 0;
+  std::uint64_t scan_work = 0;   // bytes looked at while finding frames (both passes; linear in the input)
+  aklcli::DamageReport damage;  // bytes skipped, frames concealed and dropped, by kind
 };
 
 // Decodes a whole stream held in memory.  Returns the statistics; if no
