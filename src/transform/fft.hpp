@@ -6,8 +6,10 @@
 // the normalisation chosen at init (flag 8 none, 4 1/sqrt(M) both ways, 1 1/M
 // forward, 2 1/M inverse).
 //
-// Float kernel: decimation in time over binary bit-reversed input on split
-// real/imaginary arrays, four complex values per SSE2 register pair.  The
+// Float kernel (fft_member.inc, one member per instruction set): decimation
+// in time over binary bit-reversed input on split real/imaginary arrays, four
+// complex values per SSE2 register pair (eight per AVX2 pair in the AVX2
+// member's radix-8 stages).  The
 // first pass reads the input (interleaved complex, or the MDCT's
 // pre-twiddled values) and stores its results at their bit-reversed places:
 // radix 8 (an 8-point DFT per lane, two transposes) for orders 5..10 and odd
