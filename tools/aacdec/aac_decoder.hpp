@@ -41,6 +41,7 @@ inline constexpr const char* kSkipBetween = "between frames";
 inline constexpr const char* kSkipAfter = "after the last frame";
 inline constexpr const char* kSkipInFrame = "after the last raw data block of a frame";
 inline constexpr const char* kConcealSync = "with a destroyed sync word";
+inline constexpr const char* kConcealHeader = "with a damaged header";
 inline constexpr const char* kConcealTruncated = "truncated";
 inline constexpr const char* kConcealSyntax = "undecodable";
 inline constexpr const char* kConcealSpectral = "with bad spectral data";
@@ -65,5 +66,28 @@ enum class DecodeResult { kOk, kRefused, kNoAudio, kSinkStopped };
 // kNoAudio, *message says why.
 DecodeResult DecodeAacBuffer(const std::uint8_t* data, std::size_t size, PcmSink* sink, DecodeStats* stats,
                              std::string* message);
+
+// Raw access units, one raw data block each (as MP4 files carry them), and
+// the configuration their container gives (an AudioSpecificConfig).
+struct AccessUnit {
+  const std::uint8_t* data;
+  std::size_t size;
+};
+struct RawConfig {
+  int object_type = 2;       // 1 Main, 2 LC, 3 SSR, 4 LTP
+  int sampling_index = 4;    // 0..11: the band tables
+  int sample_rate = 44100;   // the output rate (the index's own or an explicit rate)
+  int channel_config = 2;    // 1..7, or 0: a program configuration element follows
+  // Channel configuration 0: the element, `pce_bit` bits into `pce` (a
+  // byte-aligned config of `pce_size` bytes, so its alignment counts from there).
+  const std::uint8_t* pce = nullptr;
+  std::size_t pce_size = 0;
+  int pce_bit = 0;
+  int sbr_rate = 0;          // SBR signalled: its output rate (decoded as the core, with one warning)
+};
+
+// Decodes `count` access units.  On kRefused or kNoAudio, *message says why.
+DecodeResult DecodeAacAccessUnits(const RawConfig& config, const AccessUnit* units, std::size_t count, PcmSink* sink,
+                                  DecodeStats* stats, std::string* message);
 
 }  // namespace aacdec
