@@ -142,7 +142,9 @@ TEST(PredictionTools, LongTermPredictionUsesTheHistory) {
     const bool coded = i < 672;  // bands below min(maxSfb, 40) at 48 kHz
     // The history's halves may round the other way (ties): a unit or two.
     EXPECT_LE(std::abs(at0[static_cast<std::size_t>(i)] - (coded ? est[static_cast<std::size_t>(i)] : 0)), 2) << i;
-    if (!coded) EXPECT_EQ(at0[static_cast<std::size_t>(i)], 0) << i;
+    if (!coded) {
+      EXPECT_EQ(at0[static_cast<std::size_t>(i)], 0) << i;
+    }
     EXPECT_LE(std::abs(at2[static_cast<std::size_t>(i)] * 4 - at0[static_cast<std::size_t>(i)]), 2) << i;
     nonzero += at0[static_cast<std::size_t>(i)] != 0;
   }
