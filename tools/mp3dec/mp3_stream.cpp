@@ -556,7 +556,79 @@ class Engine {
   Akl16s pcm_[1152 * 2] = {};
 };
 
+
+void DeclareDamageKinds(aklcli::DamageReport& dr) {
+  for (const char* k : {kSkipBefore, kSkipBetween, kSkipAfter, kSkipTruncated})
+    dr.Declare(aklcli::Tally::kSkippedBytes, k);
+  for (const char* k : {kConcealLostHeader, kConcealHeader, kConcealCrc, kConcealReservoir, kConcealOverrun,
+                        kConcealScaleFactors, kConcealHuffman, kConcealRequant})
+    dr.Declare(aklcli::Tally::kConcealedFrames, k);
+  for (const char* k : {kDropRate, kDropUnsupported}) dr.Declare(aklcli::Tally::kDroppedFrames, k);
+}
+
+// The Layer III header a unit starts with, if it has one; false otherwise.
+bool UnitHeader(const AccessUnit& u, RawHeader* h) { return u.size >= 4 && ParseHeader(u.data, h); }
+
 }  // namespace
+
+DecodeStats DecodeUnits(const AccessUnit* units, std::size_t count, PcmSink* sink) {
+  DecodeStats st;
+  RawHeader h;
+  for (std::size_t i = 0; i < count; ++i) {
+    if (!UnitHeader(units[i], &h)) continue;
+    if (h.layer != 3 || h.version == 25) {
+      if (st.unsupported_kind.empty())
+        st.unsupported_kind = h.version == 25 ? "MPEG-2.5" : h.layer == 1 ? "Layer I" : "Layer II";
+      ++st.unsupported_frames;
+      continue;
+    }
+    if (!st.sample_rate) st.sample_rate = h.sample_rate;
+    st.channels = std::max(st.channels, h.channels);
+  }
+  if (!st.sample_rate) return st;
+  sink->Format(st.sample_rate, st.channels);
+  DeclareDamageKinds(st.damage);
+  aklcli::DamageReport& dr = st.damage;
+  Engine engine(st.channels);
+  Trimmer trim(sink, st.channels, 0, 0);
+  std::vector<std::uint8_t> buf(kPad + kMaxFrameBytes + kPad);
+  std::size_t consumed = 0, total = 0;
+  for (std::size_t i = 0; i < count; ++i) total += units[i].size;
+  bool first = true;
+  for (std::size_t i = 0; i < count; ++i) {
+    const AccessUnit& u = units[i];
+    consumed += u.size;
+    if (!UnitHeader(u, &h)) {
+      dr.Skip(kSkipBetween, u.size);
+      continue;
+    }
+    if (h.layer != 3 || h.version == 25 || h.sample_rate != st.sample_rate) {
+      if (h.sample_rate != st.sample_rate) ++st.other_format_frames;
+      dr.Drop(h.layer != 3 || h.version == 25 ? kDropUnsupported : kDropRate);
+      continue;
+    }
+    const int bytes = static_cast<int>(std::min<std::size_t>(u.size, kMaxFrameBytes));
+    std::fill(buf.begin(), buf.end(), 0);
+    std::memcpy(buf.data() + kPad, u.data, static_cast<std::size_t>(bytes));
+    const std::uint8_t* fb = buf.data() + kPad;
+    if (first) {
+      first = false;
+      if (ReadXing(fb, bytes, h).present) continue;
+    }
+    const char* concealed = engine.Decode(fb, bytes, h, false);
+    ++st.frames;
+    if (concealed) {
+      dr.Conceal(concealed);
+      if (concealed == kConcealReservoir) ++st.reservoir_gaps;
+    }
+    trim.Write(engine.pcm(), static_cast<std::size_t>(h.samples));
+    if ((st.frames & 63) == 0) sink->Progress(consumed, total);
+  }
+  st.samples_out = trim.written();
+  st.damaged = static_cast<long>(dr.Damaged());
+  sink->Progress(total, total);
+  return st;
+}
 
 DecodeStats DecodeBuffer(const std::uint8_t* data, std::size_t size, const DecodeOptions& options, PcmSink* sink) {
   DecodeStats st;
@@ -585,13 +657,8 @@ DecodeStats DecodeBuffer(const std::uint8_t* data, std::size_t size, const Decod
   if (!st.sample_rate) return st;
   st.tag_bytes = begin + (size - end);
   sink->Format(st.sample_rate, st.channels);
+  DeclareDamageKinds(st.damage);
   aklcli::DamageReport& dr = st.damage;
-  for (const char* k : {kSkipBefore, kSkipBetween, kSkipAfter, kSkipTruncated})
-    dr.Declare(aklcli::Tally::kSkippedBytes, k);
-  for (const char* k : {kConcealLostHeader, kConcealHeader, kConcealCrc, kConcealReservoir, kConcealOverrun, kConcealScaleFactors,
-                        kConcealHuffman, kConcealRequant})
-    dr.Declare(aklcli::Tally::kConcealedFrames, k);
-  for (const char* k : {kDropRate, kDropUnsupported}) dr.Declare(aklcli::Tally::kDroppedFrames, k);
 
   FrameWalker walk(data, begin, end);
   Engine engine(st.channels);
