@@ -476,8 +476,12 @@ TEST(AacDecoder, FullScaleClipsAndNeverWraps) {
     const int ours = r.sink.pcm[i], theirs = ref[i];
     clipped += ours == 32767 || ours == -32768;
     ASSERT_LE(std::abs(ours - theirs), 1) << i;
-    if (theirs == 32767) ASSERT_GE(ours, 32766) << i;
-    if (theirs == -32768) ASSERT_LE(ours, -32767) << i;
+    if (theirs == 32767) {
+      ASSERT_GE(ours, 32766) << i;
+    }
+    if (theirs == -32768) {
+      ASSERT_LE(ours, -32767) << i;
+    }
   }
   EXPECT_GT(clipped, 100);
 }
