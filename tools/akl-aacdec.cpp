@@ -23,6 +23,7 @@ const char kUsage[] =
     "\n"
     "options:\n"
     "  --raw        write raw interleaved little-endian 16-bit samples instead of WAV\n"
+    "  --no-sbr     play only the AAC-LC core of HE-AAC streams (half the rate and bandwidth)\n"
     "  -q, --quiet  print nothing but errors (no warnings, progress or summary)\n"
     "  -h, --help   show this text\n"
     "\n"
@@ -136,6 +137,7 @@ class FileSink : public aacdec::PcmSink {
 
 int main(int argc, char** argv) {
   bool raw = false, quiet = false;
+  aacdec::DecodeOptions options;
   std::vector<std::string> files;
   for (int i = 1; i < argc; ++i) {
     const std::string a = argv[i];
@@ -143,7 +145,9 @@ int main(int argc, char** argv) {
       std::fputs(kUsage, stdout);
       return 0;
     }
-    if (a == "--raw") {
+    if (a == "--no-sbr") {
+      options.sbr = false;
+    } else if (a == "--raw") {
       raw = true;
     } else if (a == "--quiet" || a == "-q") {
       quiet = true;
@@ -168,7 +172,7 @@ int main(int argc, char** argv) {
   std::string message;
   const std::clock_t cpu0 = std::clock();
   const auto wall0 = std::chrono::steady_clock::now();
-  const aacdec::DecodeResult r = aacdec::DecodeAacBuffer(data.data(), data.size(), &sink, &stats, &message);
+  const aacdec::DecodeResult r = aacdec::DecodeAacBuffer(data.data(), data.size(), &sink, &stats, &message, options);
   const double cpu = static_cast<double>(std::clock() - cpu0) / CLOCKS_PER_SEC;
   const double wall = std::chrono::duration<double>(std::chrono::steady_clock::now() - wall0).count();
   sink.Close();

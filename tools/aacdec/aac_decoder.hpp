@@ -42,9 +42,13 @@ struct DecodeStats {
 
 enum class DecodeResult { kOk, kRefused, kNoAudio, kSinkStopped };
 
+struct DecodeOptions {
+  bool sbr = true;  // false: play the AAC-LC core of HE-AAC streams only (--no-sbr)
+};
+
 // Decodes a whole ADTS or ADIF stream held in memory.  On kRefused or
 // kNoAudio, *message says why.
 DecodeResult DecodeAacBuffer(const std::uint8_t* data, std::size_t size, PcmSink* sink, DecodeStats* stats,
-                             std::string* message);
+                             std::string* message, const DecodeOptions& options = {});
 
 }  // namespace aacdec
