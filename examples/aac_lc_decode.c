@@ -38,7 +38,8 @@ typedef struct {
   Akl16s scaleFactors[8 * 51]; /* per band per window group */
   Akl8u codebooks[8 * 51];     /* per band per window group */
   Akl8s tnsCoef[60];
-  Akl32s spectrum[kFrame];  /* quantized values, then Q3 lines */
+  Akl32s spectrum[kFrame];  /* quantized values, then Q3 lines times 2^-shift */
+  int shift;                /* this frame's scale shift (see Dequantize) */
   float overlap[kFrame];    /* second half of the last windowed IMDCT output */
   int prevShape;            /* window shape of the previous frame */
 } Channel;
@@ -142,13 +143,66 @@ static int HasIntensity(const Channel* c) {
 }
 
 /* [guide:dequantize] */
-/* Inverse quantization to Q3 (bands of the intensity codebooks are left
- * alone: they hold positions, not values). */
-static int Dequantize(Decoder* d, Channel* c) {
+/* The dequantizer writes Q3 into 32 bits and is exact only while a band's
+ * exponent e = (sf - 100 + 3) >> 2 stays small enough (magnitudes below 16
+ * are not scaled up past e = 22, below 4 past e = 25) and its lines stay
+ * below 2^31.  Loud material goes past both, so each channel (both of a pair
+ * that shares its window) gets a shift for the frame: the scale factors go
+ * in lowered by 4 x shift, which divides every line by exactly 2^shift, and
+ * the float stage multiplies it back.  The shift keeps the largest line
+ * below 2^27.5: room for M/S and TNS, and low enough that every band is
+ * inside the exact range too (a band past it would have a line of at least
+ * 2^27.9).  A first bound comes from the largest magnitude and scale factor
+ * of the frame; the dequantized lines then tell the true peak, and a bound
+ * far too high is tightened (precision). */
+static const double kPeak = 27.5;
+
+static int FirstShift(const Channel* c) {
   const AklAACIcsInfo* ics = c->info.pIcsInfo;
-  Status st = aklsQuantInv_AAC_32s_I(c->spectrum, c->scaleFactors, ics->numWindowGroups, ics->windowGroupLength,
-                                     ics->maxSfb, c->codebooks, d->sfi, c->info.windowLength);
-  if (st != kStsOk) return Fail("aklsQuantInv_AAC_32s_I", st);
+  int maxq = 0, maxsf = -1000, minpos = 0;
+  for (int i = 0; i < kFrame; ++i) maxq = abs(c->spectrum[i]) > maxq ? abs(c->spectrum[i]) : maxq;
+  for (int i = 0; i < ics->numWindowGroups * ics->maxSfb; ++i) {
+    const int cb = c->codebooks[i], sf = c->scaleFactors[i];
+    if (cb >= 1 && cb <= 11 && sf > maxsf) maxsf = sf;
+    if ((cb == 14 || cb == 15) && sf < minpos) minpos = sf; /* intensity lines: 2^(-position/4) */
+  }
+  if (maxq == 0 || maxsf < 0) return 0;
+  return (int)ceil(3.0 + log2((double)maxq) * 4.0 / 3.0 + 0.25 * (maxsf - 100) - 0.25 * minpos - kPeak);
+}
+
+static int DequantizeShifted(Decoder* d, Channel* c, const Akl32s* quantized, int shift) {
+  const AklAACIcsInfo* ics = c->info.pIcsInfo;
+  Akl16s sf[8 * 51];
+  for (int i = 0; i < ics->numWindowGroups * ics->maxSfb; ++i)
+    sf[i] = (Akl16s)(c->codebooks[i] >= 1 && c->codebooks[i] <= 11 ? c->scaleFactors[i] - 4 * shift : c->scaleFactors[i]);
+  memcpy(c->spectrum, quantized, sizeof c->spectrum);
+  c->shift = shift;
+  const Status st = aklsQuantInv_AAC_32s_I(c->spectrum, sf, ics->numWindowGroups, ics->windowGroupLength,
+                                           ics->maxSfb, c->codebooks, d->sfi, c->info.windowLength);
+  return st == kStsOk ? 0 : Fail("aklsQuantInv_AAC_32s_I", st);
+}
+
+/* Dequantizes `count` channels (1, or a pair that shares its window) with
+ * one shift. */
+static int Dequantize(Decoder* d, Channel* c, int count) {
+  static Akl32s quantized[2][kFrame];
+  int shift = -1000;
+  for (int k = 0; k < count; ++k) {
+    memcpy(quantized[k], c[k].spectrum, sizeof quantized[k]);
+    const int s = FirstShift(&c[k]);
+    shift = s > shift ? s : shift;
+  }
+  for (int pass = 0; pass < 3; ++pass) {
+    Akl32s peak = 0;
+    for (int k = 0; k < count; ++k) {
+      if (DequantizeShifted(d, &c[k], quantized[k], shift)) return -1;
+      for (int i = 0; i < kFrame; ++i) peak = abs(c[k].spectrum[i]) > peak ? abs(c[k].spectrum[i]) : peak;
+    }
+    /* The true peak is below (peak + 1) x 2^shift: tighten a loose bound. */
+    const int tighter = (int)ceil(log2((double)peak + 1.0) + shift - kPeak);
+    if (tighter >= shift - 1) break;
+    shift = tighter;
+  }
   return 0;
 }
 /* [/guide:dequantize] */
@@ -210,7 +264,8 @@ static void Synthesize(Decoder* d, Channel* c, float* out) {
   const float* shortPrev = d->riseShort[prev];
   const float* shortCur = d->riseShort[shape];
   float lines[kFrame], y[2 * kFrame], z[2 * kFrame];
-  for (int i = 0; i < kFrame; ++i) lines[i] = (float)c->spectrum[i] * 0.125f; /* Q3 to float */
+  const float unit = ldexpf(1.0f, c->shift - 3); /* Q3 at the frame's shift to float */
+  for (int i = 0; i < kFrame; ++i) lines[i] = (float)c->spectrum[i] * unit;
   if (seq == kEightShort) {
     memset(z, 0, sizeof z);
     for (int w = 0; w < 8; ++w) { /* window w covers z[448 + 128 w .. 704 + 128 w) */
@@ -300,8 +355,12 @@ static int DecodeBlock(Decoder* d, Akl8u** p, Akl32s* offset) {
   for (int e = 0; e < n; ++e) {
     Channel* c = &d->ch[first[e]];
     const int channels = pair[e] ? 2 : 1;
-    for (int i = 0; i < channels; ++i)
-      if (Dequantize(d, &c[i])) return -1;
+    if (pair[e] == 1) { /* M/S and intensity mix the pair's lines: one shift for both */
+      if (Dequantize(d, c, 2)) return -1;
+    } else {
+      for (int i = 0; i < channels; ++i)
+        if (Dequantize(d, &c[i], 1)) return -1;
+    }
     if (pair[e] == 1 && Stereo(d, &c[0], &c[1], &cpe[e])) return -1;
     for (int i = 0; i < channels; ++i) {
       if (Deinterleave(d, &c[i]) || Tns(d, &c[i])) return -1;

@@ -24,6 +24,8 @@ const char kUsage[] =
     "options:\n"
     "  --raw        write raw interleaved little-endian 16-bit samples instead of WAV\n"
     "  --no-sbr     play only the AAC-LC core of HE-AAC streams (half the rate and bandwidth)\n"
+    "  --damage-report\n"
+    "               list every kind of damage in the summary, zero counts too\n"
     "  -q, --quiet  print nothing but errors (no warnings, progress or summary)\n"
     "  -h, --help   show this text\n"
     "\n"
@@ -31,8 +33,9 @@ const char kUsage[] =
     "output is in WAV channel order with the matching channel mask.  HE-AAC streams are\n"
     "decoded as their AAC-LC core (with a warning); Main, SSR and LTP streams are refused.\n"
     "Damaged frames are concealed (the overlap of the last good frame fades into\n"
-    "silence) and counted; decoding resumes at the next good frame.  Exit status: 0\n"
-    "success, 1 failure (unreadable input, unsupported stream, write error), 2 usage.\n";
+    "silence) and counted; decoding resumes at the next good frame.  Frames at another\n"
+    "sampling rate than the first are dropped and counted.  Exit status: 0 success,\n"
+    "1 failure (unreadable input, unsupported stream, write error), 2 usage.\n";
 
 void PutTag(std::vector<unsigned char>& b, const char* tag) {
   for (const char* c = tag; *c; ++c) b.push_back(static_cast<unsigned char>(*c));
@@ -136,7 +139,7 @@ class FileSink : public aacdec::PcmSink {
 }  // namespace
 
 int main(int argc, char** argv) {
-  bool raw = false, quiet = false;
+  bool raw = false, quiet = false, full_report = false;
   aacdec::DecodeOptions options;
   std::vector<std::string> files;
   for (int i = 1; i < argc; ++i) {
@@ -149,6 +152,8 @@ int main(int argc, char** argv) {
       options.sbr = false;
     } else if (a == "--raw") {
       raw = true;
+    } else if (a == "--damage-report") {
+      full_report = true;
     } else if (a == "--quiet" || a == "-q") {
       quiet = true;
     } else if (a.size() > 1 && a[0] == '-' && a != "-") {
@@ -192,8 +197,8 @@ int main(int argc, char** argv) {
     const double t = cpu > 0 ? cpu : wall;
     const std::string layout =
         f.channels == 1 ? "mono" : (f.channels == 2 ? "stereo" : std::to_string(f.channels) + " channels");
-    std::fprintf(stderr, "akl-aacdec: %ld frames, %.2f s, %d Hz %s, %ld damaged, %.0fx real time\n", stats.frames,
-                 seconds, f.sample_rate, layout.c_str(), stats.damaged, t > 0 ? seconds / t : 0.0);
+    aklcli::PrintSummary(stderr, "akl-aacdec", stats.frames, seconds, f.sample_rate, layout, stats.damage.Damaged(), t);
+    stats.damage.Print(stderr, "akl-aacdec", full_report);
   }
   return 0;
 }

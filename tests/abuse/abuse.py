@@ -9,8 +9,9 @@ channel count, and copies with huge declared lengths (an ADTS frame length of
 largest frame).  Each run must end with status 0, or with a non-zero status
 and a message on stderr; never by a signal or a sanitizer report.  A damaged
 stream whose original decodes must still yield audio: at least half of the
-original's samples for the byte-flipped copies, and at least the samples of
-the kept part, less one second, for truncations.
+original's samples for the byte-flipped copies, at least the samples of
+the kept part, less one second, for truncations, and (MP3) at least 90% of
+them when frame lengths are damaged.
 
     abuse.py --mp3dec PATH [--aacdec PATH] --data tests/data --out DIR [--quick]
 
@@ -83,7 +84,7 @@ def variants(path, kind, other, quick):
     if not quick:
         out.append(('flip1pct_b', flip(data, 2), 'flip'))
         out.append(('flip5pct', flip(data, 3, 0.05), None))
-    out.append(('huge_lengths', huge_adts(data) if kind == 'aac' else huge_mp3(data), None))
+    out.append(('huge_lengths', huge_adts(data) if kind == 'aac' else huge_mp3(data), 'huge' if kind == 'mp3' else None))
     # A 256 MB ID3v2 tag announced before the audio.
     out.append(('huge_id3v2', b'ID3\x04\x00\x00\x7f\x7f\x7f\x7f' + data, None))
     if other:
@@ -156,6 +157,8 @@ def main():
             ref = whole.get(base, 0)
             if note == 'flip' and ref and samples < ref // 2:
                 problems.append(f'only {samples} of {ref} samples from a 1% damaged stream')
+            if note == 'huge' and ref and samples < ref * 9 // 10:
+                problems.append(f'only {samples} of {ref} samples: damaged frame lengths swallowed good frames')
             if isinstance(note, float) and ref and samples < ref * note - 96000:
                 problems.append(f'only {samples} samples from the kept {note:.0%}')
             if note == 'concat' and rc == 0 and samples < ref:

@@ -264,6 +264,15 @@ TEST(Mp3Decoder, DamageReportCountsByKind) {
     std::uint64_t damaged;
     long frames_lost;  // frames written fewer than the clean stream's
   };
+  // Frame 20's bit-rate index raised to 320 kbit/s: its declared length runs
+  // over the next frames, but it is taken up to the frame that follows it.
+  auto longer = clean;
+  longer[starts[20] + 2] = static_cast<std::uint8_t>((longer[starts[20] + 2] & 0x0F) | 0xE0);
+  // Frame 20's header wiped: the frame is concealed in place (the stream
+  // resumes one frame length later), so the timing is kept.
+  auto wiped = clean;
+  std::fill(wiped.begin() + static_cast<std::ptrdiff_t>(starts[20]),
+            wiped.begin() + static_cast<std::ptrdiff_t>(starts[20] + 4), 0);
   auto crc = Read("mp3_ref/mp3_m1_48k_st_160_crc_clicks.mp3");
   crc[6 + 5] ^= 0x10;
   const Case cases[] = {
@@ -273,6 +282,8 @@ TEST(Mp3Decoder, DamageReportCountsByKind) {
       {"junk after", insert(clean, clean.size(), Junk(300, 3)), Tally::kSkippedBytes, aklmp3::kSkipAfter, 300, 1, 0},
       {"truncated", std::vector<std::uint8_t>(clean.begin(), clean.begin() + static_cast<std::ptrdiff_t>(last + 100)),
        Tally::kSkippedBytes, aklmp3::kSkipTruncated, 100, 1, 1},
+      {"damaged length", longer, Tally::kSkippedBytes, aklmp3::kSkipBetween, 0, 0, 0},
+      {"wiped header", wiped, Tally::kConcealedFrames, aklmp3::kConcealLostHeader, 1, 1, 0},
       {"CRC mismatch", crc, Tally::kConcealedFrames, aklmp3::kConcealCrc, 1, 1, 0},
   };
   for (const Case& c : cases) {
@@ -282,13 +293,85 @@ TEST(Mp3Decoder, DamageReportCountsByKind) {
     EXPECT_EQ(d.stats.damage.Total(c.tally), c.count);
     EXPECT_EQ(d.stats.damage.Damaged(), c.damaged);
     EXPECT_EQ(d.stats.damaged, static_cast<long>(c.damaged));
-    if (c.tally == Tally::kSkippedBytes) {
+    EXPECT_EQ(d.stats.tag_bytes + d.stats.frame_bytes + d.stats.damage.Total(Tally::kSkippedBytes), c.input.size());
+    if (c.tally != Tally::kSkippedBytes) {
+      EXPECT_EQ(d.stats.damage.Total(Tally::kSkippedBytes), 0u);
+    } else {
       // Nothing else happened, and the frames that are there decode as in
       // the clean stream.
       EXPECT_EQ(d.stats.frames, ref.stats.frames - c.frames_lost);
       EXPECT_TRUE(std::equal(d.pcm.begin(), d.pcm.end(), ref.pcm.begin()));
     }
   }
+}
+
+// Frames of two streams interleaved one by one (sampling rate, MPEG version
+// and mode change every frame): the first frame's stream is written exactly
+// as on its own, and every frame of the other is dropped and counted.
+TEST(Mp3Decoder, AlternatingRatesAreDroppedAndCounted) {
+  using aklcli::Tally;
+  struct Case {
+    const char* first;
+    const char* second;
+    int rate;
+  } const cases[] = {
+      {"mp3_ref/mp3_m1_44k1_js_128_music.mp3", "mp3_ref/mp3_m1_48k_st_160_crc_clicks.mp3", 44100},
+      {"mp3_ref/mp3_m1_48k_st_160_crc_clicks.mp3", "mp3_ref/mp3_m1_44k1_js_128_music.mp3", 48000},
+      {"mp3_ref/mp3_m1_44k1_js_128_music.mp3", "mp3_ref/mp3_m2_22k05_mono_40_speech.mp3", 44100},
+      {"mp3_ref/mp3_m2_24k_js_64_crc_clicks.mp3", "mp3_ref/mp3_m2_22k05_mono_40_speech.mp3", 24000},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.second);
+    const auto a = Read(c.first), b = Read(c.second);
+    const auto sa = FrameStarts(a), sb = FrameStarts(b);
+    const std::size_t n = std::min(sa.size(), sb.size()) - 1;
+    std::vector<std::uint8_t> mixed, alone;
+    for (std::size_t i = 0; i < n; ++i) {
+      mixed.insert(mixed.end(), a.begin() + static_cast<std::ptrdiff_t>(sa[i]),
+                   a.begin() + static_cast<std::ptrdiff_t>(sa[i + 1]));
+      mixed.insert(mixed.end(), b.begin() + static_cast<std::ptrdiff_t>(sb[i]),
+                   b.begin() + static_cast<std::ptrdiff_t>(sb[i + 1]));
+    }
+    alone.assign(a.begin(), a.begin() + static_cast<std::ptrdiff_t>(sa[n]));
+    const Decoded d = Decode(mixed, false), ref = Decode(alone, false);
+    EXPECT_EQ(d.rate, c.rate);
+    EXPECT_EQ(d.stats.damaged, 0);
+    EXPECT_EQ(d.stats.damage.Count(Tally::kDroppedFrames, aklmp3::kDropRate), n);
+    EXPECT_EQ(d.stats.damage.Total(Tally::kSkippedBytes), 0u);
+    EXPECT_EQ(d.stats.frames, ref.stats.frames);
+    EXPECT_EQ(d.pcm, ref.pcm);
+    EXPECT_EQ(d.stats.frame_bytes, mixed.size());
+  }
+}
+
+// Finding frames is linear in the input: on random bytes with chains of
+// plausible frames planted in them (which lock the search onto junk), the
+// bytes looked at per input byte stay the same from 1 to 8 MB, and every
+// byte is accounted for.
+TEST(Mp3Decoder, ResyncWorkIsLinear) {
+  double per_byte[2] = {};
+  const std::size_t sizes[2] = {1u << 20, 8u << 20};
+  for (int k = 0; k < 2; ++k) {
+    std::mt19937 rng(77u + static_cast<unsigned>(k));
+    std::vector<std::uint8_t> junk(sizes[k]);
+    for (auto& b : junk) b = static_cast<std::uint8_t>(rng());
+    // Every 64 KB, three headers of 417-byte frames (MPEG-1, 128 kbit/s,
+    // 44.1 kHz) at frame distance.
+    for (std::size_t at = 1000; at + 3 * 417 < junk.size(); at += 65536)
+      for (std::size_t i = 0; i < 3; ++i) {
+        const std::uint8_t h[4] = {0xFF, 0xFB, 0x90, 0x44};
+        std::memcpy(&junk[at + 417 * i], h, 4);
+      }
+    const Decoded d = Decode(junk);
+    EXPECT_GT(d.stats.frames, 0);
+    EXPECT_EQ(d.stats.tag_bytes + d.stats.frame_bytes + d.stats.damage.Total(aklcli::Tally::kSkippedBytes),
+              junk.size());
+    per_byte[k] = static_cast<double>(d.stats.scan_work) / static_cast<double>(junk.size());
+  }
+  // Two passes, memchr over every byte: a little over 2 bytes looked at per
+  // input byte.
+  EXPECT_LT(per_byte[0], 2.5);
+  EXPECT_LT(per_byte[1], per_byte[0] * 1.05);
 }
 
 // he_mode switches between one and two channels: the output is stereo

@@ -111,6 +111,14 @@ const Stream kStreams[] = {
      0.35, 1},
     {"mp3_ref/mp3_m2_24k_js_64_crc_clicks.mp3", "mp3_ref/mp3_m2_24k_js_64_crc_clicks.mp3.mpg123.f32", Kind::kFloat,
      0.35, 1},
+    // Loud material (tests/e2e_aac/make_loud_corpus.sh: lame without a LAME tag,
+    // mpg123's 16-bit decode).
+    {"loud/mp3_sine_mono_64.mp3", "loud/mp3_sine_mono_64.mp3.mpg123.s16", Kind::kIso, 0.35, 1},
+    {"loud/mp3_square_st_320.mp3", "loud/mp3_square_st_320.mp3.mpg123.s16", Kind::kIso, 0.35, 1},
+    {"loud/mp3_noise_st_192.mp3", "loud/mp3_noise_st_192.mp3.mpg123.s16", Kind::kIso, 0.35, 1},
+    {"loud/mp3_noise_mono_128.mp3", "loud/mp3_noise_mono_128.mp3.mpg123.s16", Kind::kIso, 0.35, 1},
+    {"loud/mp3_mix_st_128.mp3", "loud/mp3_mix_st_128.mp3.mpg123.s16", Kind::kIso, 0.35, 1},
+    {"loud/mp3_mix_mono_96.mp3", "loud/mp3_mix_mono_96.mp3.mpg123.s16", Kind::kIso, 0.35, 1},
 };
 
 // he_mode's reference holds each frame in its own channel count: 10 mono

@@ -5,7 +5,8 @@
 // by band energies, since each decoder draws its own noise.
 //
 // usage: aac_accuracy [--check] [--full SHARED_DIR] [DATA_DIR]
-//   DATA_DIR     the repository's tests/data (truncated copies of the streams)
+//   DATA_DIR     the repository's tests/data (truncated copies of the streams,
+//                and the loud corpus of tests/e2e_aac/make_loud_corpus.sh)
 //   --full DIR   measure the complete streams under DIR (conformance/aac and
 //                testvectors) instead
 //   --check      exit 1 if any stream exceeds its bounds
@@ -56,6 +57,21 @@ const Case kCases[] = {
     {"tv 32k clicks TNS", "aac_ref/aac_lc_32k_st_96_clicks_tns.aac", "aac_ref/aac_lc_32k_st_96_clicks_tns.aac.faad.f32", true, false, 0.35, 1},
     {"tv 44k1 M/S IS TNS", "aac_ref/aac_lc_44k1_st_128_mix_msall_is_tns.aac", "aac_ref/aac_lc_44k1_st_128_mix_msall_is_tns.aac.faad.f32", true, false, 0.35, 1},
     {"tv 48k IS PNS", "aac_ref/aac_lc_48k_st_64_mix_is_pns.aac", "aac_ref/aac_lc_48k_st_64_mix_is_pns.aac.faad.f32", true, true, 1.0, 1.0},
+    // The loud corpus (tests/e2e_aac/make_loud_corpus.sh), against FFmpeg's
+    // float decode rounded once.
+    {"loud square+sine 64k", "loud/aac_square_st_64.aac", "loud/aac_square_st_64.aac.ffmpeg.s16", false, false, 0.35, 1},
+    {"loud square+sine 128k", "loud/aac_square_st_128.aac", "loud/aac_square_st_128.aac.ffmpeg.s16", false, false, 0.35, 1},
+    {"loud square+sine 256k", "loud/aac_square_st_256.aac", "loud/aac_square_st_256.aac.ffmpeg.s16", false, false, 0.35, 1},
+    {"loud sine mono 64k", "loud/aac_sine_mono_64.aac", "loud/aac_sine_mono_64.aac.ffmpeg.s16", false, false, 0.35, 1},
+    {"loud noise 96k", "loud/aac_noise_st_96.aac", "loud/aac_noise_st_96.aac.ffmpeg.s16", false, false, 0.35, 1},
+    {"loud noise mono 128k", "loud/aac_noise_mono_128.aac", "loud/aac_noise_mono_128.aac.ffmpeg.s16", false, false, 0.35, 1},
+    {"loud noise 256k", "loud/aac_noise_st_256.aac", "loud/aac_noise_st_256.aac.ffmpeg.s16", false, false, 0.35, 1},
+    {"loud mix 128k", "loud/aac_mix_st_128.aac", "loud/aac_mix_st_128.aac.ffmpeg.s16", false, false, 0.35, 1},
+    {"loud mix mono 96k", "loud/aac_mix_mono_96.aac", "loud/aac_mix_mono_96.aac.ffmpeg.s16", false, false, 0.35, 1},
+    {"loud mix 256k", "loud/aac_mix_st_256.aac", "loud/aac_mix_st_256.aac.ffmpeg.s16", false, false, 0.35, 1},
+    {"loud mix 128k PNS", "loud/pns_mix_st_128.aac", "loud/pns_mix_st_128.aac.ffmpeg.s16", false, true, 1.0, 1.0},
+    {"tone 44k1 128k PNS", "loud/pns_tone44_st_128.aac", "loud/pns_tone44_st_128.aac.ffmpeg.s16", false, true, 1.0, 1.0},
+    {"tone 22k05 64k PNS", "loud/pns_tone22_mono_64.aac", "loud/pns_tone22_mono_64.aac.ffmpeg.s16", false, true, 1.0, 1.0},
 };
 
 // Full-length locations of the same files under the shared folder.
@@ -253,8 +269,10 @@ int main(int argc, char** argv) {
   std::printf("%-26s %4s %7s %8s  %-28s %-24s %s\n", "stream", "ch", "frames", "damaged", "result", "bound", "");
   bool all_ok = true;
   for (const Case& c : kCases) {
-    const std::string s = full.empty() ? data + "/" + c.stream : FullPath(full, c.stream);
-    const std::string rf = full.empty() ? data + "/" + c.ref : FullPath(full, c.ref);
+    // The loud corpus lives only in the repository, complete.
+    const bool repo = full.empty() || std::strncmp(c.stream, "loud/", 5) == 0;
+    const std::string s = repo ? data + "/" + c.stream : FullPath(full, c.stream);
+    const std::string rf = repo ? data + "/" + c.ref : FullPath(full, c.ref);
     const Result r = Measure(c, s, rf);
     char result[64], bound[64];
     if (c.energy) {

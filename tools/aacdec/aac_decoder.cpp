@@ -401,7 +401,12 @@ class Decoder {
   int ConfigOfBlock() const;
   void Synthesize(const ChannelStream& ch, ChannelState& st, float* out);
   int BandOffset(int band, bool is_short) const { return kSwb[(is_short ? 12 : 0) + sfi_].offset[band]; }
-  bool EmitBlock(bool damaged);
+  // Writes the current block (or its concealment, counted under `kind`).
+  bool EmitBlock(bool damaged, const char* kind = kConcealSyntax);
+  void Conceal(const char* kind);
+  // Whether the frame at `pos` has a destroyed sync word but is otherwise a
+  // frame of `len` bytes at this stream's rate; its block count if so.
+  int DestroyedSyncBlocks(const std::uint8_t* p, std::size_t len) const;
   bool StartOutput();
 
   PcmSink* sink_;
@@ -424,6 +429,12 @@ class Decoder {
   int header_config_ = 0;  // channel configuration in the current ADTS header
   std::array<int, 8> config_votes_{};  // clean blocks before the output started, by ConfigOfBlock
   bool sbr_warned_ = false;
+  bool rate_warned_ = false;
+  bool extra_blocks_warned_ = false;
+  // Held blocks can be decoded again: the frame loop rewinds to the first
+  // one when the layout becomes known (once).
+  bool can_rewind_ = false;
+  bool rewind_requested_ = false;
   Layout layout_;
   std::vector<int> wav_order_;  // bitstream channel -> WAV position index
   std::uint32_t channel_mask_ = 0;
@@ -1048,14 +1059,21 @@ int Decoder::ConfigOfBlock() const {
   return 0;
 }
 
-bool Decoder::EmitBlock(bool damaged) {
+void Decoder::Conceal(const char* kind) {
+  ++stats_->damaged;
+  stats_->damage.Conceal(kind);
+}
+
+bool Decoder::EmitBlock(bool damaged, const char* kind) {
   ++stats_->frames;
-  if (damaged) ++stats_->damaged;
+  if (damaged) Conceal(kind);
   if (!output_started_) {
     // The layout is only trusted from a block that decodes and fills it
     // exactly: damage that still parses (a configuration element with other
     // channels, say) must not fix the stream's channel count.  Blocks held
-    // back meanwhile come out as silence once the output starts.
+    // back meanwhile are decoded again once the layout is known (the frame
+    // loop rewinds to the first of them); where it cannot rewind, they come
+    // out as silence.
     //
     // Clean blocks that carry the elements of a standard channel
     // configuration while there is no layout or it does not fit them (the
@@ -1073,11 +1091,15 @@ bool Decoder::EmitBlock(bool damaged) {
       }
     }
     if (damaged || !BlockMatchesLayout()) {
-      if (!damaged) ++stats_->damaged;
+      if (!damaged) Conceal(kConcealLayout);
       ++held_blocks_;
       return true;
     }
     if (!StartOutput()) return false;
+    if (held_blocks_ > 0 && can_rewind_) {
+      rewind_requested_ = true;
+      return true;
+    }
     const int held_len = kFrame * (sbr_ ? sbr_->OutputFactor() : 1);
     pcm_.assign(states_.size() * static_cast<std::size_t>(held_len), 0);
     for (; held_blocks_ > 0; --held_blocks_) {
@@ -1102,7 +1124,7 @@ bool Decoder::EmitBlock(bool damaged) {
       if (!where[static_cast<std::size_t>(k)]) continue;  // an element outside the layout: ignored
       damaged = SpectralElement(&e, nullptr) != kStsOk;
     }
-    if (damaged) ++stats_->damaged;
+    if (damaged) Conceal(kConcealSpectral);
   }
   if (!damaged) {
     for (int k = 0; k < num_cces_; ++k) {
@@ -1157,7 +1179,7 @@ bool Decoder::EmitBlock(bool damaged) {
     for (int n = 0; n < kFrame; ++n) out[n] = st.overlap[static_cast<std::size_t>(n)];
     st.overlap.fill(0.0f);
   }
-  if (missing && !damaged) ++stats_->damaged;
+  if (missing && !damaged) Conceal(kConcealMissing);
   if (damaged)
     for (ChannelState& st : cce_states_) st.overlap.fill(0.0f);
 
@@ -1214,12 +1236,32 @@ static int AdtsFrameLength(const std::uint8_t* p, int* sfi, int* profile, int* c
   return len;
 }
 
+// A frame whose sync word is destroyed: the header's other fields still make
+// sense (layer 0, this stream's sampling rate) and its frame length is exactly
+// the distance to the next frame.  Its block count, or 0.
+int Decoder::DestroyedSyncBlocks(const std::uint8_t* p, std::size_t len) const {
+  std::uint8_t h[7];
+  std::memcpy(h, p, 7);
+  h[0] = 0xFF;
+  h[1] = static_cast<std::uint8_t>(h[1] | 0xF0);
+  int sfi, profile, config, blocks, pa;
+  const int l = AdtsFrameLength(h, &sfi, &profile, &config, &blocks, &pa);
+  return l > 0 && static_cast<std::size_t>(l) == len && sfi == sfi_ && profile + 1 == object_type_ ? blocks : 0;
+}
+
 DecodeResult Decoder::Run(const std::uint8_t* data, std::size_t size, std::string* message) {
   message_ = message;
+  for (const char* kind : {kSkipBefore, kSkipBetween, kSkipAfter, kSkipInFrame})
+    stats_->damage.Declare(aklcli::Tally::kSkippedBytes, kind);
+  for (const char* kind : {kConcealSync, kConcealTruncated, kConcealSyntax, kConcealSpectral, kConcealMissing,
+                           kConcealLayout})
+    stats_->damage.Declare(aklcli::Tally::kConcealedFrames, kind);
+  for (const char* kind : {kDropRate, kDropAbsent}) stats_->damage.Declare(aklcli::Tally::kDroppedFrames, kind);
   if (!imdct_long_.ok() || !imdct_short_.ok() || !sf_codes_.ok()) {
     *message = "the library could not build its inverse MDCT or scale-factor decoder";
     return DecodeResult::kRefused;
   }
+  can_rewind_ = true;
   if (size >= 4 && std::memcmp(data, "ADIF", 4) == 0) {
     adif_ = true;
     LoadFrame(data, size);
@@ -1237,16 +1279,34 @@ DecodeResult Decoder::Run(const std::uint8_t* data, std::size_t size, std::strin
     have_layout_ = layout_.channels > 0;
     Cursor c{p, 0};
     const Akl8u* end = frame_ + size;
-    while (c.p < end) {
-      const Status st = DecodeRawBlock(c, end);
-      if (st == kStsNotSupportedModeErr) return DecodeResult::kRefused;
-      if (!EmitBlock(st != kStsOk)) return DecodeResult::kSinkStopped;
-      if (st != kStsOk) break;  // ADIF has no sync words to find the next block by
-      sink_->Progress(static_cast<std::size_t>(c.p - frame_), size);
+    Cursor held_at = c;
+    DecodeStats held_stats = *stats_;
+    for (;;) {
+      while (c.p < end) {
+        if (!output_started_ && held_blocks_ == 0) {
+          held_at = c;
+          held_stats = *stats_;
+        }
+        const Status st = DecodeRawBlock(c, end);
+        if (st == kStsNotSupportedModeErr) return DecodeResult::kRefused;
+        if (!EmitBlock(st != kStsOk)) return DecodeResult::kSinkStopped;
+        if (rewind_requested_) break;
+        if (st != kStsOk) break;  // ADIF has no sync words to find the next block by
+        sink_->Progress(static_cast<std::size_t>(c.p - frame_), size);
+      }
+      if (!rewind_requested_) break;
+      rewind_requested_ = false;
+      can_rewind_ = false;
+      held_blocks_ = 0;
+      c = held_at;
+      *stats_ = held_stats;
     }
   } else {
     std::size_t pos = 0;
     bool synced = false;
+    bool found = false;           // a frame has been found
+    std::size_t skip_from = 0;    // the run of bytes being passed over
+    std::size_t skipped = 0;
     // A header at q whose frame is followed by another header (or by the end
     // of the data).
     auto chained = [&](std::size_t q) {
@@ -1257,84 +1317,170 @@ DecodeResult Decoder::Run(const std::uint8_t* data, std::size_t size, std::strin
       return next == size || (next + 7 <= size && AdtsFrameLength(data + next, &a, &b, &cc, &d, &e) > 0) ||
              (next < size && next + 7 > size);
     };
-    while (pos + 7 <= size) {
-      int sfi = 0, profile = 0, config = 0, blocks = 0, pa = 0;
-      const int len = AdtsFrameLength(data + pos, &sfi, &profile, &config, &blocks, &pa);
-      bool ok = len > 0;
-      // Out of sync, a header counts only if the next one follows it (or
-      // the data ends with it).
-      if (ok && !synced) ok = chained(pos);
-      // In sync, a frame length that is not followed by a header is suspect:
-      // if a chained header starts inside the declared frame, the length was
-      // damaged, and the frame ends there (decoded as damaged) instead of
-      // swallowing the good frames it covers.
-      std::size_t cut = 0;
-      if (ok && synced && !chained(pos)) {
-        const std::size_t limit = std::min(size, pos + static_cast<std::size_t>(len));
-        for (std::size_t q = pos + 7; q + 7 <= limit; ++q) {
-          if (chained(q)) {
-            cut = q - pos;
+    auto skip = [&](const char* kind, std::size_t n) {
+      stats_->damage.Skip(kind, n);
+      stats_->skipped_bytes += static_cast<long>(n);
+    };
+    auto drop = [&](const char* kind, int n) {
+      stats_->damage.Drop(kind, static_cast<std::uint64_t>(n));
+      stats_->dropped += n;
+    };
+    // Where the frame loop goes back to when the layout becomes known after
+    // blocks were held back: the first held frame, with the counts of then.
+    struct Mark {
+      std::size_t pos = 0;
+      bool synced = false, found = false;
+      DecodeStats stats;
+    } held;
+    for (;;) {
+      while (pos + 7 <= size) {
+        int sfi = 0, profile = 0, config = 0, blocks = 0, pa = 0;
+        const int len = AdtsFrameLength(data + pos, &sfi, &profile, &config, &blocks, &pa);
+        bool ok = len > 0;
+        // Out of sync, a header counts only if the next one follows it (or
+        // the data ends with it).
+        if (ok && !synced) ok = chained(pos);
+        // In sync, a frame length that is not followed by a header is suspect:
+        // if a chained header starts inside the declared frame, the length was
+        // damaged, and the frame ends there (decoded as damaged) instead of
+        // swallowing the good frames it covers.
+        std::size_t cut = 0;
+        if (ok && synced && !chained(pos)) {
+          const std::size_t limit = std::min(size, pos + static_cast<std::size_t>(len));
+          for (std::size_t q = pos + 7; q + 7 <= limit; ++q) {
+            if (chained(q)) {
+              cut = q - pos;
+              break;
+            }
+          }
+        }
+        if (!ok) {
+          if (skipped == 0) skip_from = pos;
+          ++pos;
+          ++skipped;
+          synced = false;
+          continue;
+        }
+        if (skipped > 0) {
+          // A frame whose sync word alone was destroyed is concealed in
+          // place, so that the output keeps its length; other bytes between
+          // frames are skipped.
+          const int lost = found && output_started_ ? DestroyedSyncBlocks(data + skip_from, skipped) : 0;
+          for (int b = 0; b < lost; ++b)
+            if (!EmitBlock(true, kConcealSync)) return DecodeResult::kSinkStopped;
+          if (lost == 0) skip(found ? kSkipBetween : kSkipBefore, skipped);
+          skipped = 0;
+        }
+        if (!output_started_ && held_blocks_ == 0) held = Mark{pos, synced, found, *stats_};
+        synced = true;
+        found = true;
+        if (stats_->frames == 0 || !output_started_) {
+          // One damaged header must not refuse a whole AAC-LC stream: another
+          // profile counts only when the next header says the same (or the
+          // stream ends with this frame).  An unconfirmed frame is passed over;
+          // its reason is kept in case no audio follows.
+          if (profile != 1) {
+            const std::size_t next = pos + (cut ? cut : static_cast<std::size_t>(len));
+            int a, next_profile = -1, cc, d, e;
+            const bool confirmed = next + 7 > size ||
+                                   (AdtsFrameLength(data + next, &a, &next_profile, &cc, &d, &e) > 0 && next_profile == profile);
+            if (!confirmed) {
+              std::string why;
+              ObjectTypeSupported(profile + 1, &why);
+              if (message->empty()) *message = why;
+              skip(kSkipBetween, next - pos);
+              pos = next;
+              continue;
+            }
+          }
+          if (!CheckObjectType(profile + 1, message)) return DecodeResult::kRefused;
+          if (sfi > 11) {
+            *message = "unsupported sampling rate (7350 Hz)";
+            return DecodeResult::kRefused;
+          }
+          // Until the output starts, the stream's rate is the latest frame's.
+          if (sfi != sfi_) sfi_ = -1;
+        }
+        const std::size_t avail = cut ? cut : std::min(static_cast<std::size_t>(len), size - pos);
+        // Frames at another sampling rate than the output's are dropped.
+        if (output_started_ && sfi != sfi_ && cut == 0) {
+          if (!rate_warned_) {
+            rate_warned_ = true;
+            sink_->Warn("frames at " + std::to_string(sfi <= 12 ? kSampleRates[sfi] : 0) + " Hz in a " +
+                        std::to_string(sample_rate_) + " Hz stream are dropped");
+          }
+          drop(kDropRate, blocks);
+          pos += avail;
+          continue;
+        }
+        header_config_ = config;
+        LoadFrame(data + pos, avail);
+        const bool truncated = cut != 0 || avail < static_cast<std::size_t>(len);
+        bool frame_ok = !truncated && SetSampleRateIndex(sfi, message);
+        if (frame_ok && !have_layout_ && config != 0) {
+          have_layout_ = LayoutFromConfig(config, &layout_);
+          config_ = config;
+        }
+        Akl8u* p = frame_;
+        AklAACADTSFrameHeader h;
+        aklsUnpackADTSFrameHeader_AAC(&p, &h);
+        Cursor c{p, 0};
+        if (!pa && blocks > 1) c.p = frame_ + 7 + 2 * blocks;  // block positions and the header CRC
+        const Akl8u* end = frame_ + avail;
+        const char* kind = truncated ? kConcealTruncated : kConcealSyntax;
+        // The blocks the header declares, as far as the frame holds them;
+        // further blocks in the frame are decoded too.
+        int b = 0;
+        for (;; ++b) {
+          const bool declared = b < blocks;
+          if (frame_ok && c.p >= end) {
+            if (declared) drop(kDropAbsent, blocks - b);
             break;
           }
-        }
-      }
-      if (!ok) {
-        ++pos;
-        ++stats_->skipped_bytes;
-        synced = false;
-        continue;
-      }
-      synced = true;
-      if (stats_->frames == 0 || !output_started_) {
-        // One damaged header must not refuse a whole AAC-LC stream: another
-        // profile counts only when the next header says the same (or the
-        // stream ends with this frame).  An unconfirmed frame is passed over;
-        // its reason is kept in case no audio follows.
-        if (profile != 1) {
-          const std::size_t next = pos + (cut ? cut : static_cast<std::size_t>(len));
-          int a, next_profile = -1, cc, d, e;
-          const bool confirmed = next + 7 > size ||
-                                 (AdtsFrameLength(data + next, &a, &next_profile, &cc, &d, &e) > 0 && next_profile == profile);
-          if (!confirmed) {
-            std::string why;
-            ObjectTypeSupported(profile + 1, &why);
-            if (message->empty()) *message = why;
-            stats_->skipped_bytes += static_cast<long>(next - pos);
-            pos = next;
-            continue;
+          if (!declared && !frame_ok) break;
+          Status st = frame_ok ? DecodeRawBlock(c, end) : kStsErr;
+          if (st == kStsNotSupportedModeErr) return DecodeResult::kRefused;
+          if (!declared && st != kStsOk) {
+            // What follows the declared blocks is no block: passed over.
+            skip(kSkipInFrame, c.p < end ? static_cast<std::size_t>(end - c.p) : 0);
+            break;
           }
+          if (!declared && !extra_blocks_warned_) {
+            extra_blocks_warned_ = true;
+            sink_->Warn("an ADTS frame holds more raw data blocks than its header declares; all are decoded");
+          }
+          if (!EmitBlock(st != kStsOk, kind)) return DecodeResult::kSinkStopped;
+          if (rewind_requested_) break;
+          if (st != kStsOk) frame_ok = false;
+          if (!pa && blocks > 1) c.p += 2;  // the block's CRC
         }
-        if (!CheckObjectType(profile + 1, message)) return DecodeResult::kRefused;
-        if (sfi > 11) {
-          *message = "unsupported sampling rate (7350 Hz)";
-          return DecodeResult::kRefused;
+        if (rewind_requested_) break;
+        pos += avail;
+        sink_->Progress(pos, size);
+      }
+      // The end of the data with blocks still held back and no layout: the
+      // configuration with the most votes decides.
+      if (!rewind_requested_ && !output_started_ && can_rewind_ && held_blocks_ > 0) {
+        const auto best = std::max_element(config_votes_.begin(), config_votes_.end());
+        if (*best > 0) {
+          config_ = static_cast<int>(best - config_votes_.begin());
+          have_layout_ = LayoutFromConfig(config_, &layout_);
+          if (!StartOutput()) return DecodeResult::kSinkStopped;
+          rewind_requested_ = true;
         }
       }
-      header_config_ = config;
-      const std::size_t avail = cut ? cut : std::min(static_cast<std::size_t>(len), size - pos);
-      LoadFrame(data + pos, avail);
-      const bool truncated = cut != 0 || avail < static_cast<std::size_t>(len);
-      bool frame_ok = !truncated && SetSampleRateIndex(sfi, message);
-      if (frame_ok && !have_layout_ && config != 0) {
-        have_layout_ = LayoutFromConfig(config, &layout_);
-        config_ = config;
-      }
-      Akl8u* p = frame_;
-      AklAACADTSFrameHeader h;
-      aklsUnpackADTSFrameHeader_AAC(&p, &h);
-      Cursor c{p, 0};
-      if (!pa && blocks > 1) c.p = frame_ + 7 + 2 * blocks;  // block positions and the header CRC
-      const Akl8u* end = frame_ + avail;
-      for (int b = 0; b < blocks; ++b) {
-        Status st = frame_ok ? DecodeRawBlock(c, end) : kStsErr;
-        if (st == kStsNotSupportedModeErr) return DecodeResult::kRefused;
-        if (!EmitBlock(st != kStsOk)) return DecodeResult::kSinkStopped;
-        if (st != kStsOk) frame_ok = false;
-        if (!pa && blocks > 1) c.p += 2;  // the block's CRC
-      }
-      pos += avail;
-      sink_->Progress(pos, size);
+      if (!rewind_requested_) break;
+      rewind_requested_ = false;
+      can_rewind_ = false;
+      held_blocks_ = 0;
+      pos = held.pos;
+      synced = held.synced;
+      found = held.found;
+      skipped = 0;
+      *stats_ = held.stats;
     }
+    if (skipped > 0) skip(found ? kSkipAfter : kSkipBefore, skipped);
+    if (pos < size) skip(found ? kSkipAfter : kSkipBefore, size - pos);
   }
   if (!output_started_) {
     if (message->empty()) *message = stats_->frames ? "no decodable audio frame" : "no AAC (ADTS or ADIF) stream found";
@@ -1344,6 +1490,8 @@ DecodeResult Decoder::Run(const std::uint8_t* data, std::size_t size, std::strin
 }
 
 }  // namespace
+
+DecodeStats::DecodeStats() = default;
 
 DecodeResult DecodeAacBuffer(const std::uint8_t* data, std::size_t size, PcmSink* sink, DecodeStats* stats,
                              std::string* message, const DecodeOptions& options) {

@@ -11,6 +11,8 @@
 #include <cstdint>
 #include <string>
 
+#include "damage_report.hpp"
+
 namespace aacdec {
 
 struct StreamFormat {
@@ -33,11 +35,28 @@ class PcmSink {
   virtual void Progress(std::size_t consumed, std::size_t total) { (void)consumed; (void)total; }
 };
 
+// Kinds of the damage report (see damage_report.hpp), declared in this order.
+inline constexpr const char* kSkipBefore = "before the first frame";
+inline constexpr const char* kSkipBetween = "between frames";
+inline constexpr const char* kSkipAfter = "after the last frame";
+inline constexpr const char* kSkipInFrame = "after the last raw data block of a frame";
+inline constexpr const char* kConcealSync = "with a destroyed sync word";
+inline constexpr const char* kConcealTruncated = "truncated";
+inline constexpr const char* kConcealSyntax = "undecodable";
+inline constexpr const char* kConcealSpectral = "with bad spectral data";
+inline constexpr const char* kConcealMissing = "with channels missing";
+inline constexpr const char* kConcealLayout = "before the channel layout was known";
+inline constexpr const char* kDropRate = "at another sampling rate";
+inline constexpr const char* kDropAbsent = "declared by a header but absent";
+
 struct DecodeStats {
+  DecodeStats();
   long frames = 0;        // raw data blocks turned into PCM (damaged ones included)
-  long damaged = 0;       // blocks that could not be decoded and were concealed
-  long skipped_bytes = 0; // bytes passed over while searching for ADTS sync
+  long damaged = 0;       // blocks concealed (the concealed-frames total of `damage`)
+  long skipped_bytes = 0; // bytes that belong to no frame (the skipped-bytes total of `damage`)
+  long dropped = 0;       // blocks found but left out of the output (the dropped total)
   long samples = 0;       // samples per channel written
+  aklcli::DamageReport damage;
 };
 
 enum class DecodeResult { kOk, kRefused, kNoAudio, kSinkStopped };

@@ -137,11 +137,31 @@ std::size_t StripTrailingTags(const std::uint8_t* d, std::size_t begin, std::siz
 
 // ---------------------------------------------------------------------------
 // Finding frames.
+//
+// Where the stream is expected to continue (just after the last frame), a
+// frame is taken if its header is valid and so is the header after it (or
+// it ends exactly at the end of the data).  If nothing valid follows it, its
+// length may be damaged: when a frame followed by a valid header starts
+// inside it, it is taken up to there.  Anywhere else (at the start, after
+// damage) a candidate must begin a chain: the next two frame positions hold
+// valid headers of any layer, version or rate (a stream may change its
+// sampling rate; frames of another rate or layer are dropped downstream,
+// not skipped as junk), or the chain reaches the end of the data; one link
+// is enough for a frame of the stream being followed.  Random bytes pass
+// the two-link test about once in 10^11 positions.  When the stream resumes
+// exactly one frame length after the expected position, the frame there
+// only lost its header; it is taken (and concealed) with the previous one.
+//
+// Each byte is looked at a bounded number of times (memchr to the next 0xFF,
+// a header read per candidate, at most three headers per chain, one
+// look-ahead inside a frame and one bounded scan per free-format candidate),
+// so finding frames is linear in the input.
 
 struct Frame {
   std::size_t pos = 0;
   int bytes = 0;
   RawHeader h;
+  bool damaged_header = false;  // h is the previous frame's header (see Next)
 };
 
 class FrameWalker {
@@ -155,42 +175,49 @@ class FrameWalker {
     const std::size_t start = pos_;
     *skipped = 0;
     *truncated = false;
-    bool searching = !locked_;
-    while (pos_ + 4 <= end_) {
-      RawHeader h;
-      if (ParseHeader(d_ + pos_, &h)) {
-        const int len = FrameLength(pos_, h);
-        if (len > 0) {
-          const std::size_t next = pos_ + static_cast<std::size_t>(len);
-          bool ok;
-          if (locked_ && !searching) {
-            ok = true;
-          } else if (next == end_) {
-            ok = true;
-          } else if (next > end_) {
-            ok = locked_;  // a truncated final frame of a stream we follow
-          } else {
-            RawHeader nh;
-            ok = next + 4 <= end_ && ParseHeader(d_ + next, &nh) && SameStream(h, nh);
-          }
-          if (ok) {
-            *skipped = pos_ - start;
-            locked_ = true;
-            f->pos = pos_;
-            f->bytes = len;
-            f->h = h;
-            if (next > end_) {
-              *truncated = true;
-              pos_ = end_;
-              return true;
-            }
-            pos_ = next;
-            return true;
-          }
+    RawHeader h;
+    int len = 0;
+    if (locked_ && HeaderAt(pos_, &h, &len)) {
+      // A frame longer than the last one whose stream goes on where the last
+      // length ends has a damaged bit-rate field; it ends there.
+      if (len > last_len_ + 1) {
+        for (int c = last_len_ - last_.padding; c <= last_len_ - last_.padding + 1; ++c) {
+          RawHeader nh;
+          int nl;
+          const std::size_t q = pos_ + static_cast<std::size_t>(c);
+          if (HeaderAt(q, &nh, &nl) && SameStream(nh, last_) &&
+              (q + static_cast<std::size_t>(nl) == end_ ||
+               (q + static_cast<std::size_t>(nl) < end_ && HeaderAt(q + static_cast<std::size_t>(nl), nullptr, nullptr))))
+            return Take(f, start, pos_, c, h, skipped, truncated);
         }
       }
-      if (locked_ && !searching) searching = true;
-      ++pos_;
+      const std::size_t next = pos_ + static_cast<std::size_t>(len);
+      if (next == end_ || (next < end_ && HeaderAt(next, nullptr, nullptr)))
+        return Take(f, start, pos_, len, h, skipped, truncated);
+      // Nothing valid follows (or the frame runs past the end): either this
+      // header's length is damaged or the next frame is.  A frame followed by
+      // a valid header, starting inside this one, means the former (frames
+      // after a damaged one may be damaged too, so one link is enough here);
+      // the frame is then taken up to there, where the stream goes on.
+      const std::size_t q = Search(pos_ + 1, std::min(next, end_), 1);
+      if (q < std::min(next, end_) && q - pos_ >= static_cast<std::size_t>(4 + (h.crc ? 2 : 0) + h.side_bytes))
+        return Take(f, start, pos_, static_cast<int>(q - pos_), h, skipped, truncated);
+      return Take(f, start, pos_, len, h, skipped, truncated);
+    }
+    const std::size_t q = Search(pos_, end_, 2);
+    if (q < end_ && HeaderAt(q, &h, &len)) {
+      // The stream resumes exactly one frame (of the format it had) after
+      // the expected position: that frame's header is damaged.  It is taken
+      // with the previous header, to be concealed in place.
+      const std::size_t gap = q - start, base = static_cast<std::size_t>(last_len_ - last_.padding);
+      if (locked_ && q > start && (gap == base || gap == base + 1) && SameStream(last_, h) && gap <= kMaxFrameBytes) {
+        RawHeader guess = last_;
+        guess.padding = static_cast<int>(gap - base);
+        const bool taken = Take(f, start, start, static_cast<int>(gap), guess, skipped, truncated);
+        f->damaged_header = true;
+        return taken;
+      }
+      return Take(f, start, q, len, h, skipped, truncated);
     }
     *skipped = end_ > start ? end_ - start : 0;
     pos_ = end_;
@@ -198,8 +225,74 @@ class FrameWalker {
   }
 
   std::size_t Position() const { return pos_; }
+  // Work done so far, in bytes looked at: bytes memchr passed over, four per
+  // header read, and the positions of free-format length scans.
+  std::uint64_t work() const { return work_; }
 
  private:
+  bool Take(Frame* f, std::size_t start, std::size_t pos, int len, const RawHeader& h, std::size_t* skipped,
+            bool* truncated) {
+    *skipped = pos - start;
+    locked_ = true;
+    last_ = h;
+    last_len_ = len;
+    f->pos = pos;
+    f->h = h;
+    f->damaged_header = false;
+    const std::size_t next = pos + static_cast<std::size_t>(len);
+    if (next > end_) {
+      *truncated = true;
+      f->bytes = static_cast<int>(end_ - pos);
+      pos_ = end_;
+    } else {
+      f->bytes = len;
+      pos_ = next;
+    }
+    return true;
+  }
+
+  // A valid header at pos whose frame length is known (h and len may be null).
+  bool HeaderAt(std::size_t pos, RawHeader* h, int* len) {
+    work_ += 4;
+    RawHeader tmp;
+    if (pos + 4 > end_ || !ParseHeader(d_ + pos, &tmp)) return false;
+    const int n = FrameLength(pos, tmp);
+    if (n <= 0) return false;
+    if (h) *h = tmp;
+    if (len) *len = n;
+    return true;
+  }
+
+  // First position in [from, to) that starts a chain of `links` more valid
+  // headers (see above; 1 or 2; 1 for the followed stream's format); `to` if
+  // none.
+  std::size_t Search(std::size_t from, std::size_t to, int links) {
+    for (std::size_t p = from; p < to && p + 4 <= end_; ++p) {
+      const void* ff = std::memchr(d_ + p, 0xFF, std::min(to, end_ - 3) - p);
+      const std::size_t q = ff ? static_cast<std::size_t>(static_cast<const std::uint8_t*>(ff) - d_) : to;
+      work_ += q - p;
+      if (!ff) return to;
+      p = q;
+      int len;
+      RawHeader h;
+      if (!HeaderAt(p, &h, &len)) continue;
+      const std::size_t n1 = p + static_cast<std::size_t>(len);
+      if (n1 == end_) return p;
+      if (n1 > end_) {
+        if (locked_) return p;  // a truncated last frame of the stream we follow
+        continue;
+      }
+      int len1;
+      if (!HeaderAt(n1, nullptr, &len1)) continue;
+      // After a loss of sync, a frame of the stream being followed needs one
+      // link only.
+      if (links == 1 || (locked_ && SameStream(h, last_))) return p;
+      const std::size_t n2 = n1 + static_cast<std::size_t>(len1);
+      if (n2 >= end_ || HeaderAt(n2, nullptr, nullptr)) return p;
+    }
+    return to;
+  }
+
   int FrameLength(std::size_t pos, const RawHeader& h) {
     if (h.frame_bytes) return h.frame_bytes;
     if (h.layer != 3) return 0;  // free-format Layers I/II are not followed
@@ -207,7 +300,9 @@ class FrameWalker {
     // Free format: the frame ends where the next header of the same stream
     // with bit-rate index 0 begins.
     const std::size_t limit = std::min(end_, pos + kMaxFrameBytes + 1);
-    for (std::size_t q = pos + 4 + static_cast<std::size_t>(h.side_bytes); q + 4 <= limit; ++q) {
+    const std::size_t from = pos + 4 + static_cast<std::size_t>(h.side_bytes);
+    if (limit > from) work_ += limit - from;
+    for (std::size_t q = from; q + 4 <= limit; ++q) {
       RawHeader nh;
       if (ParseHeader(d_ + q, &nh) && SameStream(h, nh) && nh.bitrate_index == 0) {
         free_bytes_ = static_cast<int>(q - pos) - h.padding;
@@ -223,7 +318,10 @@ class FrameWalker {
   std::size_t pos_;
   std::size_t end_;
   bool locked_ = false;
+  RawHeader last_;  // the last frame taken, and its length
+  int last_len_ = 0;
   int free_bytes_ = 0, free_version_ = 0, free_sfi_ = 0;
+  std::uint64_t work_ = 0;
 };
 
 // ---------------------------------------------------------------------------
@@ -334,15 +432,17 @@ class Engine {
 
   // Decodes one frame (its bytes copied into padded storage by the caller)
   // into pcm_ (h.samples x out_channels).  Returns null, or the damage kind
-  // if the frame (or one of its granules) had to be concealed.
-  const char* Decode(const std::uint8_t* frame, int bytes, const RawHeader& rh) {
-    const char* why = nullptr;
+  // if the frame (or one of its granules) had to be concealed.  A frame with
+  // a damaged header (rh guessed from the previous one) is concealed, but its
+  // main data still goes into the bit reservoir for the frames after it.
+  const char* Decode(const std::uint8_t* frame, int bytes, const RawHeader& rh, bool damaged_header) {
+    const char* why = damaged_header ? kConcealLostHeader : nullptr;
     auto conceal = [&why](const char* kind) {
       if (!why) why = kind;
     };
     Akl8u* p = const_cast<Akl8u*>(frame);
     AklMP3FrameHeader hdr{};
-    bool good = aklsUnpackFrameHeader_MP3(&p, &hdr) == kStsOk;
+    bool good = !damaged_header && aklsUnpackFrameHeader_MP3(&p, &hdr) == kStsOk;
     const int nch = rh.channels;
     const int ngr = rh.version == 10 ? 2 : 1;
     AklMP3SideInfo si[4] = {};
@@ -480,13 +580,15 @@ DecodeStats DecodeBuffer(const std::uint8_t* data, std::size_t size, const Decod
       if (!st.sample_rate) st.sample_rate = f.h.sample_rate;
       st.channels = std::max(st.channels, f.h.channels);
     }
+    st.scan_work = walk.work();
   }
   if (!st.sample_rate) return st;
+  st.tag_bytes = begin + (size - end);
   sink->Format(st.sample_rate, st.channels);
   aklcli::DamageReport& dr = st.damage;
   for (const char* k : {kSkipBefore, kSkipBetween, kSkipAfter, kSkipTruncated})
     dr.Declare(aklcli::Tally::kSkippedBytes, k);
-  for (const char* k : {kConcealHeader, kConcealCrc, kConcealReservoir, kConcealOverrun, kConcealScaleFactors,
+  for (const char* k : {kConcealLostHeader, kConcealHeader, kConcealCrc, kConcealReservoir, kConcealOverrun, kConcealScaleFactors,
                         kConcealHuffman, kConcealRequant})
     dr.Declare(aklcli::Tally::kConcealedFrames, k);
   for (const char* k : {kDropRate, kDropUnsupported}) dr.Declare(aklcli::Tally::kDroppedFrames, k);
@@ -508,6 +610,7 @@ DecodeStats DecodeBuffer(const std::uint8_t* data, std::size_t size, const Decod
       dr.Skip(kSkipTruncated, end - f.pos);
       break;
     }
+    st.frame_bytes += static_cast<std::uint64_t>(f.bytes);
     if (f.h.layer != 3 || f.h.version == 25) {
       dr.Drop(kDropUnsupported);
       continue;
@@ -538,7 +641,7 @@ DecodeStats DecodeBuffer(const std::uint8_t* data, std::size_t size, const Decod
       trim = std::make_unique<Trimmer>(sink, st.channels, skip, hold);
       if (x.present) continue;
     }
-    const char* concealed = engine.Decode(fb, f.bytes, f.h);
+    const char* concealed = engine.Decode(fb, f.bytes, f.h, f.damaged_header);
     ++st.frames;
     if (concealed) {
       dr.Conceal(concealed);
@@ -548,6 +651,7 @@ DecodeStats DecodeBuffer(const std::uint8_t* data, std::size_t size, const Decod
     if ((st.frames & 63) == 0) sink->Progress(walk.Position(), size);
   }
   if (trim) st.samples_out = trim->written();
+  st.scan_work += walk.work();
   st.damaged = static_cast<long>(dr.Damaged());
   sink->Progress(size, size);
   return st;

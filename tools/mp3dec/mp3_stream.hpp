@@ -36,6 +36,7 @@ inline constexpr const char* kSkipBefore = "before the first frame";
 inline constexpr const char* kSkipBetween = "between frames";
 inline constexpr const char* kSkipAfter = "after the last frame";
 inline constexpr const char* kSkipTruncated = "in a truncated last frame";
+inline constexpr const char* kConcealLostHeader = "damaged frame header";
 inline constexpr const char* kConcealHeader = "unreadable side information";
 inline constexpr const char* kConcealCrc = "CRC mismatch";
 inline constexpr const char* kConcealReservoir = "main data missing (bit reservoir)";
@@ -59,6 +60,11 @@ struct DecodeStats {
   bool lame_tag = false;
   int encoder_delay = 0;
   int encoder_padding = 0;
+  // Every input byte is a tag byte, a frame byte (written, dropped or the
+  // Xing/Info frame) or a skipped byte (damage.Total(kSkippedBytes)).
+  std::uint64_t tag_bytes = 0;
+  std::uint64_t frame_bytes = 0;
+  std::uint64_t scan_work = 0;   // bytes looked at while finding frames (both passes; linear in the input)
   aklcli::DamageReport damage;  // bytes skipped, frames concealed and dropped, by kind
 };
 
