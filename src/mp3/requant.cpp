@@ -22,6 +22,15 @@
 // mid/side or plain stereo.  Long band 21 and short band 12, which carry no
 // scale factor, take the position of band 20 / band 11.
 //
+// Three MPEG-2 points where decoders part ways, all kept here: the illegal
+// position is 2^slen - 1 of the band's partition (not 7, as in MPEG-1, and
+// 16 and more are legal when the partition is 5 bits wide); band 21 / 12
+// takes band 20 / 11's value, judged legal or not by that band's slen, even
+// when band 20 / 11 lies below the intensity region (then its value was
+// coded as a scale factor); and nothing but the actual non-zero values of
+// the right channel bounds the intensity region.  tests/e2e/mp3_model.cpp
+// computes streams both ways in double precision (see its variants).
+//
 // Input scale factors: two consecutive 39-entry arrays in the scale-factor
 // unpacker's layout, channel 0 at entry 0 and channel 1 at entry 39.
 #include "mp3/requant.hpp"

@@ -596,6 +596,11 @@ TEST(AacDecoder, TransportDamageIsCountedByKind) {
     for (int i = 10; i < 13; ++i) s[frames[i].first + 2] = static_cast<std::uint8_t>((s[frames[i].first + 2] & ~0x3C) | (3 << 2));
     rows.push_back({"48 kHz frames", s, 31, 0, 3, 0, Tally::kDroppedFrames, aacdec::kDropRate, 0, 0});
   }
+  {  // one frame whose header names another rate: a damaged header, concealed in place
+    auto s = speech;
+    s[frames[20].first + 2] = static_cast<std::uint8_t>((s[frames[20].first + 2] & ~0x3C) | (3 << 2));
+    rows.push_back({"lone 48 kHz header", s, 34, 1, 0, 0, Tally::kConcealedFrames, aacdec::kConcealHeader, 0, 0});
+  }
   {  // a destroyed sync word: the frame is concealed in place
     auto s = speech;
     s[frames[5].first] = 0x00;
@@ -627,6 +632,7 @@ TEST(AacDecoder, TransportDamageIsCountedByKind) {
     std::size_t n = 0;
     for (std::size_t i = row.same_from; i < r.sink.pcm.size() && i - row.shift < clean.sink.pcm.size(); ++i, ++n) {
       if (row.dropped && i >= 10 * 1024 && row.tally == Tally::kDroppedFrames && row.kind == aacdec::kDropRate) break;
+      if (row.kind == aacdec::kConcealHeader && i >= 20 * 1024) break;
       ASSERT_EQ(r.sink.pcm[i], clean.sink.pcm[i - row.shift]) << i;
     }
     EXPECT_GT(n, 0u);

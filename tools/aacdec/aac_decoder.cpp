@@ -407,6 +407,7 @@ class Decoder {
   // Whether the frame at `pos` has a destroyed sync word but is otherwise a
   // frame of `len` bytes at this stream's rate; its block count if so.
   int DestroyedSyncBlocks(const std::uint8_t* p, std::size_t len) const;
+  bool ExtraBlocksFit(Cursor c, const Akl8u* end, bool crc);
   bool StartOutput();
 
   PcmSink* sink_;
@@ -1239,6 +1240,18 @@ static int AdtsFrameLength(const std::uint8_t* p, int* sfi, int* profile, int* c
 // A frame whose sync word is destroyed: the header's other fields still make
 // sense (layer 0, this stream's sampling rate) and its frame length is exactly
 // the distance to the next frame.  Its block count, or 0.
+// Whether the bytes from c to end are raw data blocks (each followed by a
+// CRC word if `crc`) that decode cleanly, fit the layout and end exactly at
+// the end of the frame.
+bool Decoder::ExtraBlocksFit(Cursor c, const Akl8u* end, bool crc) {
+  if (!output_started_) return false;
+  while (c.p < end) {
+    if (DecodeRawBlock(c, end) != kStsOk || !BlockMatchesLayout()) return false;
+    if (crc) c.p += 2;
+  }
+  return c.p == end && c.off == 0;
+}
+
 int Decoder::DestroyedSyncBlocks(const std::uint8_t* p, std::size_t len) const {
   std::uint8_t h[7];
   std::memcpy(h, p, 7);
@@ -1253,7 +1266,7 @@ DecodeResult Decoder::Run(const std::uint8_t* data, std::size_t size, std::strin
   message_ = message;
   for (const char* kind : {kSkipBefore, kSkipBetween, kSkipAfter, kSkipInFrame})
     stats_->damage.Declare(aklcli::Tally::kSkippedBytes, kind);
-  for (const char* kind : {kConcealSync, kConcealTruncated, kConcealSyntax, kConcealSpectral, kConcealMissing,
+  for (const char* kind : {kConcealSync, kConcealHeader, kConcealTruncated, kConcealSyntax, kConcealSpectral, kConcealMissing,
                            kConcealLayout})
     stats_->damage.Declare(aklcli::Tally::kConcealedFrames, kind);
   for (const char* kind : {kDropRate, kDropAbsent}) stats_->damage.Declare(aklcli::Tally::kDroppedFrames, kind);
@@ -1305,6 +1318,7 @@ DecodeResult Decoder::Run(const std::uint8_t* data, std::size_t size, std::strin
     std::size_t pos = 0;
     bool synced = false;
     bool found = false;           // a frame has been found
+    bool other_rate_run = false;  // the last frame was dropped for its rate
     std::size_t skip_from = 0;    // the run of bytes being passed over
     std::size_t skipped = 0;
     // A header at q whose frame is followed by another header (or by the end
@@ -1402,17 +1416,31 @@ DecodeResult Decoder::Run(const std::uint8_t* data, std::size_t size, std::strin
           if (sfi != sfi_) sfi_ = -1;
         }
         const std::size_t avail = cut ? cut : std::min(static_cast<std::size_t>(len), size - pos);
-        // Frames at another sampling rate than the output's are dropped.
+        // Frames at another sampling rate than the output's are dropped; a
+        // lone one (the next header has the output's rate again) is a damaged
+        // header, concealed in place so that the output keeps its timing.
         if (output_started_ && sfi != sfi_ && cut == 0) {
+          const std::size_t next = pos + avail;
+          int next_sfi = -1, a, cc, d, e;
+          const bool lone = !other_rate_run && next + 7 <= size &&
+                            AdtsFrameLength(data + next, &next_sfi, &a, &cc, &d, &e) > 0 && next_sfi == sfi_;
+          if (lone) {
+            for (int k = 0; k < blocks; ++k)
+              if (!EmitBlock(true, kConcealHeader)) return DecodeResult::kSinkStopped;
+            pos += avail;
+            continue;
+          }
           if (!rate_warned_) {
             rate_warned_ = true;
             sink_->Warn("frames at " + std::to_string(sfi <= 12 ? kSampleRates[sfi] : 0) + " Hz in a " +
                         std::to_string(sample_rate_) + " Hz stream are dropped");
           }
           drop(kDropRate, blocks);
+          other_rate_run = true;
           pos += avail;
           continue;
         }
+        other_rate_run = false;
         header_config_ = config;
         LoadFrame(data + pos, avail);
         const bool truncated = cut != 0 || avail < static_cast<std::size_t>(len);
@@ -1430,6 +1458,15 @@ DecodeResult Decoder::Run(const std::uint8_t* data, std::size_t size, std::strin
         const char* kind = truncated ? kConcealTruncated : kConcealSyntax;
         // The blocks the header declares, as far as the frame holds them;
         // further blocks in the frame are decoded too.
+        // Before the output starts, a frame counts only if the next header
+        // confirms its sampling rate and channel configuration (or the data
+        // ends with it): a damaged header must not fix the output's rate.
+        if (frame_ok && !output_started_) {
+          const std::size_t next = pos + avail;
+          int next_sfi = -1, a, next_config = -1, d, e;
+          frame_ok = next + 7 > size || (AdtsFrameLength(data + next, &next_sfi, &a, &next_config, &d, &e) > 0 &&
+                                         next_sfi == sfi && next_config == config);
+        }
         int b = 0;
         for (;; ++b) {
           const bool declared = b < blocks;
@@ -1438,13 +1475,14 @@ DecodeResult Decoder::Run(const std::uint8_t* data, std::size_t size, std::strin
             break;
           }
           if (!declared && !frame_ok) break;
-          Status st = frame_ok ? DecodeRawBlock(c, end) : kStsErr;
-          if (st == kStsNotSupportedModeErr) return DecodeResult::kRefused;
-          if (!declared && st != kStsOk) {
-            // What follows the declared blocks is no block: passed over.
+          if (!declared && !ExtraBlocksFit(c, end, pa == 0)) {
+            // What follows the declared blocks is not a run of whole, clean
+            // blocks that fill the frame: passed over.
             skip(kSkipInFrame, c.p < end ? static_cast<std::size_t>(end - c.p) : 0);
             break;
           }
+          Status st = frame_ok ? DecodeRawBlock(c, end) : kStsErr;
+          if (st == kStsNotSupportedModeErr) return DecodeResult::kRefused;
           if (!declared && !extra_blocks_warned_) {
             extra_blocks_warned_ = true;
             sink_->Warn("an ADTS frame holds more raw data blocks than its header declares; all are decoded");

@@ -41,6 +41,7 @@ inline constexpr const char* kSkipBetween = "between frames";
 inline constexpr const char* kSkipAfter = "after the last frame";
 inline constexpr const char* kSkipInFrame = "after the last raw data block of a frame";
 inline constexpr const char* kConcealSync = "with a destroyed sync word";
+inline constexpr const char* kConcealHeader = "with a damaged header";
 inline constexpr const char* kConcealTruncated = "truncated";
 inline constexpr const char* kConcealSyntax = "undecodable";
 inline constexpr const char* kConcealSpectral = "with bad spectral data";
