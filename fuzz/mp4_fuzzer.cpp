@@ -22,7 +22,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   }
   unsigned sum = 0;
   for (const mp4::Track& t : movie.tracks) {
-    if (t.samples.size() > t.declared_samples || t.samples.size() > size) std::abort();
+    if (t.samples.size() > t.declared_samples || t.samples.size() > size || t.sample_bytes > size) std::abort();
     for (const mp4::SampleRef& s : t.samples) {
       if (s.offset > size || s.size > size - s.offset) std::abort();
       for (std::uint32_t i = 0; i < s.size; ++i) sum += file[s.offset + i];

@@ -730,6 +730,256 @@ AKLAC_API Status aklsSynthesisFilterFree_PQMF_MP3_32f(AklsFilterState_PQMF_MP3_3
 AKLAC_API Status aklsSynthesisFilter_PQMF_MP3_32f(const Akl32f* pSrc, Akl32f* pDst,
                                                   AklsFilterState_PQMF_MP3_32f* pState, int numSlots);
 
+/* ---- Layer III encoding ----
+ *
+ * The encoder's chain for one granule, the reverse of the decoding chain:
+ * aklsAnalysisPQMF_MP3_16s32s (or the float analysis context) turns 18 time
+ * slots of 32 PCM samples into subband samples; aklsMDCTFwd_MP3_32s turns
+ * them into 576 Q26 spectral lines in the layout aklsMDCTInv_MP3_32s reads;
+ * aklsJointStereoEncode_MP3_32s_I forms mid/side lines; aklsQuantize_MP3_32s_I
+ * applies the nonlinear quantizer and puts the lines in stream order;
+ * aklsHuffmanTableSelect_MP3_32s chooses regions and tables and counts the
+ * bits, aklsHuffmanEncode_MP3_32s1u writes them; aklsPackScaleFactors_MP3_8s1u,
+ * aklsPackSideInfo_MP3 and aklsPackFrameHeader_MP3 write the rest of the
+ * frame.  Each packer is the exact reverse of its unpacker: what it writes
+ * unpacks to the same record, and what the decoding operations read back
+ * is what went in.  The caller chooses the block types, gains, scale
+ * factors and stereo mode (the rate control and the psychoacoustics). */
+
+/* Fixed-point polyphase analysis of one time slot.
+ *   pSrcPcm    in      32 PCM samples read at pSrcPcm[mode * j], oldest first
+ *   pDstS      out     32 subband samples, Q26 of the standard's scale (PCM
+ *                      full scale 1.0), subband 0 first, saturated
+ *   pXBuffer   in/out  the channel's history: 512 Akl32s (16 slots of 32
+ *                      PCM values), zero at the start
+ *   pXPosition in/out  ring slot index 0..15, stepped back by one per call
+ *   mode       in      1 (one channel) or 2 (interleaved stereo: the caller
+ *                      points at the channel's first sample)
+ * Window: the standard's analysis window C[i] = D[i] / 32, D the synthesis
+ * window; windowed sums are exact, each output is rounded once.  Followed
+ * by aklsSynthPQMF_MP3_32s16s the bank reconstructs its input delayed by 481
+ * samples, with the error of the standard's near-perfect-reconstruction
+ * design (below -90 dB of a full-scale signal).
+ * Statuses: kStsNullPtr; kStsBadArgErr (mode not 1 or 2, *pXPosition not in
+ * 0..15); on an error nothing is written. */
+AKLAC_API Status aklsAnalysisPQMF_MP3_16s32s(const Akl16s* pSrcPcm, Akl32s* pDstS, Akl32s* pXBuffer,
+                                             int* pXPosition, int mode);
+
+/* Floating-point polyphase analysis context (tag 0x434D4168): the PCM
+ * history of one channel (16 slots of 32 values) and its ring position. */
+typedef struct AklsAnalysisState_PQMF_MP3_32f AklsAnalysisState_PQMF_MP3_32f;
+
+/* Bytes that aklsAnalysisFilterInit_PQMF_MP3_32f needs (alignment slack
+ * included).
+ *   pSize out  the size
+ * Statuses: kStsNullPtr. */
+AKLAC_API Status aklsAnalysisFilterGetSize_PQMF_MP3_32f(int* pSize);
+
+/* Builds an analysis context with cleared history in caller memory of at
+ * least the GetSize size (any alignment; built at the next 16-byte boundary).
+ *   pState in/out  the memory
+ * Statuses: kStsNullPtr. */
+AKLAC_API Status aklsAnalysisFilterInit_PQMF_MP3_32f(AklsAnalysisState_PQMF_MP3_32f* pState);
+
+/* Allocates (aklMalloc) and builds an analysis context.
+ *   ppState out  the raw pointer to pass to the other operations
+ * Statuses: kStsNullPtr; kStsMemAllocErr (*ppState unwritten). */
+AKLAC_API Status aklsAnalysisFilterInitAlloc_PQMF_MP3_32f(AklsAnalysisState_PQMF_MP3_32f** ppState);
+
+/* Releases a context built by InitAlloc (caller memory is left alone); the
+ * tag is kept.
+ *   pState in  the context
+ * Statuses: kStsNullPtr; kStsContextMismatch (wrong tag, nothing released). */
+AKLAC_API Status aklsAnalysisFilterFree_PQMF_MP3_32f(AklsAnalysisState_PQMF_MP3_32f* pState);
+
+/* Polyphase analysis of numSlots time slots on floats.
+ *   pSrc      in      numSlots x 32 PCM samples of one channel, full scale 1.0
+ *   pDst      out     numSlots x 32 subband samples, slot-major (subband 0
+ *                     first), the standard's scale
+ *   pState    in/out  the context (history carried between calls)
+ *   numSlots  in      number of 32-sample time slots, at least 1
+ * The same filter as aklsAnalysisPQMF_MP3_16s32s in single precision;
+ * followed by aklsSynthesisFilter_PQMF_MP3_32f it reconstructs the input
+ * delayed by 481 samples.
+ * Statuses: kStsNullPtr; kStsSizeErr (numSlots below 1);
+ * kStsContextMismatch. */
+AKLAC_API Status aklsAnalysisFilter_PQMF_MP3_32f(const Akl32f* pSrc, Akl32f* pDst,
+                                                 AklsAnalysisState_PQMF_MP3_32f* pState, int numSlots);
+
+/* Forward hybrid MDCT of one channel of one granule, the inverse of
+ * aklsMDCTInv_MP3_32s: frequency inversion of the odd subbands, the window
+ * of the block type, the 18-line (long) or three 6-line (short) MDCTs
+ * scaled by 2/18 and 2/6, and the encoder's alias butterflies (every
+ * subband boundary of long blocks, the first one of mixed blocks, none of
+ * short blocks).
+ *   pSrcY        in      576 Q26 subband samples of this granule, slot-major
+ *                        (subband s of slot t at 32*t + s, as 18 calls of
+ *                        aklsAnalysisPQMF_MP3_16s32s leave them)
+ *   pDstXr       out     576 Q26 lines in the layout aklsMDCTInv_MP3_32s
+ *                        reads: 18 per subband; short blocks window w of
+ *                        subband s at 18*s + 6*w .. 18*s + 6*w + 5
+ *   pOverlapBuf  in/out  576 Akl32s: the previous granule's subband samples,
+ *                        subband-major (zero at the start); replaced by this
+ *                        granule's
+ *   blockType    in      0 normal, 1 start, 2 short, 3 stop
+ *   mixedBlock   in      0 or 1 (1: subbands 0 and 1 long with the normal window)
+ * The block types must follow each other as the decoder expects (a short
+ * block after a start block, a stop block after a short block); the
+ * decoder's inverse transform with overlap-add then returns pSrcY one
+ * granule later within a few Q26 steps.  Arithmetic in double precision,
+ * each line rounded once and saturated.
+ * Statuses: kStsNullPtr; kStsBadArgErr (blockType outside 0..3, mixedBlock
+ * outside 0..1); on an error nothing is written. */
+AKLAC_API Status aklsMDCTFwd_MP3_32s(const Akl32s* pSrcY, Akl32s* pDstXr, Akl32s* pOverlapBuf, int blockType,
+                                     int mixedBlock);
+
+/* Mid/side encoding of one granule, in place: M = (L + R) / sqrt(2),
+ * S = (L - R) / sqrt(2), each rounded once and saturated, when the header
+ * asks for joint stereo with mid/side (mode 1, modeExtension bit 1); any
+ * other header leaves the lines alone.
+ *   pSrcDstXr     in/out  2 x 576 Q26 lines, channel 0 then channel 1
+ *   pFrameHeader  in      id, mode, modeExtension
+ * Statuses: kStsNullPtr; kStsMP3FrameHeaderErr (id above 1, mode or
+ * modeExtension above 3); kStsNotSupportedModeErr (joint stereo with the
+ * intensity bit set: intensity encoding is not offered); on an error
+ * nothing is written. */
+AKLAC_API Status aklsJointStereoEncode_MP3_32s_I(Akl32s* pSrcDstXr, const AklMP3FrameHeader* pFrameHeader);
+
+/* Quantizes one channel of one granule in place, the inverse of
+ * aklsReQuantize_MP3_32s_I (without stereo processing): line x of a band
+ * with attenuation a (in quarter octaves, 210 - globalGain + ((scale factor
+ * + preflag * pretab[band]) << (scalefacScale + 1)) for long bands, 210 -
+ * globalGain + (scale factor << (scalefacScale + 1)) + 8 * subblockGain[w]
+ * for window w of short bands) becomes sign(x) floor((|x| 2^(a/4))^(3/4) +
+ * 0.4054), magnitudes saturated at 8206; short-block lines are moved from
+ * the transform's layout to stream order.
+ *   pSrcDstXrIx   in/out  576 Q26 lines in the layout of aklsMDCTFwd_MP3_32s
+ *                         in; quantized integers in stream order out
+ *   pScaleFactor  in      at least 39 Akl8s in the layout of
+ *                         aklsUnpackScaleFactors_MP3_1u8s (entry 21 of long
+ *                         blocks is band 21's, normally 0; negative values
+ *                         count by their magnitude)
+ *   pSideInfo     in      globalGain, blockType, mixedBlockFlag,
+ *                         subblockGain, preflag, scalefacScale
+ *   pFrameHeader  in      id and samplingFreqIndex select the band tables
+ *   pBuffer       work    576 Akl32s
+ * Requantizing the result gives each line back within its quantizer cell.
+ * Statuses: kStsNullPtr; kStsMP3FrameHeaderErr (id above 1,
+ * samplingFreqIndex above 2); kStsMP3SideInfoErr (blockType above 3,
+ * mixedBlockFlag, scalefacScale or preflag above 1, globalGain above 255,
+ * a subblockGain above 7 in a short block); on an error nothing is written. */
+AKLAC_API Status aklsQuantize_MP3_32s_I(Akl32s* pSrcDstXrIx, const Akl8s* pScaleFactor,
+                                        const AklMP3SideInfo* pSideInfo, const AklMP3FrameHeader* pFrameHeader,
+                                        Akl32s* pBuffer);
+
+/* Chooses the Huffman coding of one granule and channel and counts its bits.
+ * The top zero pairs are left uncoded, the quadruples of magnitudes 0 and 1
+ * below them form the count1 region (with the cheaper of tables A and B),
+ * the rest are big values.  Long granules get the split into three regions
+ * and the tables that cost the fewest bits (every region0Count 0..15 and
+ * region1Count 0..7 with region0Count + region1Count at most 20); window-
+ * switched granules get the decoder's fixed regions (region 0 of 36 lines
+ * for MPEG-1 or short blocks, else 54) with region0Count 8 (short, not
+ * mixed) or 7 and region1Count 20 minus that, and the cheapest two tables.
+ *   pSrcIx        in      576 quantized values in stream order, magnitudes
+ *                         0..8206
+ *   pSideInfo     in/out  windowSwitchingFlag, blockType, mixedBlockFlag in;
+ *                         bigValues, tableSelect[0..2], region0Count,
+ *                         region1Count, count1TableSelect out
+ *   pFrameHeader  in      id, layer, samplingFreqIndex
+ *   pDstHufBits   out     the bits aklsHuffmanEncode_MP3_32s1u will write
+ * Statuses: kStsNullPtr; kStsMP3FrameHeaderErr (id above 1, layer not 1,
+ * samplingFreqIndex above 2); kStsMP3SideInfoErr (windowSwitchingFlag,
+ * mixedBlockFlag above 1, blockType above 3, block type 0 with window
+ * switching or another without); kStsBadArgErr (a magnitude above 8206); on
+ * an error nothing is written. */
+AKLAC_API Status aklsHuffmanTableSelect_MP3_32s(const Akl32s* pSrcIx, AklMP3SideInfo* pSideInfo,
+                                                const AklMP3FrameHeader* pFrameHeader, Akl32s* pDstHufBits);
+
+/* Huffman-encodes one granule and channel at the cursor with the regions
+ * and tables of the side information: big-value pairs (linbits and sign
+ * bits after each value's code, x before y), then count1 quadruples from
+ * line bigValues * 2 up to the last non-zero line rounded up to a whole
+ * quadruple, each followed by the signs of its non-zero values.
+ * aklsHuffmanDecode_MP3_1u32s given the written bits as hufSize returns
+ * pSrcIx exactly.
+ *   pSrcIx        in      576 quantized values in stream order
+ *   ppBitStream, pOffset  in/out  cursor (offset 0..7); advanced past the
+ *                         codes (the shared bit writer: bytes begun afresh
+ *                         are stored whole, the rest of the last byte zero)
+ *   pSideInfo     in      bigValues, tableSelect, region counts,
+ *                         count1TableSelect, windowSwitchingFlag, blockType
+ *   pFrameHeader  in      id, layer, samplingFreqIndex
+ * Statuses: kStsNullPtr; kStsBadArgErr (offset above 7);
+ * kStsMP3FrameHeaderErr (id above 1, layer not 1, samplingFreqIndex above
+ * 2); kStsMP3SideInfoErr (block fields as aklsHuffmanTableSelect_MP3_32s,
+ * bigValues above 288, a table number above 31, count1TableSelect above 1,
+ * region counts negative or summing to 21 or more); kStsErr (the values do
+ * not fit the side information: a magnitude above 8206 or above what its
+ * region's table codes, a value in region with table 0, 4 or 14, a
+ * magnitude above 1 after the big values, or count1 quadruples that would
+ * end past line 575); on an error nothing is written. */
+AKLAC_API Status aklsHuffmanEncode_MP3_32s1u(const Akl32s* pSrcIx, Akl8u** ppBitStream, Akl32s* pOffset,
+                                             const AklMP3SideInfo* pSideInfo, const AklMP3FrameHeader* pFrameHeader);
+
+/* Packs the scale factors of one granule and channel at the cursor, the
+ * reverse of aklsUnpackScaleFactors_MP3_1u8s: the same array layout, field
+ * widths and order (MPEG-1 slen1/slen2 with the groups whose scfsi flag is
+ * set skipped in granule 1; MPEG-2 the four partitions of scalefacCompress,
+ * with the intensity-stereo variant on the right channel).
+ *   pSrcScaleFactor       in      the array, as the unpacker fills it; on the
+ *                         MPEG-2 intensity right channel a negated partition
+ *                         limit (-(2^slen - 1)) is written as the limit
+ *   ppBitStream, pOffset  in/out  cursor (offset 0..7); advanced past the
+ *                         scale factors (shared bit writer)
+ *   pSideInfo             in      scalefacCompress, blockType, mixedBlockFlag
+ *   pScfsi                in      this channel's four scfsi flags (MPEG-1)
+ *   pFrameHeader          in      id; modeExtension (MPEG-2)
+ *   granule, channel      in      0..1
+ * Statuses: kStsNullPtr; kStsBadArgErr (offset above 7, granule or channel
+ * above 1); kStsMP3FrameHeaderErr (id above 1, modeExtension above 3);
+ * kStsMP3SideInfoErr (blockType above 3, mixedBlockFlag above 1,
+ * scalefacCompress above 15 / 511, an scfsi flag above 1); kStsBadArgErr
+ * (a value that does not fit its field); on an error nothing is written. */
+AKLAC_API Status aklsPackScaleFactors_MP3_8s1u(const Akl8s* pSrcScaleFactor, Akl8u** ppBitStream, Akl32s* pOffset,
+                                               const AklMP3SideInfo* pSideInfo, const Akl32s* pScfsi,
+                                               const AklMP3FrameHeader* pFrameHeader, Akl32s granule,
+                                               Akl32s channel);
+
+/* Packs the side information of one frame, the reverse of
+ * aklsUnpackSideInfo_MP3: 17 / 32 bytes (MPEG-1 one / two channels) or
+ * 9 / 17 (MPEG-2), whole bytes written at the byte pointer.
+ *   pSrcSideInfo     in      granules x channels records, granule-major;
+ *                            window-switched records write blockType,
+ *                            mixedBlockFlag, tableSelect[0..1] and
+ *                            subblockGain (not the region counts), the others
+ *                            tableSelect[0..2] and the region counts;
+ *                            preflag is written for MPEG-1 only
+ *   ppBitStream      in/out  pointer to the byte pointer; advanced
+ *   mainDataBegin    in      0..511 (MPEG-1) or 0..255 (MPEG-2)
+ *   privateBits      in      5 / 3 bits (MPEG-1 one / two channels), 1 / 2 (MPEG-2)
+ *   pSrcScfsi        in      4 flags per channel (read for MPEG-1 only)
+ *   pFrameHeader     in      id, layer, mode
+ * Statuses: kStsNullPtr; kStsMP3FrameHeaderErr (id above 1, layer not 1,
+ * mode above 3); kStsBadArgErr (mainDataBegin or privateBits too wide);
+ * kStsMP3SideInfoErr (an scfsi flag above 1; a field too wide for its bits,
+ * window switching with blockType 0, or mixedBlockFlag above 1); on an error
+ * nothing is written. */
+AKLAC_API Status aklsPackSideInfo_MP3(const AklMP3SideInfo* pSrcSideInfo, Akl8u** ppBitStream, Akl32s mainDataBegin,
+                                      Akl32s privateBits, const Akl32s* pSrcScfsi,
+                                      const AklMP3FrameHeader* pFrameHeader);
+
+/* Packs a Layer III frame header: the 12-bit sync word 0xFFF, the fields,
+ * and the CRC word when protectionBit is 0 (4 or 6 bytes), the reverse of
+ * aklsUnpackFrameHeader_MP3.
+ *   pSrcFrameHeader  in      the fields
+ *   ppBitStream      in/out  pointer to the byte pointer; advanced by 4 or 6
+ * Statuses: kStsNullPtr; kStsMP3FrameHeaderErr (id above 1, layer not 1,
+ * bitrateIndex above 14, samplingFreqIndex above 2, mode, modeExtension or
+ * emphasis above 3, another one-bit field above 1, crcWord above 0xFFFF
+ * when it is written); on an error nothing is written. */
+AKLAC_API Status aklsPackFrameHeader_MP3(const AklMP3FrameHeader* pSrcFrameHeader, Akl8u** ppBitStream);
+
 /* @mp3-signal-end */
 
 /* ========================================================================

@@ -1,5 +1,5 @@
-// akl-aacdec: decodes an AAC-LC stream (ADTS or ADIF) to a WAV file or raw
-// 16-bit PCM, using only the aklac library's public interface.
+// akl-aacdec: decodes an AAC-LC stream (MP4/M4A/3GP/MOV, ADTS or ADIF) to a
+// WAV file or raw 16-bit PCM, using only the aklac library's public interface.
 #include <unistd.h>
 
 #include <bit>
@@ -12,24 +12,28 @@
 #include <vector>
 
 #include "aacdec/aac_decoder.hpp"
+#include "mp4/aac_input.hpp"
 #include "cli_io.hpp"
 
 namespace {
 
 const char kUsage[] =
     "usage: akl-aacdec [options] INPUT OUTPUT\n"
-    "Decodes an AAC-LC stream (ADTS or ADIF) to 16-bit PCM.\n"
+    "Decodes an AAC-LC stream (MP4, M4A, 3GP, MOV, ADTS or ADIF) to 16-bit PCM.\n"
     "INPUT or OUTPUT may be '-' for standard input or output.\n"
     "\n"
     "options:\n"
     "  --raw        write raw interleaved little-endian 16-bit samples instead of WAV\n"
     "  --no-sbr     play only the AAC-LC core of HE-AAC streams (half the rate and bandwidth)\n"
+    "  --no-gapless keep every decoded sample of an MP4 file; by default its edit list\n"
+    "               (or iTunSMPB comment) trims the encoder's priming and padding\n"
     "  --damage-report\n"
     "               list every kind of damage in the summary, zero counts too\n"
     "  -q, --quiet  print nothing but errors (no warnings, progress or summary)\n"
     "  -h, --help   show this text\n"
     "\n"
-    "The output holds every decoded frame, the encoder's priming included.  Multichannel\n"
+    "The container is recognised from the content, not the file name.  ADTS and ADIF\n"
+    "output holds every decoded frame, the encoder's priming included.  Multichannel\n"
     "output is in WAV channel order with the matching channel mask.  HE-AAC streams are\n"
     "decoded as their AAC-LC core (with a warning); Main, SSR and LTP streams are refused.\n"
     "Damaged frames are concealed (the overlap of the last good frame fades into\n"
@@ -140,7 +144,7 @@ class FileSink : public aacdec::PcmSink {
 
 int main(int argc, char** argv) {
   bool raw = false, quiet = false, full_report = false;
-  aacdec::DecodeOptions options;
+  aacdec::InputOptions options;
   std::vector<std::string> files;
   for (int i = 1; i < argc; ++i) {
     const std::string a = argv[i];
@@ -152,6 +156,8 @@ int main(int argc, char** argv) {
       options.sbr = false;
     } else if (a == "--raw") {
       raw = true;
+    } else if (a == "--no-gapless") {
+      options.gapless = false;
     } else if (a == "--damage-report") {
       full_report = true;
     } else if (a == "--quiet" || a == "-q") {
@@ -177,7 +183,7 @@ int main(int argc, char** argv) {
   std::string message;
   const std::clock_t cpu0 = std::clock();
   const auto wall0 = std::chrono::steady_clock::now();
-  const aacdec::DecodeResult r = aacdec::DecodeAacBuffer(data.data(), data.size(), &sink, &stats, &message, options);
+  const aacdec::DecodeResult r = aacdec::DecodeAacInput(data.data(), data.size(), options, &sink, &stats, &message);
   const double cpu = static_cast<double>(std::clock() - cpu0) / CLOCKS_PER_SEC;
   const double wall = std::chrono::duration<double>(std::chrono::steady_clock::now() - wall0).count();
   sink.Close();

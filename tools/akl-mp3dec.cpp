@@ -12,6 +12,7 @@
 
 #include "mp3dec/mp3_stream.hpp"
 #include "cli_io.hpp"
+#include "mp4/mp3_input.hpp"
 
 namespace {
 
@@ -19,15 +20,15 @@ const char kUsage[] =
     "usage: akl-mp3dec [options] INPUT OUTPUT\n"
     "\n"
     "Decodes an MPEG-1 or MPEG-2 Layer III stream (mono, stereo, joint or dual\n"
-    "channel; CRC, free format and VBR streams) to 16-bit PCM.  INPUT or OUTPUT\n"
-    "may be '-' for standard input or output.\n"
+    "channel; CRC, free format and VBR streams), plain or carried in an MP4 file,\n"
+    "to 16-bit PCM.  INPUT or OUTPUT may be '-' for standard input or output.\n"
     "\n"
     "options:\n"
     "  --raw         write headerless interleaved signed 16-bit little-endian PCM\n"
     "                instead of a WAV file\n"
     "  --no-gapless  keep every decoded sample; by default the encoder delay and\n"
-    "                padding recorded in a LAME tag are trimmed, as gapless\n"
-    "                players do\n"
+    "                padding recorded in a LAME tag (or an MP4 file's edit list)\n"
+    "                are trimmed, as gapless players do\n"
     "  --damage-report\n"
     "                list every kind of damage in the summary, zero counts too\n"
     "  -q, --quiet   print nothing but errors\n"
@@ -169,14 +170,20 @@ int main(int argc, char** argv) {
   FileSink sink(out, raw, progress);
   const std::clock_t cpu0 = std::clock();
   const auto wall0 = std::chrono::steady_clock::now();
-  const aklmp3::DecodeStats st = aklmp3::DecodeBuffer(input.data(), input.size(), opt, &sink);
+  std::string refusal;
+  std::vector<std::string> warnings;
+  const aklmp3::DecodeStats st = aklmp3::DecodeInput(input.data(), input.size(), opt, &sink, &refusal, &warnings);
   const double cpu = static_cast<double>(std::clock() - cpu0) / CLOCKS_PER_SEC;
   const double wall = std::chrono::duration<double>(std::chrono::steady_clock::now() - wall0).count();
   const bool write_ok = sink.Finish();
   if (out != stdout) std::fclose(out);
 
+  if (!quiet)
+    for (const std::string& w : warnings) std::fprintf(stderr, "akl-mp3dec: warning: %s\n", w.c_str());
   if (st.frames == 0) {
-    if (st.unsupported_frames)
+    if (!refusal.empty())
+      std::fprintf(stderr, "akl-mp3dec: %s: %s\n", files[0].c_str(), refusal.c_str());
+    else if (st.unsupported_frames)
       std::fprintf(stderr, "akl-mp3dec: %s: %s streams are not supported (only MPEG-1 and MPEG-2 Layer III)\n",
                    files[0].c_str(), st.unsupported_kind.c_str());
     else

@@ -367,6 +367,8 @@ class Decoder {
       : sink_(sink), stats_(stats), options_(options), imdct_long_(2048), imdct_short_(256) {}
 
   DecodeResult Run(const std::uint8_t* data, std::size_t size, std::string* message);
+  DecodeResult RunAccessUnits(const RawConfig& config, const AccessUnit* units, std::size_t count, std::string* message);
+  void DeclareDamageKinds();
 
  private:
   // Audio element decoded in the current block.
@@ -414,7 +416,8 @@ class Decoder {
   DecodeStats* stats_;
   DecodeOptions options_;
   std::unique_ptr<SbrDecoder> sbr_;  // band replication, chosen when the output starts
-  bool sbr_seen_ = false;            // an SBR payload was found
+  bool sbr_seen_ = false;            // an SBR payload was found (or the configuration signals SBR)
+  int sbr_down_ = -1;                // 1/0: the configuration says down-sampled or not; -1: by the core rate
   std::vector<float> sbr_out_;       // channels x 1024 x the SBR output factor
   Windows windows_;
   Imdct imdct_long_;
@@ -1003,7 +1006,7 @@ bool Decoder::StartOutput() {
   if (sbr_seen_ && options_.sbr) {
     // Dual rate up to a 24 kHz core; above it the band replication runs
     // down-sampled and the output keeps the core rate.
-    sbr_ = std::make_unique<SbrDecoder>(sample_rate_, sample_rate_ > 24000,
+    sbr_ = std::make_unique<SbrDecoder>(sample_rate_, sbr_down_ >= 0 ? sbr_down_ == 1 : sample_rate_ > 24000,
                                         [this](const std::string& m) { sink_->Warn(m); });
   }
   StreamFormat f;
@@ -1262,14 +1265,18 @@ int Decoder::DestroyedSyncBlocks(const std::uint8_t* p, std::size_t len) const {
   return l > 0 && static_cast<std::size_t>(l) == len && sfi == sfi_ && profile + 1 == object_type_ ? blocks : 0;
 }
 
-DecodeResult Decoder::Run(const std::uint8_t* data, std::size_t size, std::string* message) {
-  message_ = message;
+void Decoder::DeclareDamageKinds() {
   for (const char* kind : {kSkipBefore, kSkipBetween, kSkipAfter, kSkipInFrame})
     stats_->damage.Declare(aklcli::Tally::kSkippedBytes, kind);
   for (const char* kind : {kConcealSync, kConcealHeader, kConcealTruncated, kConcealSyntax, kConcealSpectral, kConcealMissing,
                            kConcealLayout})
     stats_->damage.Declare(aklcli::Tally::kConcealedFrames, kind);
   for (const char* kind : {kDropRate, kDropAbsent}) stats_->damage.Declare(aklcli::Tally::kDroppedFrames, kind);
+}
+
+DecodeResult Decoder::Run(const std::uint8_t* data, std::size_t size, std::string* message) {
+  message_ = message;
+  DeclareDamageKinds();
   if (!imdct_long_.ok() || !imdct_short_.ok() || !sf_codes_.ok()) {
     *message = "the library could not build its inverse MDCT or scale-factor decoder";
     return DecodeResult::kRefused;
@@ -1527,8 +1534,88 @@ DecodeResult Decoder::Run(const std::uint8_t* data, std::size_t size, std::strin
   return DecodeResult::kOk;
 }
 
+// Raw access units: the same per-block path as ADTS and ADIF, with the
+// configuration the container gave.
+DecodeResult Decoder::RunAccessUnits(const RawConfig& config, const AccessUnit* units, std::size_t count,
+                                     std::string* message) {
+  message_ = message;
+  DeclareDamageKinds();
+  if (!imdct_long_.ok() || !imdct_short_.ok() || !sf_codes_.ok()) {
+    *message = "the library could not build its inverse MDCT or scale-factor decoder";
+    return DecodeResult::kRefused;
+  }
+  if (!SetSampleRateIndex(config.sampling_index, message)) return DecodeResult::kRefused;
+  sample_rate_ = config.sample_rate;
+  if (!CheckObjectType(config.object_type, message)) return DecodeResult::kRefused;
+  if (config.channel_config > 0 && config.channel_config <= 7) {
+    have_layout_ = LayoutFromConfig(config.channel_config, &layout_);
+    config_ = header_config_ = config.channel_config;
+  } else if (config.channel_config == 0 && config.pce) {
+    LoadFrame(config.pce, config.pce_size);
+    Cursor c{frame_ + config.pce_bit / 8, config.pce_bit % 8};
+    AklAACPrgCfgElt pce;
+    if (aklsDecodePrgCfgElt_AAC(&c.p, &c.off, &pce) != kStsOk || c.p > frame_ + config.pce_size) {
+      *message = "damaged program configuration element in the decoder configuration";
+      return DecodeResult::kRefused;
+    }
+    LayoutFromPce(pce, &layout_);
+    have_layout_ = layout_.channels > 0;
+  } else {
+    *message = "channel configuration " + std::to_string(config.channel_config) + " is not supported";
+    return DecodeResult::kRefused;
+  }
+  if (config.sbr_rate > 0) {
+    // Explicit signalling: band replication from the first block, down-sampled
+    // when the signalled rate is the core's own.
+    if (options_.sbr) {
+      sbr_seen_ = true;
+      sbr_down_ = config.sbr_rate == sample_rate_;
+    } else {
+      sbr_warned_ = true;
+      sink_->Warn("HE-AAC stream: decoding the AAC-LC core only at " + std::to_string(sample_rate_) + " Hz (--no-sbr)");
+    }
+  }
+  std::size_t consumed = 0, total = 0;
+  for (std::size_t i = 0; i < count; ++i) total += units[i].size;
+  // Blocks held back until the layout is known are decoded again from the first of them.
+  can_rewind_ = true;
+  std::size_t held_at = 0;
+  DecodeStats held_stats = *stats_;
+  for (std::size_t i = 0; i < count; ++i) {
+    if (!output_started_ && held_blocks_ == 0) {
+      held_at = i;
+      held_stats = *stats_;
+    }
+    LoadFrame(units[i].data, units[i].size);
+    Cursor c{frame_, 0};
+    const Status st = DecodeRawBlock(c, frame_ + units[i].size);
+    if (st == kStsNotSupportedModeErr) return DecodeResult::kRefused;
+    if (!EmitBlock(st != kStsOk, kConcealSyntax)) return DecodeResult::kSinkStopped;
+    if (rewind_requested_) {
+      rewind_requested_ = false;
+      can_rewind_ = false;
+      held_blocks_ = 0;
+      *stats_ = held_stats;
+      i = held_at - 1;  // wraps to held_at at the loop's increment
+      continue;
+    }
+    consumed += units[i].size;
+    sink_->Progress(consumed, total);
+  }
+  if (!output_started_) {
+    if (message->empty()) *message = count ? "no decodable audio frame" : "no access units in the track";
+    return DecodeResult::kNoAudio;
+  }
+  return DecodeResult::kOk;
+}
+
 }  // namespace
 
+DecodeResult DecodeAacAccessUnits(const RawConfig& config, const AccessUnit* units, std::size_t count, PcmSink* sink,
+                                  DecodeStats* stats, std::string* message, const DecodeOptions& options) {
+  auto decoder = std::make_unique<Decoder>(sink, stats, options);
+  return decoder->RunAccessUnits(config, units, count, message);
+}
 DecodeStats::DecodeStats() = default;
 
 DecodeResult DecodeAacBuffer(const std::uint8_t* data, std::size_t size, PcmSink* sink, DecodeStats* stats,

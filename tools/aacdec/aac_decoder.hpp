@@ -71,4 +71,27 @@ struct DecodeOptions {
 DecodeResult DecodeAacBuffer(const std::uint8_t* data, std::size_t size, PcmSink* sink, DecodeStats* stats,
                              std::string* message, const DecodeOptions& options = {});
 
+// Raw access units, one raw data block each (as MP4 files carry them), and
+// the configuration their container gives (an AudioSpecificConfig).
+struct AccessUnit {
+  const std::uint8_t* data;
+  std::size_t size;
+};
+struct RawConfig {
+  int object_type = 2;       // 1 Main, 2 LC, 3 SSR, 4 LTP
+  int sampling_index = 4;    // 0..11: the band tables
+  int sample_rate = 44100;   // the output rate (the index's own or an explicit rate)
+  int channel_config = 2;    // 1..7, or 0: a program configuration element follows
+  // Channel configuration 0: the element, `pce_bit` bits into `pce` (a
+  // byte-aligned config of `pce_size` bytes, so its alignment counts from there).
+  const std::uint8_t* pce = nullptr;
+  std::size_t pce_size = 0;
+  int pce_bit = 0;
+  int sbr_rate = 0;          // SBR signalled: its output rate (the core's own rate: down-sampled SBR)
+};
+
+// Decodes `count` access units.  On kRefused or kNoAudio, *message says why.
+DecodeResult DecodeAacAccessUnits(const RawConfig& config, const AccessUnit* units, std::size_t count, PcmSink* sink,
+                                  DecodeStats* stats, std::string* message, const DecodeOptions& options = {});
+
 }  // namespace aacdec

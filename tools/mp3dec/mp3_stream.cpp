@@ -178,17 +178,26 @@ class FrameWalker {
     RawHeader h;
     int len = 0;
     if (locked_ && HeaderAt(pos_, &h, &len)) {
-      // A frame longer than the last one whose stream goes on where the last
-      // length ends has a damaged bit-rate field; it ends there.
-      if (len > last_len_ + 1) {
-        for (int c = last_len_ - last_.padding; c <= last_len_ - last_.padding + 1; ++c) {
-          RawHeader nh;
-          int nl;
+      // The stream goes on one frame length (of the last frame's format)
+      // later, but this header's own length does not lead there, or makes
+      // the frame longer than the last: the header is damaged.  A damaged bit
+      // rate only: the frame ends there and is decoded.  A damaged rate or
+      // version: it is concealed in place with the last header (a frame that
+      // really is at another rate is followed by a header at its own length,
+      // and is dropped downstream).
+      const std::size_t own_next = pos_ + static_cast<std::size_t>(len);
+      const bool chains = own_next == end_ || (own_next < end_ && HeaderAt(own_next, nullptr, nullptr));
+      if (!chains || len > last_len_ + 1) {
+        const int base = last_len_ - last_.padding;
+        for (int c = base; c <= base + 1; ++c) {
           const std::size_t q = pos_ + static_cast<std::size_t>(c);
-          if (HeaderAt(q, &nh, &nl) && SameStream(nh, last_) &&
-              (q + static_cast<std::size_t>(nl) == end_ ||
-               (q + static_cast<std::size_t>(nl) < end_ && HeaderAt(q + static_cast<std::size_t>(nl), nullptr, nullptr))))
-            return Take(f, start, pos_, c, h, skipped, truncated);
+          if (!ResumesAt(q)) continue;
+          if (SameStream(h, last_)) return Take(f, start, pos_, c, h, skipped, truncated);
+          RawHeader guess = last_;
+          guess.padding = c - base;
+          const bool taken = Take(f, start, pos_, c, guess, skipped, truncated);
+          f->damaged_header = true;
+          return taken;
         }
       }
       const std::size_t next = pos_ + static_cast<std::size_t>(len);
@@ -225,6 +234,16 @@ class FrameWalker {
   }
 
   std::size_t Position() const { return pos_; }
+
+  // A header of the stream being followed at q, followed by a valid header
+  // (or the end of the data).
+  bool ResumesAt(std::size_t q) {
+    RawHeader nh;
+    int nl;
+    if (!HeaderAt(q, &nh, &nl) || !SameStream(nh, last_)) return false;
+    const std::size_t n = q + static_cast<std::size_t>(nl);
+    return n == end_ || (n < end_ && HeaderAt(n, nullptr, nullptr));
+  }
   // Work done so far, in bytes looked at: bytes memchr passed over, four per
   // header read, and the positions of free-format length scans.
   std::uint64_t work() const { return work_; }
@@ -556,7 +575,79 @@ class Engine {
   Akl16s pcm_[1152 * 2] = {};
 };
 
+
+void DeclareDamageKinds(aklcli::DamageReport& dr) {
+  for (const char* k : {kSkipBefore, kSkipBetween, kSkipAfter, kSkipTruncated})
+    dr.Declare(aklcli::Tally::kSkippedBytes, k);
+  for (const char* k : {kConcealLostHeader, kConcealHeader, kConcealCrc, kConcealReservoir, kConcealOverrun,
+                        kConcealScaleFactors, kConcealHuffman, kConcealRequant})
+    dr.Declare(aklcli::Tally::kConcealedFrames, k);
+  for (const char* k : {kDropRate, kDropUnsupported}) dr.Declare(aklcli::Tally::kDroppedFrames, k);
+}
+
+// The Layer III header a unit starts with, if it has one; false otherwise.
+bool UnitHeader(const AccessUnit& u, RawHeader* h) { return u.size >= 4 && ParseHeader(u.data, h); }
+
 }  // namespace
+
+DecodeStats DecodeUnits(const AccessUnit* units, std::size_t count, PcmSink* sink) {
+  DecodeStats st;
+  RawHeader h;
+  for (std::size_t i = 0; i < count; ++i) {
+    if (!UnitHeader(units[i], &h)) continue;
+    if (h.layer != 3 || h.version == 25) {
+      if (st.unsupported_kind.empty())
+        st.unsupported_kind = h.version == 25 ? "MPEG-2.5" : h.layer == 1 ? "Layer I" : "Layer II";
+      ++st.unsupported_frames;
+      continue;
+    }
+    if (!st.sample_rate) st.sample_rate = h.sample_rate;
+    st.channels = std::max(st.channels, h.channels);
+  }
+  if (!st.sample_rate) return st;
+  sink->Format(st.sample_rate, st.channels);
+  DeclareDamageKinds(st.damage);
+  aklcli::DamageReport& dr = st.damage;
+  Engine engine(st.channels);
+  Trimmer trim(sink, st.channels, 0, 0);
+  std::vector<std::uint8_t> buf(kPad + kMaxFrameBytes + kPad);
+  std::size_t consumed = 0, total = 0;
+  for (std::size_t i = 0; i < count; ++i) total += units[i].size;
+  bool first = true;
+  for (std::size_t i = 0; i < count; ++i) {
+    const AccessUnit& u = units[i];
+    consumed += u.size;
+    if (!UnitHeader(u, &h)) {
+      dr.Skip(kSkipBetween, u.size);
+      continue;
+    }
+    if (h.layer != 3 || h.version == 25 || h.sample_rate != st.sample_rate) {
+      if (h.sample_rate != st.sample_rate) ++st.other_format_frames;
+      dr.Drop(h.layer != 3 || h.version == 25 ? kDropUnsupported : kDropRate);
+      continue;
+    }
+    const int bytes = static_cast<int>(std::min<std::size_t>(u.size, kMaxFrameBytes));
+    std::fill(buf.begin(), buf.end(), 0);
+    std::memcpy(buf.data() + kPad, u.data, static_cast<std::size_t>(bytes));
+    const std::uint8_t* fb = buf.data() + kPad;
+    if (first) {
+      first = false;
+      if (ReadXing(fb, bytes, h).present) continue;
+    }
+    const char* concealed = engine.Decode(fb, bytes, h, false);
+    ++st.frames;
+    if (concealed) {
+      dr.Conceal(concealed);
+      if (concealed == kConcealReservoir) ++st.reservoir_gaps;
+    }
+    trim.Write(engine.pcm(), static_cast<std::size_t>(h.samples));
+    if ((st.frames & 63) == 0) sink->Progress(consumed, total);
+  }
+  st.samples_out = trim.written();
+  st.damaged = static_cast<long>(dr.Damaged());
+  sink->Progress(total, total);
+  return st;
+}
 
 DecodeStats DecodeBuffer(const std::uint8_t* data, std::size_t size, const DecodeOptions& options, PcmSink* sink) {
   DecodeStats st;
@@ -585,13 +676,8 @@ DecodeStats DecodeBuffer(const std::uint8_t* data, std::size_t size, const Decod
   if (!st.sample_rate) return st;
   st.tag_bytes = begin + (size - end);
   sink->Format(st.sample_rate, st.channels);
+  DeclareDamageKinds(st.damage);
   aklcli::DamageReport& dr = st.damage;
-  for (const char* k : {kSkipBefore, kSkipBetween, kSkipAfter, kSkipTruncated})
-    dr.Declare(aklcli::Tally::kSkippedBytes, k);
-  for (const char* k : {kConcealLostHeader, kConcealHeader, kConcealCrc, kConcealReservoir, kConcealOverrun, kConcealScaleFactors,
-                        kConcealHuffman, kConcealRequant})
-    dr.Declare(aklcli::Tally::kConcealedFrames, k);
-  for (const char* k : {kDropRate, kDropUnsupported}) dr.Declare(aklcli::Tally::kDroppedFrames, k);
 
   FrameWalker walk(data, begin, end);
   Engine engine(st.channels);

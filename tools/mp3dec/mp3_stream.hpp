@@ -73,4 +73,15 @@ struct DecodeStats {
 // when frames of another layer or of MPEG-2.5 were seen).
 DecodeStats DecodeBuffer(const std::uint8_t* data, std::size_t size, const DecodeOptions& options, PcmSink* sink);
 
+// Access units of a container (MP4), one frame each, in order.  A unit may be
+// shorter than its header's frame length (writers drop the unused bytes at
+// the end): its main data is what it holds, and the bit reservoir is the main
+// data of the units before it.  Skipped units count as bytes skipped between
+// frames.  No LAME-tag trimming: the container says what to trim.
+struct AccessUnit {
+  const std::uint8_t* data;
+  std::size_t size;
+};
+DecodeStats DecodeUnits(const AccessUnit* units, std::size_t count, PcmSink* sink);
+
 }  // namespace aklmp3

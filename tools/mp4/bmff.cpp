@@ -122,6 +122,7 @@ class Parser {
   std::string error_;
   std::map<std::uint32_t, TrackDefaults> trex_;
   bool truncated_samples_ = false;
+  bool overlap_warned_ = false;
   // Sample tables of the track being read (offsets into the file; 0 = absent).
   struct Tables {
     Box stsz, stz2, stsc, stco, co64;
@@ -458,6 +459,12 @@ bool Parser::AddSample(Track& t, std::uint64_t offset, std::uint64_t size) {
     truncated_samples_ = true;
     return false;
   }
+  if (size > size_ - t.sample_bytes) {
+    if (!overlap_warned_) m_->warnings.push_back("track " + std::to_string(t.id) + ": its access units overlap; the rest are ignored");
+    overlap_warned_ = true;
+    return false;
+  }
+  t.sample_bytes += size;
   t.samples.push_back({offset, static_cast<std::uint32_t>(size)});
   return true;
 }
@@ -656,7 +663,7 @@ bool Parser::Traf(const Box& traf, std::uint64_t moof_start, bool first_traf, st
       if (flags & 0x400) r.Skip(4);
       if (flags & 0x800) r.Skip(4);
       if (!AddSample(*t, pos, n)) {
-        *why = "its data lies outside the file";
+        *why = overlap_warned_ ? "its access units overlap earlier ones" : "its data lies outside the file";
         return false;
       }
       pos += n;
@@ -730,7 +737,7 @@ std::uint64_t Scale(std::uint64_t value, std::uint64_t num, std::uint64_t den) {
 }
 }  // namespace
 
-Trim GaplessTrim(const Movie& movie, const Track& track, std::uint32_t output_rate) {
+Trim GaplessTrim(const Movie& movie, const Track& track, std::uint32_t output_rate, std::uint32_t stream_rate) {
   Trim trim;
   if (track.has_media_edit && track.timescale != 0) {
     trim.source = "edit list";
@@ -739,12 +746,13 @@ Trim GaplessTrim(const Movie& movie, const Track& track, std::uint32_t output_ra
       trim.limited = true;
       trim.keep = Scale(track.edit_duration, output_rate, movie.timescale);
     }
-  } else if (movie.has_itunsmpb && track.timescale != 0) {
+  } else if (movie.has_itunsmpb && (stream_rate != 0 || track.timescale != 0)) {
+    const std::uint32_t unit = stream_rate != 0 ? stream_rate : track.timescale;
     trim.source = "iTunSMPB";
-    trim.skip = Scale(movie.itunsmpb_delay, output_rate, track.timescale);
+    trim.skip = Scale(movie.itunsmpb_delay, output_rate, unit);
     if (movie.itunsmpb_length != 0) {
       trim.limited = true;
-      trim.keep = Scale(movie.itunsmpb_length, output_rate, track.timescale);
+      trim.keep = Scale(movie.itunsmpb_length, output_rate, unit);
     }
   }
   return trim;

@@ -10,6 +10,10 @@
 // in the input.  A box of size 0 runs to the end of its parent (the file at
 // top level); a box shorter than its own header is damage, never a loop.
 //
+// Access units may not overlap so much that together they outgrow the file:
+// the units up to that point are kept (so work and memory over the units stay
+// linear in the input).
+//
 // Damage policy: the movie box (`moov`) must be whole and consistent, or
 // ReadMovie fails with a message.  Access units that the tables place past
 // the end of the file (a cut download) and movie fragments after a damaged
@@ -44,6 +48,7 @@ struct Track {
   std::uint64_t stts_duration = 0;           // sum of the time-to-sample table, media units
   std::vector<SampleRef> samples;            // in decoding order, all inside the file
   std::uint64_t declared_samples = 0;        // what the tables (or fragments) announce
+  std::uint64_t sample_bytes = 0;            // the sum of the samples' sizes: never more than the file's size
 
   // The edit list: the first edit that plays media, and how many edits there were.
   int edit_count = 0;
@@ -80,13 +85,16 @@ bool ReadMovie(const std::uint8_t* data, std::size_t size, Movie* movie, std::st
 int SelectAudioTrack(const Movie& movie, Codec want, std::string* note, std::string* error);
 
 // Gapless trimming in output samples per channel, from the track's edit list
-// or, without one, from iTunSMPB.  `output_rate` is the decoded sample rate.
+// (media time in the track's timescale, duration in the movie's) or, without
+// one, from iTunSMPB, whose counts are samples at `stream_rate`: the
+// stream's full rate (an SBR stream's output rate; 0 = the track's
+// timescale).  `output_rate` is the rate actually decoded.
 struct Trim {
   std::uint64_t skip = 0;      // samples to drop at the start
   bool limited = false;        // if true, keep at most `keep` samples after the skipped ones
   std::uint64_t keep = 0;
   std::string source;          // "edit list", "iTunSMPB" or empty if nothing applies
 };
-Trim GaplessTrim(const Movie& movie, const Track& track, std::uint32_t output_rate);
+Trim GaplessTrim(const Movie& movie, const Track& track, std::uint32_t output_rate, std::uint32_t stream_rate = 0);
 
 }  // namespace mp4
