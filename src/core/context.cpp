@@ -1,9 +1,11 @@
-// Memory helpers and the process-attach routine.
+// Memory helpers and the process-attach routine (allocator entry points, the
+// processor flag, the binding of kernel members).
 #include "core/context.hpp"
 
 #include <cstring>
 
 #include "aklcore.h"
+#include "core/dispatch.hpp"
 
 namespace akl {
 
@@ -20,6 +22,8 @@ __attribute__((constructor)) void AttachProcess() {
   g_free = &aklFree;
   const unsigned long long features = aklGetEnabledCpuFeatures();
   g_processor_flag = ((features & 0x20) && (features & 0x10)) ? 1 : 0;
+  // The tuned kernels' members are bound here, once (core/dispatch.hpp).
+  BindKernelSet(BestKernelSet(features));
 }
 
 }  // namespace
