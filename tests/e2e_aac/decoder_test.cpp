@@ -476,8 +476,12 @@ TEST(AacDecoder, FullScaleClipsAndNeverWraps) {
     const int ours = r.sink.pcm[i], theirs = ref[i];
     clipped += ours == 32767 || ours == -32768;
     ASSERT_LE(std::abs(ours - theirs), 1) << i;
-    if (theirs == 32767) ASSERT_GE(ours, 32766) << i;
-    if (theirs == -32768) ASSERT_LE(ours, -32767) << i;
+    if (theirs == 32767) {
+      ASSERT_GE(ours, 32766) << i;
+    }
+    if (theirs == -32768) {
+      ASSERT_LE(ours, -32767) << i;
+    }
   }
   EXPECT_GT(clipped, 100);
 }
@@ -587,6 +591,18 @@ TEST(AacDecoder, TransportDamageIsCountedByKind) {
     s[frames[20].first + 2] = static_cast<std::uint8_t>((s[frames[20].first + 2] & ~0x3C) | (3 << 2));
     rows.push_back({"lone 48 kHz header", s, 34, 1, 0, 0, Tally::kConcealedFrames, aacdec::kConcealHeader, 0, 0});
   }
+  {  // ID3v2 tags before and between frames, an ID3v1 tag at the end: not damage
+    std::vector<std::uint8_t> id3 = {'I', 'D', '3', 4, 0, 0, 0, 0, 0, 20};
+    id3.resize(30, 0);
+    std::vector<std::uint8_t> id3v1 = {'T', 'A', 'G'};
+    id3v1.resize(128, ' ');
+    auto s = id3;
+    s.insert(s.end(), speech.begin(), speech.begin() + static_cast<long>(frames[6].first));
+    s.insert(s.end(), id3.begin(), id3.end());
+    s.insert(s.end(), speech.begin() + static_cast<long>(frames[6].first), speech.end());
+    s.insert(s.end(), id3v1.begin(), id3v1.end());
+    rows.push_back({"ID3 tags", s, 34, 0, 0, 0, Tally::kSkippedBytes, aacdec::kSkipBetween, 0, 0});
+  }
   {  // a destroyed sync word: the frame is concealed in place
     auto s = speech;
     s[frames[5].first] = 0x00;
@@ -611,7 +627,10 @@ TEST(AacDecoder, TransportDamageIsCountedByKind) {
     EXPECT_EQ(r.stats.damaged, row.concealed);
     EXPECT_EQ(r.stats.dropped, row.dropped);
     EXPECT_EQ(r.stats.skipped_bytes, row.skipped);
-    EXPECT_EQ(r.stats.damage.Count(row.tally, row.kind), static_cast<std::uint64_t>(row.tally == Tally::kDroppedFrames ? row.dropped : row.concealed));
+    const long expected = row.tally == Tally::kDroppedFrames ? row.dropped
+                          : row.tally == Tally::kSkippedBytes  ? row.skipped
+                                                               : row.concealed;
+    EXPECT_EQ(r.stats.damage.Count(row.tally, row.kind), static_cast<std::uint64_t>(expected));
     EXPECT_EQ(r.sink.pcm.size(), static_cast<std::size_t>(row.frames) * 1024 * static_cast<std::size_t>(r.sink.format.channels));
     if (row.same_from == ~std::size_t{0}) continue;
     // Dropped frames are missing from the output; compare what is there.

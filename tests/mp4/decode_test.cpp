@@ -267,6 +267,27 @@ TEST(Mp4Decode, Mp3UnitsCarryingTheirOwnMainData) {
   EXPECT_EQ(plain.pcm, units.pcm);
 }
 
+// A file cut inside its media data: the audio of the units before the cut,
+// and the damage named.
+TEST(Mp4Decode, TruncatedFileKeepsTheAudioBeforeTheCut) {
+  const Bytes m4a = akl::test::ReadFile(akl::test::DataPath("mp4/102400samples_qt-lc-aac.m4a"));
+  AacRun whole, cut;
+  std::string damage;
+  aacdec::InputOptions options;
+  whole.result = aacdec::DecodeAacInput(m4a.data(), m4a.size(), options, &whole.out, &whole.stats, &whole.message, &damage);
+  ASSERT_EQ(whole.result, aacdec::DecodeResult::kOk);
+  EXPECT_TRUE(damage.empty());
+  const Bytes head(m4a.begin(), m4a.begin() + 4000);
+  cut.result = aacdec::DecodeAacInput(head.data(), head.size(), options, &cut.out, &cut.stats, &cut.message, &damage);
+  ASSERT_EQ(cut.result, aacdec::DecodeResult::kOk);
+  EXPECT_EQ(damage, "the file ends inside box 'mdat' (offset 1358): it is truncated");
+  ASSERT_EQ(cut.out.warnings.size(), 2u);
+  EXPECT_EQ(cut.out.warnings[1],
+            "track 1: 74 of 103 access units lie inside the file (it is truncated or its tables are damaged)");
+  EXPECT_EQ(cut.out.pcm.size(), (74u * 1024 - 2112) * 2);
+  EXPECT_TRUE(std::equal(cut.out.pcm.begin(), cut.out.pcm.end(), whole.out.pcm.begin()));
+}
+
 // Damaged files: every truncation and a sweep of byte flips end with a
 // status and a message or with audio, never a crash or a read outside the
 // input (exact-size copies under the sanitizers).

@@ -1188,6 +1188,21 @@ static int AdtsFrameLength(const std::uint8_t* p, int* sfi, int* profile, int* c
   return len;
 }
 
+// The length of an ID3v2 tag at pos (header, body and any footer), or of an
+// ID3v1 tag that ends the data; 0 if there is none.
+static std::size_t TagLength(const std::uint8_t* data, std::size_t size, std::size_t pos) {
+  const std::uint8_t* p = data + pos;
+  if (pos + 10 <= size && p[0] == 'I' && p[1] == 'D' && p[2] == '3' && p[3] != 0xFF && p[4] != 0xFF &&
+      ((p[6] | p[7] | p[8] | p[9]) & 0x80) == 0) {
+    const std::size_t body = (static_cast<std::size_t>(p[6]) << 21) | (static_cast<std::size_t>(p[7]) << 14) |
+                             (static_cast<std::size_t>(p[8]) << 7) | p[9];
+    const std::size_t len = 10 + body + ((p[5] & 0x10) ? 10 : 0);
+    return std::min(len, size - pos);
+  }
+  if (pos + 128 == size && p[0] == 'T' && p[1] == 'A' && p[2] == 'G') return 128;
+  return 0;
+}
+
 // A frame whose sync word is destroyed: the header's other fields still make
 // sense (layer 0, this stream's sampling rate) and its frame length is exactly
 // the distance to the next frame.  Its block count, or 0.
@@ -1324,6 +1339,16 @@ DecodeResult Decoder::Run(const std::uint8_t* data, std::size_t size, std::strin
           }
         }
         if (!ok) {
+          // Tags are not damage: an ID3v2 tag (before or between frames) and
+          // an ID3v1 tag (the last 128 bytes) are passed over uncounted.
+          const std::size_t tag = TagLength(data, size, pos);
+          if (tag > 0) {
+            if (skipped > 0) skip(found ? kSkipBetween : kSkipBefore, skipped);
+            skipped = 0;
+            pos += tag;
+            synced = false;
+            continue;
+          }
           if (skipped == 0) skip_from = pos;
           ++pos;
           ++skipped;
