@@ -24,6 +24,7 @@ const char kUsage[] =
     "\n"
     "options:\n"
     "  --raw        write raw interleaved little-endian 16-bit samples instead of WAV\n"
+    "  --no-sbr     play only the AAC-LC core of HE-AAC streams (half the rate and bandwidth)\n"
     "  --no-gapless keep every decoded sample of an MP4 file; by default its edit list\n"
     "               (or iTunSMPB comment) trims the encoder's priming and padding\n"
     "  --damage-report\n"
@@ -152,7 +153,9 @@ int main(int argc, char** argv) {
       std::fputs(kUsage, stdout);
       return 0;
     }
-    if (a == "--raw") {
+    if (a == "--no-sbr") {
+      options.sbr = false;
+    } else if (a == "--raw") {
       raw = true;
     } else if (a == "--no-gapless") {
       options.gapless = false;

@@ -42,6 +42,7 @@ struct Outcome {
   aacdec::DecodeStats stats;
   Sink sink;
   std::string message;
+  long pcm_frames() const { return sink.format.channels ? static_cast<long>(sink.pcm.size()) / sink.format.channels : 0; }
 };
 
 Outcome Decode(const std::vector<std::uint8_t>& data) {
@@ -216,6 +217,9 @@ TEST(AacDecoder, FramesWithCrc) {
   EXPECT_EQ(r.stats.skipped_bytes, 0);
 }
 
+// An SBR payload (implicit signalling) turns on band replication from the
+// first frame: on this 44.1 kHz core it runs down-sampled, so the rate is
+// kept; --no-sbr plays the core alone, with one note.
 TEST(AacDecoder, HeAacCoreDecodedWithOneWarning) {
   std::vector<std::uint8_t> s;
   for (int i = 0; i < 4; ++i) {
@@ -225,8 +229,18 @@ TEST(AacDecoder, HeAacCoreDecodedWithOneWarning) {
   Outcome r = Decode(s);
   ASSERT_EQ(r.result, aacdec::DecodeResult::kOk) << r.message;
   EXPECT_EQ(r.stats.frames, 4);
-  ASSERT_EQ(r.sink.warnings.size(), 1u);
-  EXPECT_NE(r.sink.warnings[0].find("AAC-LC core"), std::string::npos);
+  EXPECT_EQ(r.sink.format.sample_rate, 44100);
+  EXPECT_EQ(r.pcm_frames(), 4 * 1024);
+  EXPECT_TRUE(r.sink.warnings.empty());
+  Outcome core;
+  aacdec::DecodeOptions options;
+  options.sbr = false;
+  core.result = aacdec::DecodeAacBuffer(s.data(), s.size(), &core.sink, &core.stats, &core.message, options);
+  ASSERT_EQ(core.result, aacdec::DecodeResult::kOk) << core.message;
+  EXPECT_EQ(core.sink.format.sample_rate, 44100);
+  EXPECT_EQ(core.pcm_frames(), 4 * 1024);
+  ASSERT_EQ(core.sink.warnings.size(), 1u);
+  EXPECT_NE(core.sink.warnings[0].find("AAC-LC core"), std::string::npos);
 }
 
 TEST(AacDecoder, MainSsrAndLtpRefused) {

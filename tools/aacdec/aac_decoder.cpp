@@ -10,6 +10,7 @@
 //     windows (sine or KBD, all four sequences) and overlap-add, the
 //     independently switched coupling, and rounding to 16 bits.
 #include "aacdec/aac_decoder.hpp"
+#include "aacdec/sbr.hpp"
 #include "aacdec/scale_factors.hpp"
 
 #include <algorithm>
@@ -362,7 +363,8 @@ void ApplyShift(ChannelStream& ch, int shift) {
 // ---- the decoder ----
 class Decoder {
  public:
-  Decoder(PcmSink* sink, DecodeStats* stats) : sink_(sink), stats_(stats), imdct_long_(2048), imdct_short_(256) {}
+  Decoder(PcmSink* sink, DecodeStats* stats, const DecodeOptions& options)
+      : sink_(sink), stats_(stats), options_(options), imdct_long_(2048), imdct_short_(256) {}
 
   DecodeResult Run(const std::uint8_t* data, std::size_t size, std::string* message);
   DecodeResult RunAccessUnits(const RawConfig& config, const AccessUnit* units, std::size_t count, std::string* message);
@@ -378,6 +380,8 @@ class Decoder {
     Akl8u ms_used[8 * 60];
     AklAACIcsInfo pair_ics;
     ChannelStream ch[2];
+    int sbr_count = 0;  // SBR extension payload of a fill element after this one
+    Akl8u sbr_bytes[272];
   };
 
   bool SetSampleRateIndex(int sfi, std::string* message);
@@ -410,6 +414,11 @@ class Decoder {
 
   PcmSink* sink_;
   DecodeStats* stats_;
+  DecodeOptions options_;
+  std::unique_ptr<SbrDecoder> sbr_;  // band replication, chosen when the output starts
+  bool sbr_seen_ = false;            // an SBR payload was found (or the configuration signals SBR)
+  int sbr_down_ = -1;                // 1/0: the configuration says down-sampled or not; -1: by the core rate
+  std::vector<float> sbr_out_;       // channels x 1024 x the SBR output factor
   Windows windows_;
   Imdct imdct_long_;
   Imdct imdct_short_;
@@ -640,6 +649,7 @@ Status Decoder::DecodeRawBlock(Cursor& c, const Akl8u* end) {
         e.tag = static_cast<int>(ReadBits(c, 4));
         e.common_window = 0;
         e.ms_mask_present = 0;
+        e.sbr_count = 0;
         ++audio_index;
         if (id == kCpe) {
           AklAACChanPairElt cpe;
@@ -691,15 +701,25 @@ Status Decoder::DecodeRawBlock(Cursor& c, const Akl8u* end) {
         // looks like such a payload does not raise it.
         const int ext = count > 0 ? bytes[0] >> 4 : 0;
         sbr_in_block = sbr_in_block || ext == 13 || ext == 14;
+        if ((ext == 13 || ext == 14) && num_elements_ > 0) {
+          Element& prev = *elements_[static_cast<std::size_t>(num_elements_ - 1)];
+          prev.sbr_count = count;
+          std::memcpy(prev.sbr_bytes, bytes, static_cast<std::size_t>(count));
+        }
         break;
       }
       case kEnd:
         ByteAlign(c);
         if (c.p > end) return kStsErr;
-        if (sbr_in_block && !sbr_warned_) {
+        if (sbr_in_block) sbr_seen_ = true;
+        // Band replication is chosen when the output starts (implicit
+        // signalling: a payload in the first decodable block).
+        if (sbr_in_block && !sbr_warned_ && (!options_.sbr || (output_started_ && !sbr_))) {
           sbr_warned_ = true;
-          sink_->Warn("HE-AAC stream: spectral band replication and parametric stereo are not supported; "
-                      "decoding the AAC-LC core at " + std::to_string(sample_rate_) + " Hz");
+          sink_->Warn(options_.sbr ? "SBR payloads after the start of the output are ignored; decoding the AAC-LC core at " +
+                                         std::to_string(sample_rate_) + " Hz"
+                                   : "HE-AAC stream: decoding the AAC-LC core only at " +
+                                         std::to_string(sample_rate_) + " Hz (--no-sbr)");
         }
         return kStsOk;
     }
@@ -983,8 +1003,14 @@ bool Decoder::StartOutput() {
   }
   channel_mask_ = unique ? mask : 0;
   states_.assign(pos.size(), ChannelState{});
+  if (sbr_seen_ && options_.sbr) {
+    // Dual rate up to a 24 kHz core; above it the band replication runs
+    // down-sampled and the output keeps the core rate.
+    sbr_ = std::make_unique<SbrDecoder>(sample_rate_, sbr_down_ >= 0 ? sbr_down_ == 1 : sample_rate_ > 24000,
+                                        [this](const std::string& m) { sink_->Warn(m); });
+  }
   StreamFormat f;
-  f.sample_rate = sample_rate_;
+  f.sample_rate = sample_rate_ * (sbr_ ? sbr_->OutputFactor() : 1);
   f.channels = static_cast<int>(pos.size());
   f.channel_mask = channel_mask_;
   f.object_type = object_type_;
@@ -1078,10 +1104,11 @@ bool Decoder::EmitBlock(bool damaged, const char* kind) {
       rewind_requested_ = true;
       return true;
     }
-    pcm_.assign(states_.size() * kFrame, 0);
+    const int held_len = kFrame * (sbr_ ? sbr_->OutputFactor() : 1);
+    pcm_.assign(states_.size() * static_cast<std::size_t>(held_len), 0);
     for (; held_blocks_ > 0; --held_blocks_) {
-      stats_->samples += kFrame;
-      if (!sink_->Frame(pcm_.data(), kFrame)) return false;
+      stats_->samples += held_len;
+      if (!sink_->Frame(pcm_.data(), held_len)) return false;
     }
   }
   const int channels = static_cast<int>(states_.size());
@@ -1160,16 +1187,41 @@ bool Decoder::EmitBlock(bool damaged, const char* kind) {
   if (damaged)
     for (ChannelState& st : cce_states_) st.overlap.fill(0.0f);
 
+  // Band replication element by element (sbr.hpp), on the core output.
+  int len = kFrame;
+  const float* rows_src = out_.data();
+  if (sbr_) {
+    len = kFrame * sbr_->OutputFactor();
+    sbr_out_.resize(static_cast<std::size_t>(channels) * static_cast<std::size_t>(len));
+    if (!damaged) {
+      for (int k = 0; k < num_elements_; ++k) {
+        const Element& e = *elements_[static_cast<std::size_t>(k)];
+        const LayoutElement* le = where[static_cast<std::size_t>(k)];
+        if (le && e.sbr_count > 0) sbr_->SetPayload(le->first_channel, e.sbr_bytes, e.sbr_count);
+      }
+    }
+    for (const LayoutElement& le : layout_.elements) {
+      const int nch = le.type == kCpe ? 2 : 1;
+      const float* in[2];
+      float* sout[2];
+      for (int c = 0; c < nch; ++c) {
+        in[c] = out_.data() + static_cast<std::size_t>(le.first_channel + c) * kFrame;
+        sout[c] = sbr_out_.data() + static_cast<std::size_t>(le.first_channel + c) * static_cast<std::size_t>(len);
+      }
+      sbr_->Process(le.first_channel, nch, le.type == kCpe, le.type == kLfe, in, sout);
+    }
+    rows_src = sbr_out_.data();
+  }
   // Clipping, rounding to nearest and interleaving in WAV order: the
   // library's SSE2 join, one row pointer per WAV position.
-  pcm_.resize(static_cast<std::size_t>(channels) * kFrame);
+  pcm_.resize(static_cast<std::size_t>(channels) * static_cast<std::size_t>(len));
   rows_.resize(static_cast<std::size_t>(channels));
   for (int c = 0; c < channels; ++c)
     rows_[static_cast<std::size_t>(wav_order_[static_cast<std::size_t>(c)])] =
-        out_.data() + static_cast<std::size_t>(c) * kFrame;
-  aklsJoin_32f16s_D2L(rows_.data(), channels, kFrame, pcm_.data());
-  stats_->samples += kFrame;
-  return sink_->Frame(pcm_.data(), kFrame);
+        rows_src + static_cast<std::size_t>(c) * static_cast<std::size_t>(len);
+  aklsJoin_32f16s_D2L(rows_.data(), channels, len, pcm_.data());
+  stats_->samples += len;
+  return sink_->Frame(pcm_.data(), len);
 }
 
 // Fixed ADTS header fields at p (7 bytes readable): 0 if not a plausible
@@ -1538,9 +1590,15 @@ DecodeResult Decoder::RunAccessUnits(const RawConfig& config, const AccessUnit* 
     return DecodeResult::kRefused;
   }
   if (config.sbr_rate > 0) {
-    sbr_warned_ = true;
-    sink_->Warn("HE-AAC stream (" + std::to_string(config.sbr_rate) + " Hz): spectral band replication and parametric "
-                "stereo are not supported; decoding the AAC-LC core at " + std::to_string(sample_rate_) + " Hz");
+    // Explicit signalling: band replication from the first block, down-sampled
+    // when the signalled rate is the core's own.
+    if (options_.sbr) {
+      sbr_seen_ = true;
+      sbr_down_ = config.sbr_rate == sample_rate_;
+    } else {
+      sbr_warned_ = true;
+      sink_->Warn("HE-AAC stream: decoding the AAC-LC core only at " + std::to_string(sample_rate_) + " Hz (--no-sbr)");
+    }
   }
   std::size_t consumed = 0, total = 0;
   for (std::size_t i = 0; i < count; ++i) total += units[i].size;
@@ -1579,15 +1637,15 @@ DecodeResult Decoder::RunAccessUnits(const RawConfig& config, const AccessUnit* 
 }  // namespace
 
 DecodeResult DecodeAacAccessUnits(const RawConfig& config, const AccessUnit* units, std::size_t count, PcmSink* sink,
-                                  DecodeStats* stats, std::string* message) {
-  auto decoder = std::make_unique<Decoder>(sink, stats);
+                                  DecodeStats* stats, std::string* message, const DecodeOptions& options) {
+  auto decoder = std::make_unique<Decoder>(sink, stats, options);
   return decoder->RunAccessUnits(config, units, count, message);
 }
 DecodeStats::DecodeStats() = default;
 
 DecodeResult DecodeAacBuffer(const std::uint8_t* data, std::size_t size, PcmSink* sink, DecodeStats* stats,
-                             std::string* message) {
-  auto decoder = std::make_unique<Decoder>(sink, stats);
+                             std::string* message, const DecodeOptions& options) {
+  auto decoder = std::make_unique<Decoder>(sink, stats, options);
   return decoder->Run(data, size, message);
 }
 
