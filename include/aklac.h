@@ -758,8 +758,10 @@ AKLAC_API Status aklsSynthesisFilter_PQMF_MP3_32f(const Akl32f* pSrc, Akl32f* pD
  * Window: the standard's analysis window C[i] = D[i] / 32, D the synthesis
  * window; windowed sums are exact, each output is rounded once.  Followed
  * by aklsSynthPQMF_MP3_32s16s the bank reconstructs its input delayed by 481
- * samples, with the error of the standard's near-perfect-reconstruction
- * design (below -90 dB of a full-scale signal).
+ * samples, within the error of the standard's near-perfect-reconstruction
+ * design (the float pair reconstructs a two-sine-plus-noise test signal at
+ * about 83 dB SNR; the fixed-point pair, 16-bit output rounding included,
+ * above 75 dB).
  * Statuses: kStsNullPtr; kStsBadArgErr (mode not 1 or 2, *pXPosition not in
  * 0..15); on an error nothing is written. */
 AKLAC_API Status aklsAnalysisPQMF_MP3_16s32s(const Akl16s* pSrcPcm, Akl32s* pDstS, Akl32s* pXBuffer,
