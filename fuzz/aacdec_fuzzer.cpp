@@ -10,7 +10,7 @@ namespace {
 class NullSink : public aacdec::PcmSink {
  public:
   bool Format(const aacdec::StreamFormat& f) override { return f.channels > 0; }
-  bool Frame(const std::int16_t* pcm, int frames) override { return pcm != nullptr && frames == 1024; }
+  bool Frame(const std::int16_t* pcm, int frames) override { return pcm != nullptr && (frames == 1024 || frames == 2048); }
   void Warn(const std::string&) override {}
 };
 }  // namespace

@@ -17,7 +17,19 @@
 extern "C" {
 #endif
 
-/* Processor feature bits reported by aklGetEnabledCpuFeatures. */
+/*
+ * Processor feature bits reported by aklGetEnabledCpuFeatures.  Each is set
+ * when CPUID reports the feature; AKL_CPU_AVX, AKL_CPU_AVX2 and AKL_CPU_FMA
+ * (the 256-bit register features) are set only when, in addition, the
+ * operating system saves the SSE and AVX register state across context
+ * switches (OSXSAVE set and XCR0 bits 1 and 2 both enabled).  AKL_CPU_AVX2 is
+ * CPUID leaf 7 EBX bit 5, AKL_CPU_FMA leaf 1 ECX bit 12.
+ *
+ * libaklac reads this mask once, when it is loaded: where both AKL_CPU_AVX2
+ * and AKL_CPU_FMA are set it binds the AVX2/FMA members of its tuned kernels,
+ * otherwise the SSE2 members (a library built with AKLAC_KERNEL_DISPATCH=OFF
+ * has only those).
+ */
 #define AKL_CPU_MMX    0x0001ULL
 #define AKL_CPU_SSE    0x0002ULL
 #define AKL_CPU_SSE2   0x0004ULL

@@ -24,6 +24,7 @@ const char kUsage[] =
     "\n"
     "options:\n"
     "  --raw        write raw interleaved little-endian 16-bit samples instead of WAV\n"
+    "  --no-sbr     play only the AAC-LC core of HE-AAC streams (half the rate and bandwidth)\n"
     "  --no-gapless keep every decoded sample of an MP4 file; by default its edit list\n"
     "               (or iTunSMPB comment) trims the encoder's priming and padding\n"
     "  --damage-report\n"
@@ -38,7 +39,8 @@ const char kUsage[] =
     "Damaged frames are concealed (the overlap of the last good frame fades into\n"
     "silence) and counted; decoding resumes at the next good frame.  Frames at another\n"
     "sampling rate than the first are dropped and counted.  Exit status: 0 success,\n"
-    "1 failure (unreadable input, unsupported stream, write error), 2 usage.\n";
+    "1 failure (unreadable input, unsupported stream, write error; also a damaged MP4\n"
+    "file, after the audio before the damage), 2 usage.\n";
 
 void PutTag(std::vector<unsigned char>& b, const char* tag) {
   for (const char* c = tag; *c; ++c) b.push_back(static_cast<unsigned char>(*c));
@@ -151,7 +153,9 @@ int main(int argc, char** argv) {
       std::fputs(kUsage, stdout);
       return 0;
     }
-    if (a == "--raw") {
+    if (a == "--no-sbr") {
+      options.sbr = false;
+    } else if (a == "--raw") {
       raw = true;
     } else if (a == "--no-gapless") {
       options.gapless = false;
@@ -177,10 +181,10 @@ int main(int argc, char** argv) {
   // Progress only on a terminal, and only for inputs that take a while.
   FileSink sink(out, raw, quiet, isatty(STDERR_FILENO) != 0 && data.size() > (1u << 20));
   aacdec::DecodeStats stats;
-  std::string message;
+  std::string message, damage;
   const std::clock_t cpu0 = std::clock();
   const auto wall0 = std::chrono::steady_clock::now();
-  const aacdec::DecodeResult r = aacdec::DecodeAacInput(data.data(), data.size(), options, &sink, &stats, &message);
+  const aacdec::DecodeResult r = aacdec::DecodeAacInput(data.data(), data.size(), options, &sink, &stats, &message, &damage);
   const double cpu = static_cast<double>(std::clock() - cpu0) / CLOCKS_PER_SEC;
   const double wall = std::chrono::duration<double>(std::chrono::steady_clock::now() - wall0).count();
   sink.Close();
@@ -202,6 +206,11 @@ int main(int argc, char** argv) {
         f.channels == 1 ? "mono" : (f.channels == 2 ? "stereo" : std::to_string(f.channels) + " channels");
     aklcli::PrintSummary(stderr, "akl-aacdec", stats.frames, seconds, f.sample_rate, layout, stats.damage.Damaged(), t);
     stats.damage.Print(stderr, "akl-aacdec", full_report);
+  }
+  if (!damage.empty()) {
+    std::fprintf(stderr, "akl-aacdec: %s: damaged MP4 file (%s); the audio before the damage was written\n",
+                 files[0].c_str(), damage.c_str());
+    return 1;
   }
   return 0;
 }

@@ -170,9 +170,10 @@ int main(int argc, char** argv) {
   FileSink sink(out, raw, progress);
   const std::clock_t cpu0 = std::clock();
   const auto wall0 = std::chrono::steady_clock::now();
-  std::string refusal;
+  std::string refusal, damage;
   std::vector<std::string> warnings;
-  const aklmp3::DecodeStats st = aklmp3::DecodeInput(input.data(), input.size(), opt, &sink, &refusal, &warnings);
+  const aklmp3::DecodeStats st =
+      aklmp3::DecodeInput(input.data(), input.size(), opt, &sink, &refusal, &warnings, &damage);
   const double cpu = static_cast<double>(std::clock() - cpu0) / CLOCKS_PER_SEC;
   const double wall = std::chrono::duration<double>(std::chrono::steady_clock::now() - wall0).count();
   const bool write_ok = sink.Finish();
@@ -205,6 +206,11 @@ int main(int argc, char** argv) {
     aklcli::PrintSummary(stderr, "akl-mp3dec", st.frames, seconds, st.sample_rate,
                          st.channels == 1 ? "mono" : "stereo", st.damage.Damaged(), cpu > 0 ? cpu : wall);
     st.damage.Print(stderr, "akl-mp3dec", full_report);
+  }
+  if (!damage.empty()) {
+    std::fprintf(stderr, "akl-mp3dec: %s: damaged MP4 file (%s); the audio before the damage was written\n",
+                 files[0].c_str(), damage.c_str());
+    return 1;
   }
   return 0;
 }

@@ -1,10 +1,12 @@
-// Memory helpers and the process-attach routine.
+// Memory helpers and the process-attach routine (allocator entry points, the
+// processor flag, the binding of kernel members).
 #include "core/context.hpp"
 
 #include <climits>
 #include <cstring>
 
 #include "aklcore.h"
+#include "core/dispatch.hpp"
 
 namespace akl {
 
@@ -21,6 +23,8 @@ __attribute__((constructor)) void AttachProcess() {
   g_free = &aklFree;
   const unsigned long long features = aklGetEnabledCpuFeatures();
   g_processor_flag = ((features & 0x20) && (features & 0x10)) ? 1 : 0;
+  // The tuned kernels' members are bound here, once (core/dispatch.hpp).
+  BindKernelSet(BestKernelSet(features));
 }
 
 }  // namespace

@@ -124,7 +124,8 @@ inline Status FreeKeepingTag(void* raw, std::size_t align, ContextTag tag) {
 }
 
 // Process-attach state: 1 if the processor reports both feature bits 0x20 and
-// 0x10.  No operation of the generic variant reads it.
+// 0x10.  No operation reads it; kernel members are chosen by the AVX2 and FMA
+// bits instead (core/dispatch.hpp).
 int ProcessorFeatureFlag();
 
 }  // namespace akl

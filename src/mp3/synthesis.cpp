@@ -33,6 +33,7 @@
 #include <emmintrin.h>
 
 #include "core/context.hpp"
+#include "core/dispatch.hpp"
 #include "core/exports.hpp"
 #include "mp3/mp3_math.hpp"
 #include "mp3/synthesis_window_table.hpp"
@@ -446,7 +447,7 @@ void SynthSlotKernel(const std::int32_t* s, std::int16_t* pcm, int stride, std::
   const int slot0 = (*offset + kSynthSlots - 1) % kSynthSlots;
   *offset = slot0;
   SynthDct32(s, history + kSynthSlotValues * slot0);  // clamps as it converts
-  SynthWindowSum(history, slot0, pcm, stride);
+  Kernels().synth_window_sum(history, slot0, pcm, stride);
 }
 
 namespace {

@@ -34,6 +34,12 @@ void SynthDct32Ref(const std::int32_t* subband_q26, std::int32_t* a_q25);
 // the history stays below 2^26 (and within 2^-26.8 x max|A| + 1 steps always).
 void SynthWindowSum(const std::int32_t* history_q25, int slot0, std::int16_t* pcm, int stride);
 void SynthWindowSumRef(const std::int32_t* history_q25, int slot0, std::int16_t* pcm, int stride);
+// SynthWindowSum is the SSE2 member of the windowed sum; the AVX2 member
+// (synthesis_avx2.cpp) gives bit-identical results.  SynthSlotKernel calls the
+// member bound at process attach (core/dispatch.hpp).
+namespace avx2 {
+void SynthWindowSum(const std::int32_t* history_q25, int slot0, std::int16_t* pcm, int stride);
+}
 
 // The same filter bank on floats (full scale 1.0 in and out).
 void SynthSlotFloat(const float* subband, float* pcm, float* history, std::int32_t* offset);

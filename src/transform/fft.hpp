@@ -6,8 +6,10 @@
 // the normalisation chosen at init (flag 8 none, 4 1/sqrt(M) both ways, 1 1/M
 // forward, 2 1/M inverse).
 //
-// Float kernel: decimation in time over binary bit-reversed input on split
-// real/imaginary arrays, four complex values per SSE2 register pair.  The
+// Float kernel (fft_member.inc, one member per instruction set): decimation
+// in time over binary bit-reversed input on split real/imaginary arrays, four
+// complex values per SSE2 register pair (eight per AVX2 pair in the AVX2
+// member's radix-8 stages).  The
 // first pass reads the input (interleaved complex, or the MDCT's
 // pre-twiddled values) and stores its results at their bit-reversed places:
 // radix 8 (an 8-point DFT per lane, two transposes) for orders 5..10 and odd
@@ -24,8 +26,6 @@
 // radix-8 stage twiddles are one constant table for L = 4 .. 128.  The
 // plain radix-2 FftRef is the reference the tests compare with.
 #pragma once
-
-#include <emmintrin.h>
 
 #include <cstdint>
 
@@ -93,16 +93,12 @@ Status fftFwd_CToC_16sc_Sfs(const Akl16sc* pSrc, Akl16sc* pDst, const FFTSpec_C_
 std::uint32_t BitReverseIndex(std::uint32_t i, int order);
 // Forward transform of split data (real and imaginary parts in two 16-byte
 // aligned arrays of max(M, 4) floats) given in bit-reversed order, in place,
-// natural order out, unnormalised.  `spec` is the aligned context.
+// natural order out, unnormalised.  `spec` is the aligned context.  Always
+// the SSE2 member (the MDCT's plain reference runs on it).
 void FftSplitBitReversed(const FFTSpec_C_32fc& spec, float* re, float* im);
-// The rest of that transform for order >= 4 after StoreFirstPass4 has placed
-// every group of sixteen values.
-void FftSplitAfterFirstPass(const FFTSpec_C_32fc& spec, float* re, float* im);
-// The rest of that transform for orders 5..10 after StoreFirstPass8 has
-// placed every group of eight values.
-void FftSplitAfterFirstPass8(const FFTSpec_C_32fc& spec, float* re, float* im);
-// The full float transform (permutation, passes, normalisation); src may
-// equal dst.  `work` holds the context's work size (orders above 10 only).
+// The full float transform (permutation, passes, normalisation) of the bound
+// kernel member; src may equal dst.  `work` holds the context's work size
+// (orders above 10 only).
 void FftForward(const FFTSpec_C_32fc& spec, const Akl32fc* src, Akl32fc* dst, Akl8u* work);
 // Plain radix-2 reference of FftForward: float arithmetic, twiddles from
 // std::cos/std::sin in double, natural order in and out, unnormalised.
@@ -110,132 +106,7 @@ void FftRef(const Akl32fc* src, Akl32fc* dst, int order);
 // 16-bit transform on an aligned context; `work` holds the work size.
 void Fft16Forward(const FFTSpec_C_16sc& spec, const Akl16sc* src, Akl16sc* dst, int scale_factor, Akl8u* work);
 
-// Stores four vectors of values at i0 + k + g M/4 (g = 0..3, lanes k = 0..3;
-// i0 a multiple of 4 below M/4) at their bit-reversed places in a split
-// array: with p = rev(i0), value i0 + k + g M/4 goes to p + rev(k) + rev(g),
-// rev(k) = 0, M/2, M/4, 3M/4 and rev(g) = 0, 2, 1, 3, so one transpose
-// makes four aligned stores.
-inline void StoreBitReversed4(float* dst, std::uint32_t p, int m, __m128 v0, __m128 v1, __m128 v2, __m128 v3) {
-  _MM_TRANSPOSE4_PS(v0, v2, v1, v3);
-  _mm_store_ps(dst + p, v0);
-  _mm_store_ps(dst + p + m / 2, v2);
-  _mm_store_ps(dst + p + m / 4, v1);
-  _mm_store_ps(dst + p + 3 * m / 4, v3);
-}
-
-// Radix-4 butterfly over bit-reversed x0..x3 (four transforms at once, one
-// per lane): X0 = t0 + t2, X2 = t0 - t2, X1 = t1 - i t3, X3 = t1 + i t3 with
-// t0 = x0 + x1, t1 = x0 - x1, t2 = x2 + x3, t3 = x2 - x3.
-inline void Butterfly4(__m128& r0, __m128& i0, __m128& r1, __m128& i1, __m128& r2, __m128& i2, __m128& r3,
-                       __m128& i3) {
-  const __m128 t0r = _mm_add_ps(r0, r1), t0i = _mm_add_ps(i0, i1);
-  const __m128 t1r = _mm_sub_ps(r0, r1), t1i = _mm_sub_ps(i0, i1);
-  const __m128 t2r = _mm_add_ps(r2, r3), t2i = _mm_add_ps(i2, i3);
-  const __m128 t3r = _mm_sub_ps(r2, r3), t3i = _mm_sub_ps(i2, i3);
-  r0 = _mm_add_ps(t0r, t2r);
-  i0 = _mm_add_ps(t0i, t2i);
-  r2 = _mm_sub_ps(t0r, t2r);
-  i2 = _mm_sub_ps(t0i, t2i);
-  r1 = _mm_add_ps(t1r, t3i);
-  i1 = _mm_sub_ps(t1i, t3r);
-  r3 = _mm_sub_ps(t1r, t3i);
-  i3 = _mm_add_ps(t1i, t3r);
-}
-
-// The same sixteen values as StoreBitReversed4, already through the first
-// radix-4 pass: the block of four places at rev(i0 + k) holds lane k of
-// V0, V2, V1, V3, so the butterfly runs on those vectors before the transpose.
-inline void StoreFirstPass4(float* re, float* im, std::uint32_t p, int m, const __m128* vr, const __m128* vi) {
-  __m128 r0 = vr[0], r1 = vr[2], r2 = vr[1], r3 = vr[3];
-  __m128 i0 = vi[0], i1 = vi[2], i2 = vi[1], i3 = vi[3];
-  Butterfly4(r0, i0, r1, i1, r2, i2, r3, i3);
-  _MM_TRANSPOSE4_PS(r0, r1, r2, r3);
-  _MM_TRANSPOSE4_PS(i0, i1, i2, i3);
-  _mm_store_ps(re + p, r0);
-  _mm_store_ps(re + p + m / 2, r1);
-  _mm_store_ps(re + p + m / 4, r2);
-  _mm_store_ps(re + p + 3 * m / 4, r3);
-  _mm_store_ps(im + p, i0);
-  _mm_store_ps(im + p + m / 2, i1);
-  _mm_store_ps(im + p + m / 4, i2);
-  _mm_store_ps(im + p + 3 * m / 4, i3);
-}
-
 inline constexpr float kFftSqrtHalf = 0.70710678118654752f;
-
-// 4-point DFT of natural-order y0..y3 (one transform per lane), in place:
-// Y1 = y0 - y2 - i (y1 - y3), Y3 = y0 - y2 + i (y1 - y3).
-inline void Dft4Natural(__m128* r, __m128* i) {
-  const __m128 t0r = _mm_add_ps(r[0], r[2]), t0i = _mm_add_ps(i[0], i[2]);
-  const __m128 t1r = _mm_sub_ps(r[0], r[2]), t1i = _mm_sub_ps(i[0], i[2]);
-  const __m128 t2r = _mm_add_ps(r[1], r[3]), t2i = _mm_add_ps(i[1], i[3]);
-  const __m128 t3r = _mm_sub_ps(r[1], r[3]), t3i = _mm_sub_ps(i[1], i[3]);
-  r[0] = _mm_add_ps(t0r, t2r);
-  i[0] = _mm_add_ps(t0i, t2i);
-  r[2] = _mm_sub_ps(t0r, t2r);
-  i[2] = _mm_sub_ps(t0i, t2i);
-  r[1] = _mm_add_ps(t1r, t3i);
-  i[1] = _mm_sub_ps(t1i, t3r);
-  r[3] = _mm_sub_ps(t1r, t3i);
-  i[3] = _mm_add_ps(t1i, t3r);
-}
-
-// 8-point DFT over natural-order x0..x7 (one transform per lane), in
-// place, results in natural order: X[2v] is the 4-point DFT of x_s + x_(s+4),
-// X[2v+1] that of (x_s - x_(s+4)) e^(-i pi s/4).
-inline void Dft8Natural(__m128* r, __m128* i) {
-  const __m128 h = _mm_set1_ps(kFftSqrtHalf), minus_h = _mm_set1_ps(-kFftSqrtHalf);
-  __m128 ar[4], ai[4], br[4], bi[4];
-  for (int g = 0; g < 4; ++g) {
-    ar[g] = _mm_add_ps(r[g], r[g + 4]);
-    ai[g] = _mm_add_ps(i[g], i[g + 4]);
-    br[g] = _mm_sub_ps(r[g], r[g + 4]);
-    bi[g] = _mm_sub_ps(i[g], i[g + 4]);
-  }
-  const __m128 r1 = _mm_mul_ps(_mm_add_ps(br[1], bi[1]), h);
-  const __m128 i1 = _mm_mul_ps(_mm_sub_ps(bi[1], br[1]), h);
-  br[1] = r1;
-  bi[1] = i1;
-  const __m128 r2 = bi[2];
-  const __m128 i2 = _mm_sub_ps(_mm_setzero_ps(), br[2]);
-  br[2] = r2;
-  bi[2] = i2;
-  const __m128 r3 = _mm_mul_ps(_mm_sub_ps(bi[3], br[3]), h);
-  const __m128 i3 = _mm_mul_ps(_mm_add_ps(br[3], bi[3]), minus_h);
-  br[3] = r3;
-  bi[3] = i3;
-  Dft4Natural(ar, ai);
-  Dft4Natural(br, bi);
-  for (int v = 0; v < 4; ++v) {
-    r[2 * v] = ar[v];
-    i[2 * v] = ai[v];
-    r[2 * v + 1] = br[v];
-    i[2 * v + 1] = bi[v];
-  }
-}
-
-// Orders 5..10: places, after the first radix-8 pass, the 8-point DFTs of
-// x[r + t M/8] (t = 0..7) for four residues r = i0 .. i0+3 (i0 a multiple
-// of 4 below M/8), given as x_t = lanes of vr[t], vi[t].  The block of eight
-// at 8 rev(r) (reversal over order - 3 bits) receives that DFT in natural
-// order; for the four lanes the blocks lie at rev(i0) plus 0, M/2, M/4 and
-// 3M/4, so two transposes per part make aligned stores.
-inline void StoreFirstPass8(float* re, float* im, int order, std::uint32_t i0, __m128* vr, __m128* vi) {
-  const int m = 1 << order;
-  Dft8Natural(vr, vi);
-  const std::uint32_t p = BitReverseIndex(i0, order);
-  const int off[4] = {0, m / 2, m / 4, 3 * m / 4};
-  for (int part = 0; part < 2; ++part) {
-    float* d = (part == 0 ? re : im) + p;
-    __m128* v = part == 0 ? vr : vi;
-    _MM_TRANSPOSE4_PS(v[0], v[1], v[2], v[3]);
-    _MM_TRANSPOSE4_PS(v[4], v[5], v[6], v[7]);
-    for (int k = 0; k < 4; ++k) {
-      _mm_store_ps(d + off[k], v[k]);
-      _mm_store_ps(d + off[k] + 4, v[k + 4]);
-    }
-  }
-}
 
 // Reverses the low `bits` bits of v.
 inline constexpr std::uint32_t ReverseBits(std::uint32_t v, int bits) {

@@ -8,14 +8,14 @@
 // sqrt(2) in each twiddle of the forward float transform (overall factor 2),
 // 1/sqrt(N/2) in each of the inverse (overall 2/N).  The pre-twiddle stores
 // its values in bit-reversed order so that the FFT needs no permutation pass.
-#include <emmintrin.h>
-
 #include <cmath>
 #include <cstring>
 
 #include "core/context.hpp"
+#include "core/dispatch.hpp"
 #include "core/exports.hpp"
 #include "transform/fft.hpp"
+#include "transform/kernel_members.hpp"
 #include "transform/mdct.hpp"
 
 namespace akl::transform {
@@ -340,150 +340,15 @@ void MdctInvRef(const MdctSpec& s, const float* x, float* y, Akl32fc* zbuf) {
   }
 }
 
-// SSE2 forms for powers of two from 64 (Q >= 16).  The pre-twiddle makes
-// vectors of four values at i0 + g Q/8 (g = 0..7, i0 < Q/8; for Q = 32 ..
-// 1024) or at i0 + g Q/4 (g = 0..3, other Q): lane k of them is the input of
-// one 8-point (4-point) DFT of the FFT's first pass, which runs on them
-// directly before transposes turn the results into aligned stores at their
-// bit-reversed places (StoreFirstPass8, StoreFirstPass4).  The post-twiddles write
-// eight outputs at a time: even places ascending from one block of Z, odd
-// places descending from another.
+// The SIMD forms for powers of two from 64 are kernel members
+// (mdct_member.inc), bound at process attach.
 
-namespace {
-
-inline __m128 Even(const float* p) {  // p[0], p[2], p[4], p[6]
-  return _mm_shuffle_ps(_mm_loadu_ps(p), _mm_loadu_ps(p + 4), _MM_SHUFFLE(2, 0, 2, 0));
-}
-inline __m128 Reverse(__m128 v) { return _mm_shuffle_ps(v, v, _MM_SHUFFLE(0, 1, 2, 3)); }
-inline __m128 OddReversed(const float* p) {  // p[7], p[5], p[3], p[1]
-  return Reverse(_mm_shuffle_ps(_mm_loadu_ps(p), _mm_loadu_ps(p + 4), _MM_SHUFFLE(3, 1, 3, 1)));
-}
-inline __m128 Neg(__m128 v) { return _mm_sub_ps(_mm_setzero_ps(), v); }
-
-// Table pairs (s_j, c_j) for j = i .. i+3.
-inline void Twiddles(const float* t, int i, __m128* sn, __m128* cs) {
-  const __m128 lo = _mm_load_ps(t + 2 * i), hi = _mm_load_ps(t + 2 * i + 4);
-  *sn = _mm_shuffle_ps(lo, hi, _MM_SHUFFLE(2, 0, 2, 0));
-  *cs = _mm_shuffle_ps(lo, hi, _MM_SHUFFLE(3, 1, 3, 1));
-}
-
-// z = (c a + s b, c b - s a) for four values at i.
-inline void Rotate4(const float* t, int i, __m128 a, __m128 b, __m128* re, __m128* im) {
-  __m128 sn, cs;
-  Twiddles(t, i, &sn, &cs);
-  *re = _mm_add_ps(_mm_mul_ps(cs, a), _mm_mul_ps(sn, b));
-  *im = _mm_sub_ps(_mm_mul_ps(cs, b), _mm_mul_ps(sn, a));
-}
-
-// P = c re + s im and R = c im - s re for the four values of Z at m.
-inline void PostRotate(const float* t, const float* re, const float* im, int m, __m128* p, __m128* r) {
-  __m128 sn, cs;
-  Twiddles(t, m, &sn, &cs);
-  const __m128 zr = _mm_load_ps(re + m), zi = _mm_load_ps(im + m);
-  *p = _mm_add_ps(_mm_mul_ps(cs, zr), _mm_mul_ps(sn, zi));
-  *r = _mm_sub_ps(_mm_mul_ps(cs, zi), _mm_mul_ps(sn, zr));
-}
-
-// y[0, 2, 4, 6] = even, y[1, 3, 5, 7] = odd_reversed lanes 0..3.
-inline void StoreInterleaved(float* y, __m128 even, __m128 odd) {
-  _mm_storeu_ps(y, _mm_unpacklo_ps(even, odd));
-  _mm_storeu_ps(y + 4, _mm_unpackhi_ps(even, odd));
-}
-
-// The Q-point FFT of the pre-twiddled values, which pre(i, &re, &im) makes
-// four at a time: fed straight into the FFT's first pass (radix 8 for Q =
-// 32 .. 1024, radix 4 otherwise) at bit-reversed places.
-template <class Pre>
-inline void Transform(const MdctSpec& s, float* re, float* im, Pre pre) {
-  const int q = s.len / 4;
-  const FFTSpec_C_32fc& fft = *ContextAt<FFTSpec_C_32fc>(s.fft, kTransformContextAlign);
-  if (s.order >= 5 && s.order <= 10) {
-    for (int i0 = 0; i0 < q / 8; i0 += 4) {
-      __m128 vr[8], vi[8];
-      for (int g = 0; g < 8; ++g) pre(i0 + g * (q / 8), &vr[g], &vi[g]);
-      StoreFirstPass8(re, im, s.order, static_cast<std::uint32_t>(i0), vr, vi);
-    }
-    FftSplitAfterFirstPass8(fft, re, im);
-    return;
-  }
-  for (int i0 = 0; i0 < q / 4; i0 += 4) {
-    __m128 vr[4], vi[4];
-    for (int g = 0; g < 4; ++g) pre(i0 + g * (q / 4), &vr[g], &vi[g]);
-    StoreFirstPass4(re, im, BitReverseIndex(static_cast<std::uint32_t>(i0), s.order), q, vr, vi);
-  }
-  FftSplitAfterFirstPass(fft, re, im);
-}
-
-}  // namespace
-
-void MdctFwdSse2(const MdctSpec& s, const float* x, float* y, Akl32fc* zbuf) {
-  const int n = s.len, q = n / 4;
-  const float* t = static_cast<const float*>(s.table);
-  float* re = reinterpret_cast<float*>(zbuf);
-  float* im = re + q;
-  // z(i) for four values at i, folded from x.
-  auto pre = [&](int i, __m128* zr, __m128* zi) {
-    if (i < q / 2) {
-      const __m128 a = Neg(_mm_add_ps(Even(x + 3 * n / 4 + 2 * i), OddReversed(x + 3 * n / 4 - 8 - 2 * i)));
-      const __m128 b = _mm_sub_ps(OddReversed(x + n / 4 - 8 - 2 * i), Even(x + n / 4 + 2 * i));
-      Rotate4(t, i, a, b, zr, zi);
-    } else {
-      const __m128 a = _mm_sub_ps(Even(x + 2 * i - n / 4), OddReversed(x + 3 * n / 4 - 8 - 2 * i));
-      const __m128 b = Neg(_mm_add_ps(OddReversed(x + 5 * n / 4 - 8 - 2 * i), Even(x + n / 4 + 2 * i)));
-      Rotate4(t, i, a, b, zr, zi);
-    }
-  };
-  Transform(s, re, im, pre);
-  // y[2k] = P(k), y[N/2 - 1 - 2k] = -R(k): block b holds P(4b) and
-  // -R(Q - 4 - 4b) reversed; the mirrored block uses the same two rotations.
-  for (int b = 0; b < q / 8; ++b) {
-    const int bm = q / 4 - 1 - b;
-    __m128 p_lo, r_lo, p_hi, r_hi;
-    PostRotate(t, re, im, 4 * b, &p_lo, &r_lo);
-    PostRotate(t, re, im, 4 * bm, &p_hi, &r_hi);
-    StoreInterleaved(y + 8 * b, p_lo, Reverse(Neg(r_hi)));
-    StoreInterleaved(y + 8 * bm, p_hi, Reverse(Neg(r_lo)));
-  }
-}
-
-void MdctInvSse2(const MdctSpec& s, const float* x, float* y, Akl32fc* zbuf) {
-  const int n = s.len, q = n / 4, h = q / 2;
-  const float* t = static_cast<const float*>(s.table);
-  float* re = reinterpret_cast<float*>(zbuf);
-  float* im = re + q;
-  auto pre = [&](int k, __m128* zr, __m128* zi) {
-    Rotate4(t, k, Even(x + 2 * k), OddReversed(x + n / 2 - 8 - 2 * k), zr, zi);
-  };
-  Transform(s, re, im, pre);
-  // Four quarters of y, each with even places ascending from one half of Z
-  // and odd places descending from the other (lo = 4b, hi = H - 4 - 4b):
-  //   [0, N/4):     P(H + lo),  -R(hi)
-  //   [N/4, N/2):   R(lo),      -P(H + hi)
-  //   [N/2, 3N/4):  R(H + lo),  -P(hi)
-  //   [3N/4, N):    -P(lo),     R(H + hi)
-  // The mirrored block bm = H/4 - 1 - b swaps lo and hi.
-  for (int b = 0; b < (h + 4) / 8; ++b) {
-    const int bm = h / 4 - 1 - b;
-    const int lo = 4 * b, hi = 4 * bm;
-    __m128 p1l, r1l, p1h, r1h, p2l, r2l, p2h, r2h;
-    PostRotate(t, re, im, lo, &p1l, &r1l);
-    PostRotate(t, re, im, hi, &p1h, &r1h);
-    PostRotate(t, re, im, h + lo, &p2l, &r2l);
-    PostRotate(t, re, im, h + hi, &p2h, &r2h);
-    StoreInterleaved(y + 8 * b, p2l, Reverse(Neg(r1h)));
-    StoreInterleaved(y + n / 4 + 8 * b, r1l, Reverse(Neg(p2h)));
-    StoreInterleaved(y + n / 2 + 8 * b, r2l, Reverse(Neg(p1h)));
-    StoreInterleaved(y + 3 * n / 4 + 8 * b, Neg(p1l), Reverse(r2h));
-    StoreInterleaved(y + 8 * bm, p2h, Reverse(Neg(r1l)));
-    StoreInterleaved(y + n / 4 + 8 * bm, r1h, Reverse(Neg(p2l)));
-    StoreInterleaved(y + n / 2 + 8 * bm, r2h, Reverse(Neg(p1l)));
-    StoreInterleaved(y + 3 * n / 4 + 8 * bm, Neg(p1h), Reverse(r2l));
-  }
-}
+void MdctFwdSse2(const MdctSpec& s, const float* x, float* y, Akl32fc* z) { sse2::MdctFwd(s, x, y, z); }
+void MdctInvSse2(const MdctSpec& s, const float* x, float* y, Akl32fc* z) { sse2::MdctInv(s, x, y, z); }
 
 void MdctFwdKernel(const MdctSpec& s, const float* x, float* y, Akl32fc* z) {
   if (s.fft && s.len >= 64) {
-    MdctFwdSse2(s, x, y, z);
+    Kernels().mdct_fwd(s, x, y, z);
   } else {
     MdctFwdRef(s, x, y, z);
   }
@@ -491,7 +356,7 @@ void MdctFwdKernel(const MdctSpec& s, const float* x, float* y, Akl32fc* z) {
 
 void MdctInvKernel(const MdctSpec& s, const float* x, float* y, Akl32fc* z) {
   if (s.fft && s.len >= 64) {
-    MdctInvSse2(s, x, y, z);
+    Kernels().mdct_inv(s, x, y, z);
   } else {
     MdctInvRef(s, x, y, z);
   }

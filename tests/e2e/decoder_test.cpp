@@ -274,6 +274,11 @@ TEST(Mp3Decoder, DamageReportCountsByKind) {
   auto wiped = clean;
   std::fill(wiped.begin() + static_cast<std::ptrdiff_t>(starts[20]),
             wiped.begin() + static_cast<std::ptrdiff_t>(starts[20] + 4), 0);
+  // Frame 20's rate field damaged (44.1 to 48 kHz): its own length leads
+  // nowhere, the stream goes on at the old length, so it is concealed in
+  // place rather than dropped as a frame of another rate.
+  auto rate = clean;
+  rate[starts[20] + 2] = static_cast<std::uint8_t>((rate[starts[20] + 2] & 0xF3) | 0x04);
   auto crc = Read("mp3_ref/mp3_m1_48k_st_160_crc_clicks.mp3");
   crc[6 + 5] ^= 0x10;
   const Case cases[] = {
@@ -285,6 +290,7 @@ TEST(Mp3Decoder, DamageReportCountsByKind) {
        Tally::kSkippedBytes, aklmp3::kSkipTruncated, 100, 1, 1},
       {"damaged length", longer, Tally::kSkippedBytes, aklmp3::kSkipBetween, 0, 0, 0},
       {"wiped header", wiped, Tally::kConcealedFrames, aklmp3::kConcealLostHeader, 1, 1, 0},
+      {"damaged rate", rate, Tally::kConcealedFrames, aklmp3::kConcealLostHeader, 1, 1, 0},
       {"CRC mismatch", crc, Tally::kConcealedFrames, aklmp3::kConcealCrc, 1, 1, 0},
   };
   for (const Case& c : cases) {
@@ -297,6 +303,10 @@ TEST(Mp3Decoder, DamageReportCountsByKind) {
     EXPECT_EQ(d.stats.tag_bytes + d.stats.frame_bytes + d.stats.damage.Total(Tally::kSkippedBytes), c.input.size());
     if (c.tally != Tally::kSkippedBytes) {
       EXPECT_EQ(d.stats.damage.Total(Tally::kSkippedBytes), 0u);
+      // Concealed in place: the timing is kept (the CRC row is another stream).
+      if (c.kind != aklmp3::kConcealCrc) {
+        EXPECT_EQ(d.stats.frames, ref.stats.frames);
+      }
     } else {
       // Nothing else happened, and the frames that are there decode as in
       // the clean stream.

@@ -42,6 +42,7 @@ struct Outcome {
   aacdec::DecodeStats stats;
   Sink sink;
   std::string message;
+  long pcm_frames() const { return sink.format.channels ? static_cast<long>(sink.pcm.size()) / sink.format.channels : 0; }
 };
 
 Outcome Decode(const std::vector<std::uint8_t>& data) {
@@ -216,6 +217,9 @@ TEST(AacDecoder, FramesWithCrc) {
   EXPECT_EQ(r.stats.skipped_bytes, 0);
 }
 
+// An SBR payload (implicit signalling) turns on band replication from the
+// first frame: on this 44.1 kHz core it runs down-sampled, so the rate is
+// kept; --no-sbr plays the core alone, with one note.
 TEST(AacDecoder, HeAacCoreDecodedWithOneWarning) {
   std::vector<std::uint8_t> s;
   for (int i = 0; i < 4; ++i) {
@@ -225,12 +229,22 @@ TEST(AacDecoder, HeAacCoreDecodedWithOneWarning) {
   Outcome r = Decode(s);
   ASSERT_EQ(r.result, aacdec::DecodeResult::kOk) << r.message;
   EXPECT_EQ(r.stats.frames, 4);
-  ASSERT_EQ(r.sink.warnings.size(), 1u);
-  EXPECT_NE(r.sink.warnings[0].find("AAC-LC core"), std::string::npos);
+  EXPECT_EQ(r.sink.format.sample_rate, 44100);
+  EXPECT_EQ(r.pcm_frames(), 4 * 1024);
+  EXPECT_TRUE(r.sink.warnings.empty());
+  Outcome core;
+  aacdec::DecodeOptions options;
+  options.sbr = false;
+  core.result = aacdec::DecodeAacBuffer(s.data(), s.size(), &core.sink, &core.stats, &core.message, options);
+  ASSERT_EQ(core.result, aacdec::DecodeResult::kOk) << core.message;
+  EXPECT_EQ(core.sink.format.sample_rate, 44100);
+  EXPECT_EQ(core.pcm_frames(), 4 * 1024);
+  ASSERT_EQ(core.sink.warnings.size(), 1u);
+  EXPECT_NE(core.sink.warnings[0].find("AAC-LC core"), std::string::npos);
 }
 
-TEST(AacDecoder, MainSsrAndLtpRefused) {
-  const struct { int profile; const char* word; } rows[] = {{0, "Main"}, {2, "SSR"}, {3, "LTP"}};
+TEST(AacDecoder, SsrRefused) {
+  const struct { int profile; const char* word; } rows[] = {{2, "SSR"}};
   for (const auto& row : rows) {
     Outcome r = Decode(AdtsFrame(row.profile, 1, -1));
     EXPECT_EQ(r.result, aacdec::DecodeResult::kRefused);
@@ -301,12 +315,12 @@ TEST(AacDecoder, AdifMatchesAdts) {
   EXPECT_EQ(b.stats.frames, frames);
   EXPECT_EQ(b.stats.damaged, 0);
   EXPECT_EQ(a.sink.pcm, b.sink.pcm);
-  // The same with a main-profile program configuration: refused.
-  auto main_profile = AdifHeader(0);
-  main_profile.insert(main_profile.end(), adif.begin() + static_cast<long>(AdifHeader(1).size()), adif.end());
-  Outcome m = Decode(main_profile);
+  // The same with an SSR program configuration: refused.
+  auto ssr_profile = AdifHeader(2);
+  ssr_profile.insert(ssr_profile.end(), adif.begin() + static_cast<long>(AdifHeader(1).size()), adif.end());
+  Outcome m = Decode(ssr_profile);
   EXPECT_EQ(m.result, aacdec::DecodeResult::kRefused);
-  EXPECT_NE(m.message.find("Main"), std::string::npos) << m.message;
+  EXPECT_NE(m.message.find("SSR"), std::string::npos) << m.message;
 }
 
 // Damaged streams: flipped bits, cut frames and byte runs never crash (the
@@ -476,8 +490,12 @@ TEST(AacDecoder, FullScaleClipsAndNeverWraps) {
     const int ours = r.sink.pcm[i], theirs = ref[i];
     clipped += ours == 32767 || ours == -32768;
     ASSERT_LE(std::abs(ours - theirs), 1) << i;
-    if (theirs == 32767) ASSERT_GE(ours, 32766) << i;
-    if (theirs == -32768) ASSERT_LE(ours, -32767) << i;
+    if (theirs == 32767) {
+      ASSERT_GE(ours, 32766) << i;
+    }
+    if (theirs == -32768) {
+      ASSERT_LE(ours, -32767) << i;
+    }
   }
   EXPECT_GT(clipped, 100);
 }
@@ -587,6 +605,18 @@ TEST(AacDecoder, TransportDamageIsCountedByKind) {
     s[frames[20].first + 2] = static_cast<std::uint8_t>((s[frames[20].first + 2] & ~0x3C) | (3 << 2));
     rows.push_back({"lone 48 kHz header", s, 34, 1, 0, 0, Tally::kConcealedFrames, aacdec::kConcealHeader, 0, 0});
   }
+  {  // ID3v2 tags before and between frames, an ID3v1 tag at the end: not damage
+    std::vector<std::uint8_t> id3 = {'I', 'D', '3', 4, 0, 0, 0, 0, 0, 20};
+    id3.resize(30, 0);
+    std::vector<std::uint8_t> id3v1 = {'T', 'A', 'G'};
+    id3v1.resize(128, ' ');
+    auto s = id3;
+    s.insert(s.end(), speech.begin(), speech.begin() + static_cast<long>(frames[6].first));
+    s.insert(s.end(), id3.begin(), id3.end());
+    s.insert(s.end(), speech.begin() + static_cast<long>(frames[6].first), speech.end());
+    s.insert(s.end(), id3v1.begin(), id3v1.end());
+    rows.push_back({"ID3 tags", s, 34, 0, 0, 0, Tally::kSkippedBytes, aacdec::kSkipBetween, 0, 0});
+  }
   {  // a destroyed sync word: the frame is concealed in place
     auto s = speech;
     s[frames[5].first] = 0x00;
@@ -611,7 +641,10 @@ TEST(AacDecoder, TransportDamageIsCountedByKind) {
     EXPECT_EQ(r.stats.damaged, row.concealed);
     EXPECT_EQ(r.stats.dropped, row.dropped);
     EXPECT_EQ(r.stats.skipped_bytes, row.skipped);
-    EXPECT_EQ(r.stats.damage.Count(row.tally, row.kind), static_cast<std::uint64_t>(row.tally == Tally::kDroppedFrames ? row.dropped : row.concealed));
+    const long expected = row.tally == Tally::kDroppedFrames ? row.dropped
+                          : row.tally == Tally::kSkippedBytes  ? row.skipped
+                                                               : row.concealed;
+    EXPECT_EQ(r.stats.damage.Count(row.tally, row.kind), static_cast<std::uint64_t>(expected));
     EXPECT_EQ(r.sink.pcm.size(), static_cast<std::size_t>(row.frames) * 1024 * static_cast<std::size_t>(r.sink.format.channels));
     if (row.same_from == ~std::size_t{0}) continue;
     // Dropped frames are missing from the output; compare what is there.

@@ -210,6 +210,8 @@ TEST(Mp4Decode, RefusalsSayWhy) {
 }
 
 // HE-AAC signalled in the config: the core is decoded, with one warning.
+// With --no-sbr an SBR-signalled configuration gives the core and one note
+// (without it, band replication runs: tests/sbr).
 TEST(Mp4Decode, SbrSignalledDecodesTheCoreWithOneWarning) {
   const std::uint8_t unit = 0;
   AacCollect out;
@@ -222,11 +224,13 @@ TEST(Mp4Decode, SbrSignalledDecodesTheCoreWithOneWarning) {
   config.channel_config = 1;
   config.sbr_rate = 88200;
   const aacdec::AccessUnit none[1] = {{&unit, 0}};
-  const auto r = aacdec::DecodeAacAccessUnits(config, none, 0, &out, &stats, &message);
+  aacdec::DecodeOptions core_only;
+  core_only.sbr = false;
+  const auto r = aacdec::DecodeAacAccessUnits(config, none, 0, &out, &stats, &message, core_only);
   EXPECT_EQ(r, aacdec::DecodeResult::kNoAudio);
   EXPECT_EQ(message, "no access units in the track");
   ASSERT_EQ(out.warnings.size(), 1u);
-  EXPECT_EQ(out.warnings[0].rfind("HE-AAC stream (88200 Hz): ", 0), 0u) << out.warnings[0];
+  EXPECT_EQ(out.warnings[0].rfind("HE-AAC stream: ", 0), 0u) << out.warnings[0];
 }
 
 // Layer III units that carry their own main data (more or less than their
@@ -265,6 +269,27 @@ TEST(Mp4Decode, Mp3UnitsCarryingTheirOwnMainData) {
   no_trim.gapless = false;
   aklmp3::DecodeBuffer(stream.data(), stream.size(), no_trim, &plain);
   EXPECT_EQ(plain.pcm, units.pcm);
+}
+
+// A file cut inside its media data: the audio of the units before the cut,
+// and the damage named.
+TEST(Mp4Decode, TruncatedFileKeepsTheAudioBeforeTheCut) {
+  const Bytes m4a = akl::test::ReadFile(akl::test::DataPath("mp4/102400samples_qt-lc-aac.m4a"));
+  AacRun whole, cut;
+  std::string damage;
+  aacdec::InputOptions options;
+  whole.result = aacdec::DecodeAacInput(m4a.data(), m4a.size(), options, &whole.out, &whole.stats, &whole.message, &damage);
+  ASSERT_EQ(whole.result, aacdec::DecodeResult::kOk);
+  EXPECT_TRUE(damage.empty());
+  const Bytes head(m4a.begin(), m4a.begin() + 4000);
+  cut.result = aacdec::DecodeAacInput(head.data(), head.size(), options, &cut.out, &cut.stats, &cut.message, &damage);
+  ASSERT_EQ(cut.result, aacdec::DecodeResult::kOk);
+  EXPECT_EQ(damage, "the file ends inside box 'mdat' (offset 1358): it is truncated");
+  ASSERT_EQ(cut.out.warnings.size(), 2u);
+  EXPECT_EQ(cut.out.warnings[1],
+            "track 1: 74 of 103 access units lie inside the file (it is truncated or its tables are damaged)");
+  EXPECT_EQ(cut.out.pcm.size(), (74u * 1024 - 2112) * 2);
+  EXPECT_TRUE(std::equal(cut.out.pcm.begin(), cut.out.pcm.end(), whole.out.pcm.begin()));
 }
 
 // Damaged files: every truncation and a sweep of byte flips end with a

@@ -10,6 +10,8 @@
 //     windows (sine or KBD, all four sequences) and overlap-add, the
 //     independently switched coupling, and rounding to 16 bits.
 #include "aacdec/aac_decoder.hpp"
+#include "aacdec/prediction.hpp"
+#include "aacdec/sbr.hpp"
 #include "aacdec/scale_factors.hpp"
 
 #include <algorithm>
@@ -28,6 +30,7 @@ constexpr int kSampleRates[13] = {96000, 88200, 64000, 48000, 44100, 32000, 2400
                                   22050, 16000, 12000, 11025, 8000,  7350};
 constexpr int kFrame = 1024;
 constexpr int kBandSlots = 8 * 64;  // per-band arrays: groups x bands
+constexpr int kCceKeys = 256;  // prediction-tool slots of coupling channels: 256 + tag
 constexpr std::size_t kPadding = 16384;  // zeros after a frame: the readers may run on in a damaged one
 
 enum ElementId { kSce = 0, kCpe = 1, kCce = 2, kLfe = 3, kDse = 4, kPce = 5, kFil = 6, kEnd = 7 };
@@ -167,6 +170,8 @@ struct ChannelStream {
   Akl8u cb[kBandSlots];
   Akl8s tns_coef[64];
   Akl32s ltp_long_used[41];
+  AklAACLtpData ltp;  // this channel's long-term prediction data (LTP profile)
+  int key = 0;        // the channel's slot in the prediction tools
   const AklAACIcsInfo& ics() const { return *info.pIcsInfo; }
   int win_len() const { return ics().windowSequence == kEightShort ? 128 : kFrame; }
 };
@@ -362,7 +367,8 @@ void ApplyShift(ChannelStream& ch, int shift) {
 // ---- the decoder ----
 class Decoder {
  public:
-  Decoder(PcmSink* sink, DecodeStats* stats) : sink_(sink), stats_(stats), imdct_long_(2048), imdct_short_(256) {}
+  Decoder(PcmSink* sink, DecodeStats* stats, const DecodeOptions& options)
+      : sink_(sink), stats_(stats), options_(options), imdct_long_(2048), imdct_short_(256) {}
 
   DecodeResult Run(const std::uint8_t* data, std::size_t size, std::string* message);
   DecodeResult RunAccessUnits(const RawConfig& config, const AccessUnit* units, std::size_t count, std::string* message);
@@ -378,6 +384,8 @@ class Decoder {
     Akl8u ms_used[8 * 60];
     AklAACIcsInfo pair_ics;
     ChannelStream ch[2];
+    int sbr_count = 0;  // SBR extension payload of a fill element after this one
+    Akl8u sbr_bytes[272];
   };
 
   bool SetSampleRateIndex(int sfi, std::string* message);
@@ -394,6 +402,9 @@ class Decoder {
   Status SpectralElement(Element* e, ChannelStream* cce);
   Status Finish(ChannelStream& ch);  // deinterleave; TNS runs separately
   Status Tns(ChannelStream& ch);
+  void Predict(ChannelStream& ch);                          // Main: after M/S, before intensity
+  void LongTermPredict(ChannelStream& ch, int prev_shape);  // LTP: before TNS
+  void ToolWarning(const char* tool, Status st);
   void ApplyDependentCoupling(int type, int tag, int domain, Element& e);
   bool BlockMatchesLayout() const;
   int ConfigOfBlock() const;
@@ -410,6 +421,11 @@ class Decoder {
 
   PcmSink* sink_;
   DecodeStats* stats_;
+  DecodeOptions options_;
+  std::unique_ptr<SbrDecoder> sbr_;  // band replication, chosen when the output starts
+  bool sbr_seen_ = false;            // an SBR payload was found (or the configuration signals SBR)
+  int sbr_down_ = -1;                // 1/0: the configuration says down-sampled or not; -1: by the core rate
+  std::vector<float> sbr_out_;       // channels x 1024 x the SBR output factor
   Windows windows_;
   Imdct imdct_long_;
   Imdct imdct_short_;
@@ -441,7 +457,9 @@ class Decoder {
   std::vector<Akl8u> rebuilt_;  // scratch of DecodeIcsOwnScaleFactors
   const Akl8u* block_end_ = nullptr;  // extra bits of room below the 32-bit limit (see SpectralElement)
   alignas(16) Akl32s quantized_[2][kFrame];
-  AklAACLtpInfo ltp_info_{};  // filled by the readers; LTP itself is not decoded
+  AklAACLtpInfo ltp_info_{};  // filled by the readers, copied to each channel
+  PredictionTools tools_;      // Main and LTP profile tools (prediction.hpp)
+  long tool_failures_ = 0;
   // Per block.
   std::vector<std::unique_ptr<Element>> elements_;
   int num_elements_ = 0;
@@ -470,15 +488,12 @@ bool Decoder::SetSampleRateIndex(int sfi, std::string* message) {
 // Whether this decoder renders an object type; the reason when it does not.
 static bool ObjectTypeSupported(int object_type, std::string* message) {
   switch (object_type) {
-    case 2: return true;
-    case 1:
-      *message = "AAC Main profile stream: its frequency-domain prediction is not supported (AAC-LC only)";
-      return false;
+    case 1:  // Main: frequency-domain prediction
+    case 2:
+    case 4:  // LTP: long-term prediction
+      return true;
     case 3:
       *message = "AAC SSR profile stream: its gain control is not supported (AAC-LC only)";
-      return false;
-    case 4:
-      *message = "AAC LTP stream: long-term prediction is not supported (AAC-LC only)";
       return false;
     default:
       *message = "unsupported audio object type " + std::to_string(object_type);
@@ -510,7 +525,8 @@ void Decoder::LoadFrame(const std::uint8_t* src, std::size_t n) {
 Status Decoder::DecodeIcs(Cursor& c, ChannelStream& ch, int common_window, AklAACIcsInfo* pair_ics) {
   std::memset(&ch.info, 0, sizeof(ch.info));
   ch.info.samplingFrequencyIndex = sfi_;
-  ch.info.predSfbMax = 0;
+  ch.info.predSfbMax = tools_.pred_sfb_max();
+  if (!common_window) ch.ltp.ltpDataPresent = 0;  // read below (a pair's common ICS already set it)
   ch.info.pIcsInfo = common_window ? pair_ics : &ch.own_ics;
   for (Akl32s& v : ch.ltp_long_used) v = 0;
   // The general decoder reads noise-substitution bands (codebook 13), which
@@ -520,7 +536,8 @@ Status Decoder::DecodeIcs(Cursor& c, ChannelStream& ch, int common_window, AklAA
   const Status st =
       aklsNoiselessDecode_AAC(&c.p, &c.off, &ltp_info_, ch.sf, ch.spec, ch.cb, ch.tns_coef, &ch.info,
                               common_window ? shared.windowSequence : 0, common_window ? shared.maxSfb : 0,
-                              common_window, 0, 2);
+                              common_window, 0, tools_.reader_object_type(object_type_));
+  if (st == kStsOk && !common_window) ch.ltp = ltp_info_.ltpData[0];
   if (st == kStsOk) SeparateNoiseEnergies(ch);
   if (st != kStsAacSfValErr) return st;
   // The shared running value left 0..255: a channel whose noise energies lie
@@ -622,6 +639,7 @@ Status Decoder::DecodeCce(Cursor& c) {
 }
 
 Status Decoder::DecodeRawBlock(Cursor& c, const Akl8u* end) {
+  if (!tools_.Configure(object_type_, sfi_)) return kStsMemAllocErr;
   block_end_ = end;
   num_elements_ = 0;
   num_cces_ = 0;
@@ -640,16 +658,20 @@ Status Decoder::DecodeRawBlock(Cursor& c, const Akl8u* end) {
         e.tag = static_cast<int>(ReadBits(c, 4));
         e.common_window = 0;
         e.ms_mask_present = 0;
+        e.sbr_count = 0;
         ++audio_index;
         if (id == kCpe) {
           AklAACChanPairElt cpe;
-          if (const Status st = aklsDecodeChanPairElt_MP4_AAC(&c.p, &c.off, &e.pair_ics, &cpe, &ltp_info_, 0, 2);
+          if (const Status st = aklsDecodeChanPairElt_MP4_AAC(&c.p, &c.off, &e.pair_ics, &cpe, &ltp_info_, tools_.pred_sfb_max(),
+                                                                tools_.reader_object_type(object_type_));
               st != kStsOk)
             return st;
           e.common_window = cpe.commonWindow;
           if (e.common_window) {
             e.ms_mask_present = cpe.msMaskPresent == 3 ? 0 : cpe.msMaskPresent;
             std::memcpy(e.ms_used, cpe.msUsed, sizeof(e.ms_used));
+            e.ch[0].ltp = ltp_info_.ltpData[0];
+            e.ch[1].ltp = ltp_info_.ltpData[1];
           }
           for (int k = 0; k < 2; ++k)
             if (const Status st = DecodeIcs(c, e.ch[k], e.common_window, &e.pair_ics); st != kStsOk) return st;
@@ -691,15 +713,25 @@ Status Decoder::DecodeRawBlock(Cursor& c, const Akl8u* end) {
         // looks like such a payload does not raise it.
         const int ext = count > 0 ? bytes[0] >> 4 : 0;
         sbr_in_block = sbr_in_block || ext == 13 || ext == 14;
+        if ((ext == 13 || ext == 14) && num_elements_ > 0) {
+          Element& prev = *elements_[static_cast<std::size_t>(num_elements_ - 1)];
+          prev.sbr_count = count;
+          std::memcpy(prev.sbr_bytes, bytes, static_cast<std::size_t>(count));
+        }
         break;
       }
       case kEnd:
         ByteAlign(c);
         if (c.p > end) return kStsErr;
-        if (sbr_in_block && !sbr_warned_) {
+        if (sbr_in_block) sbr_seen_ = true;
+        // Band replication is chosen when the output starts (implicit
+        // signalling: a payload in the first decodable block).
+        if (sbr_in_block && !sbr_warned_ && (!options_.sbr || (output_started_ && !sbr_))) {
           sbr_warned_ = true;
-          sink_->Warn("HE-AAC stream: spectral band replication and parametric stereo are not supported; "
-                      "decoding the AAC-LC core at " + std::to_string(sample_rate_) + " Hz");
+          sink_->Warn(options_.sbr ? "SBR payloads after the start of the output are ignored; decoding the AAC-LC core at " +
+                                         std::to_string(sample_rate_) + " Hz"
+                                   : "HE-AAC stream: decoding the AAC-LC core only at " +
+                                         std::to_string(sample_rate_) + " Hz (--no-sbr)");
         }
         return kStsOk;
     }
@@ -754,9 +786,13 @@ Status Decoder::SpectralSingle(ChannelStream& ch) {
   const int slots = ics.numWindowGroups * ics.maxSfb;
   bool noise = false;
   for (int i = 0; i < slots; ++i) noise |= ch.cb[i] == 13;
-  if (!noise) return kStsOk;
-  return aklsDecodePNS_AAC_32s(ch.spec, ch.ltp_long_used, ch.cb, ch.sf_lib, ics.maxSfb, ics.numWindowGroups,
-                               ics.windowGroupLength, sfi_, wl, &noise_seed_);
+  if (noise) {
+    const Status st = aklsDecodePNS_AAC_32s(ch.spec, ch.ltp_long_used, ch.cb, ch.sf_lib, ics.maxSfb,
+                                            ics.numWindowGroups, ics.windowGroupLength, sfi_, wl, &noise_seed_);
+    if (st != kStsOk) return st;
+  }
+  Predict(ch);
+  return kStsOk;
 }
 
 Status Decoder::SpectralPair(Element& e) {
@@ -800,6 +836,8 @@ Status Decoder::SpectralPair(Element& e) {
                                                    ics.numWindowGroups, ics.windowGroupLength, ics.maxSfb, sfi_, wl);
     if (st != kStsOk) return st;
   }
+  Predict(l);
+  Predict(r);
   if (intensity) {
     // A band that is noise on the left and intensity on the right takes the
     // right channel's intensity code (the merged array marks it as noise).
@@ -822,15 +860,19 @@ Status Decoder::SpectralElement(Element* e, ChannelStream* cce) {
   const int nch = chs[1] ? 2 : 1;
   for (int c = 0; c < nch; ++c) std::memcpy(quantized_[c], chs[c]->spec, sizeof(quantized_[c]));
   const Akl32s seed = noise_seed_;
+  for (int c = 0; c < nch; ++c) tools_.Save(chs[c]->key);  // a retry predicts from the same state
   Status st = kStsOk;
   for (int attempt = 0; attempt < 2; ++attempt) {
     headroom_ = attempt == 0 ? 0 : kRetryHeadroom;
     if (attempt > 0) {
       for (int c = 0; c < nch; ++c) std::memcpy(chs[c]->spec, quantized_[c], sizeof(quantized_[c]));
+      for (int c = 0; c < nch; ++c) tools_.Restore(chs[c]->key);
       noise_seed_ = seed;
     }
     st = e && e->type == kCpe ? SpectralPair(*e) : SpectralSingle(*chs[0]);
     for (int c = 0; c < nch && st == kStsOk; ++c) st = Finish(*chs[c]);
+    for (int c = 0; c < nch && st == kStsOk && e; ++c)
+      LongTermPredict(*chs[c], states_[static_cast<std::size_t>(chs[c]->key)].prev_shape);
     if (st == kStsOk && e) ApplyDependentCoupling(e->type, e->tag, 0, *e);
     for (int c = 0; c < nch && st == kStsOk; ++c) st = Tns(*chs[c]);
     if (st == kStsOk && e) ApplyDependentCoupling(e->type, e->tag, 1, *e);
@@ -854,10 +896,31 @@ Status Decoder::Finish(ChannelStream& ch) {
   return st;
 }
 
+void Decoder::ToolWarning(const char* tool, Status st) {
+  if (++tool_failures_ <= 3)
+    sink_->Warn(std::string(tool) + " skipped in a frame (library status " + std::to_string(st) + ")" +
+                (tool_failures_ == 3 ? "; further cases are not reported" : ""));
+}
+
+void Decoder::Predict(ChannelStream& ch) {
+  if (const Status st = tools_.Predict(ch.key, ch.spec, ch.shift, ch.ics(), ch.cb); st != kStsOk)
+    ToolWarning("frequency-domain prediction", st);
+}
+
+void Decoder::LongTermPredict(ChannelStream& ch, int prev_shape) {
+  if (!tools_.ltp_profile() && !tools_.main_profile() && ch.ltp.ltpDataPresent) {
+    ToolWarning("prediction data in a low-complexity stream", kStsNotSupportedModeErr);
+    return;
+  }
+  if (const Status st = tools_.ApplyLtp(ch.key, ch.spec, ch.shift, ch.ltp, ch.ics(), ch.info, ch.tns_coef, prev_shape);
+      st != kStsOk)
+    ToolWarning("long-term prediction", st);
+}
+
 Status Decoder::Tns(ChannelStream& ch) {
   if (!ch.info.tnsDataPresent) return kStsOk;
   return aklsDecodeTNS_AAC_32s_I(ch.spec, ch.info.nFilt, ch.info.length, ch.info.order, ch.info.coefRes,
-                                 ch.tns_coef, ch.info.direction, ch.ics().maxSfb, 1, sfi_, ch.win_len());
+                                 ch.tns_coef, ch.info.direction, ch.ics().maxSfb, object_type_ - 1, sfi_, ch.win_len());
 }
 
 // Adds the dependently switched coupling channels that target this element
@@ -983,8 +1046,14 @@ bool Decoder::StartOutput() {
   }
   channel_mask_ = unique ? mask : 0;
   states_.assign(pos.size(), ChannelState{});
+  if (sbr_seen_ && options_.sbr) {
+    // Dual rate up to a 24 kHz core; above it the band replication runs
+    // down-sampled and the output keeps the core rate.
+    sbr_ = std::make_unique<SbrDecoder>(sample_rate_, sbr_down_ >= 0 ? sbr_down_ == 1 : sample_rate_ > 24000,
+                                        [this](const std::string& m) { sink_->Warn(m); });
+  }
   StreamFormat f;
-  f.sample_rate = sample_rate_;
+  f.sample_rate = sample_rate_ * (sbr_ ? sbr_->OutputFactor() : 1);
   f.channels = static_cast<int>(pos.size());
   f.channel_mask = channel_mask_;
   f.object_type = object_type_;
@@ -1078,10 +1147,11 @@ bool Decoder::EmitBlock(bool damaged, const char* kind) {
       rewind_requested_ = true;
       return true;
     }
-    pcm_.assign(states_.size() * kFrame, 0);
+    const int held_len = kFrame * (sbr_ ? sbr_->OutputFactor() : 1);
+    pcm_.assign(states_.size() * static_cast<std::size_t>(held_len), 0);
     for (; held_blocks_ > 0; --held_blocks_) {
-      stats_->samples += kFrame;
-      if (!sink_->Frame(pcm_.data(), kFrame)) return false;
+      stats_->samples += held_len;
+      if (!sink_->Frame(pcm_.data(), held_len)) return false;
     }
   }
   const int channels = static_cast<int>(states_.size());
@@ -1093,12 +1163,15 @@ bool Decoder::EmitBlock(bool damaged, const char* kind) {
   std::vector<const LayoutElement*> where(static_cast<std::size_t>(num_elements_), nullptr);
   if (!damaged) {
     for (int k = 0; k < num_cces_ && !damaged; ++k) {
-      damaged = SpectralElement(nullptr, &cces_[static_cast<std::size_t>(k)]->ch) != kStsOk;
+      Cce& cce = *cces_[static_cast<std::size_t>(k)];
+      cce.ch.key = kCceKeys + (cce.tag & 15);
+      damaged = SpectralElement(nullptr, &cce.ch) != kStsOk;
     }
     for (int k = 0; k < num_elements_ && !damaged; ++k) {
       Element& e = *elements_[static_cast<std::size_t>(k)];
       where[static_cast<std::size_t>(k)] = FindLayout(layout_, k, e.type, e.tag);
       if (!where[static_cast<std::size_t>(k)]) continue;  // an element outside the layout: ignored
+      for (int c = 0; c < (e.type == kCpe ? 2 : 1); ++c) e.ch[c].key = where[static_cast<std::size_t>(k)]->first_channel + c;
       damaged = SpectralElement(&e, nullptr) != kStsOk;
     }
     if (damaged) Conceal(kConcealSpectral);
@@ -1118,6 +1191,7 @@ bool Decoder::EmitBlock(bool damaged, const char* kind) {
         if (written[static_cast<std::size_t>(oc)]) continue;
         float* out = out_.data() + static_cast<std::size_t>(oc) * kFrame;
         Synthesize(e.ch[c], states_[static_cast<std::size_t>(oc)], out);
+        tools_.Update(oc, out, states_[static_cast<std::size_t>(oc)].overlap.data());
         written[static_cast<std::size_t>(oc)] = true;
       }
       // Independently switched coupling: the coupling channel's output,
@@ -1155,21 +1229,47 @@ bool Decoder::EmitBlock(bool damaged, const char* kind) {
     float* out = out_.data() + static_cast<std::size_t>(c) * kFrame;
     for (int n = 0; n < kFrame; ++n) out[n] = st.overlap[static_cast<std::size_t>(n)];
     st.overlap.fill(0.0f);
+    tools_.Reset(c);
   }
   if (missing && !damaged) Conceal(kConcealMissing);
   if (damaged)
     for (ChannelState& st : cce_states_) st.overlap.fill(0.0f);
 
+  // Band replication element by element (sbr.hpp), on the core output.
+  int len = kFrame;
+  const float* rows_src = out_.data();
+  if (sbr_) {
+    len = kFrame * sbr_->OutputFactor();
+    sbr_out_.resize(static_cast<std::size_t>(channels) * static_cast<std::size_t>(len));
+    if (!damaged) {
+      for (int k = 0; k < num_elements_; ++k) {
+        const Element& e = *elements_[static_cast<std::size_t>(k)];
+        const LayoutElement* le = where[static_cast<std::size_t>(k)];
+        if (le && e.sbr_count > 0) sbr_->SetPayload(le->first_channel, e.sbr_bytes, e.sbr_count);
+      }
+    }
+    for (const LayoutElement& le : layout_.elements) {
+      const int nch = le.type == kCpe ? 2 : 1;
+      const float* in[2];
+      float* sout[2];
+      for (int c = 0; c < nch; ++c) {
+        in[c] = out_.data() + static_cast<std::size_t>(le.first_channel + c) * kFrame;
+        sout[c] = sbr_out_.data() + static_cast<std::size_t>(le.first_channel + c) * static_cast<std::size_t>(len);
+      }
+      sbr_->Process(le.first_channel, nch, le.type == kCpe, le.type == kLfe, in, sout);
+    }
+    rows_src = sbr_out_.data();
+  }
   // Clipping, rounding to nearest and interleaving in WAV order: the
   // library's SSE2 join, one row pointer per WAV position.
-  pcm_.resize(static_cast<std::size_t>(channels) * kFrame);
+  pcm_.resize(static_cast<std::size_t>(channels) * static_cast<std::size_t>(len));
   rows_.resize(static_cast<std::size_t>(channels));
   for (int c = 0; c < channels; ++c)
     rows_[static_cast<std::size_t>(wav_order_[static_cast<std::size_t>(c)])] =
-        out_.data() + static_cast<std::size_t>(c) * kFrame;
-  aklsJoin_32f16s_D2L(rows_.data(), channels, kFrame, pcm_.data());
-  stats_->samples += kFrame;
-  return sink_->Frame(pcm_.data(), kFrame);
+        rows_src + static_cast<std::size_t>(c) * static_cast<std::size_t>(len);
+  aklsJoin_32f16s_D2L(rows_.data(), channels, len, pcm_.data());
+  stats_->samples += len;
+  return sink_->Frame(pcm_.data(), len);
 }
 
 // Fixed ADTS header fields at p (7 bytes readable): 0 if not a plausible
@@ -1186,6 +1286,21 @@ static int AdtsFrameLength(const std::uint8_t* p, int* sfi, int* profile, int* c
   const int header = *protection_absent ? 7 : 9;
   if (len < header + 1) return 0;
   return len;
+}
+
+// The length of an ID3v2 tag at pos (header, body and any footer), or of an
+// ID3v1 tag that ends the data; 0 if there is none.
+static std::size_t TagLength(const std::uint8_t* data, std::size_t size, std::size_t pos) {
+  const std::uint8_t* p = data + pos;
+  if (pos + 10 <= size && p[0] == 'I' && p[1] == 'D' && p[2] == '3' && p[3] != 0xFF && p[4] != 0xFF &&
+      ((p[6] | p[7] | p[8] | p[9]) & 0x80) == 0) {
+    const std::size_t body = (static_cast<std::size_t>(p[6]) << 21) | (static_cast<std::size_t>(p[7]) << 14) |
+                             (static_cast<std::size_t>(p[8]) << 7) | p[9];
+    const std::size_t len = 10 + body + ((p[5] & 0x10) ? 10 : 0);
+    return std::min(len, size - pos);
+  }
+  if (pos + 128 == size && p[0] == 'T' && p[1] == 'A' && p[2] == 'G') return 128;
+  return 0;
 }
 
 // A frame whose sync word is destroyed: the header's other fields still make
@@ -1324,6 +1439,16 @@ DecodeResult Decoder::Run(const std::uint8_t* data, std::size_t size, std::strin
           }
         }
         if (!ok) {
+          // Tags are not damage: an ID3v2 tag (before or between frames) and
+          // an ID3v1 tag (the last 128 bytes) are passed over uncounted.
+          const std::size_t tag = TagLength(data, size, pos);
+          if (tag > 0) {
+            if (skipped > 0) skip(found ? kSkipBetween : kSkipBefore, skipped);
+            skipped = 0;
+            pos += tag;
+            synced = false;
+            continue;
+          }
           if (skipped == 0) skip_from = pos;
           ++pos;
           ++skipped;
@@ -1513,9 +1638,15 @@ DecodeResult Decoder::RunAccessUnits(const RawConfig& config, const AccessUnit* 
     return DecodeResult::kRefused;
   }
   if (config.sbr_rate > 0) {
-    sbr_warned_ = true;
-    sink_->Warn("HE-AAC stream (" + std::to_string(config.sbr_rate) + " Hz): spectral band replication and parametric "
-                "stereo are not supported; decoding the AAC-LC core at " + std::to_string(sample_rate_) + " Hz");
+    // Explicit signalling: band replication from the first block, down-sampled
+    // when the signalled rate is the core's own.
+    if (options_.sbr) {
+      sbr_seen_ = true;
+      sbr_down_ = config.sbr_rate == sample_rate_;
+    } else {
+      sbr_warned_ = true;
+      sink_->Warn("HE-AAC stream: decoding the AAC-LC core only at " + std::to_string(sample_rate_) + " Hz (--no-sbr)");
+    }
   }
   std::size_t consumed = 0, total = 0;
   for (std::size_t i = 0; i < count; ++i) total += units[i].size;
@@ -1554,15 +1685,15 @@ DecodeResult Decoder::RunAccessUnits(const RawConfig& config, const AccessUnit* 
 }  // namespace
 
 DecodeResult DecodeAacAccessUnits(const RawConfig& config, const AccessUnit* units, std::size_t count, PcmSink* sink,
-                                  DecodeStats* stats, std::string* message) {
-  auto decoder = std::make_unique<Decoder>(sink, stats);
+                                  DecodeStats* stats, std::string* message, const DecodeOptions& options) {
+  auto decoder = std::make_unique<Decoder>(sink, stats, options);
   return decoder->RunAccessUnits(config, units, count, message);
 }
 DecodeStats::DecodeStats() = default;
 
 DecodeResult DecodeAacBuffer(const std::uint8_t* data, std::size_t size, PcmSink* sink, DecodeStats* stats,
-                             std::string* message) {
-  auto decoder = std::make_unique<Decoder>(sink, stats);
+                             std::string* message, const DecodeOptions& options) {
+  auto decoder = std::make_unique<Decoder>(sink, stats, options);
   return decoder->Run(data, size, message);
 }
 

@@ -62,10 +62,14 @@ struct DecodeStats {
 
 enum class DecodeResult { kOk, kRefused, kNoAudio, kSinkStopped };
 
+struct DecodeOptions {
+  bool sbr = true;  // false: play the AAC-LC core of HE-AAC streams only (--no-sbr)
+};
+
 // Decodes a whole ADTS or ADIF stream held in memory.  On kRefused or
 // kNoAudio, *message says why.
 DecodeResult DecodeAacBuffer(const std::uint8_t* data, std::size_t size, PcmSink* sink, DecodeStats* stats,
-                             std::string* message);
+                             std::string* message, const DecodeOptions& options = {});
 
 // Raw access units, one raw data block each (as MP4 files carry them), and
 // the configuration their container gives (an AudioSpecificConfig).
@@ -83,11 +87,11 @@ struct RawConfig {
   const std::uint8_t* pce = nullptr;
   std::size_t pce_size = 0;
   int pce_bit = 0;
-  int sbr_rate = 0;          // SBR signalled: its output rate (decoded as the core, with one warning)
+  int sbr_rate = 0;          // SBR signalled: its output rate (the core's own rate: down-sampled SBR)
 };
 
 // Decodes `count` access units.  On kRefused or kNoAudio, *message says why.
 DecodeResult DecodeAacAccessUnits(const RawConfig& config, const AccessUnit* units, std::size_t count, PcmSink* sink,
-                                  DecodeStats* stats, std::string* message);
+                                  DecodeStats* stats, std::string* message, const DecodeOptions& options = {});
 
 }  // namespace aacdec

@@ -178,17 +178,26 @@ class FrameWalker {
     RawHeader h;
     int len = 0;
     if (locked_ && HeaderAt(pos_, &h, &len)) {
-      // A frame longer than the last one whose stream goes on where the last
-      // length ends has a damaged bit-rate field; it ends there.
-      if (len > last_len_ + 1) {
-        for (int c = last_len_ - last_.padding; c <= last_len_ - last_.padding + 1; ++c) {
-          RawHeader nh;
-          int nl;
+      // The stream goes on one frame length (of the last frame's format)
+      // later, but this header's own length does not lead there, or makes
+      // the frame longer than the last: the header is damaged.  A damaged bit
+      // rate only: the frame ends there and is decoded.  A damaged rate or
+      // version: it is concealed in place with the last header (a frame that
+      // really is at another rate is followed by a header at its own length,
+      // and is dropped downstream).
+      const std::size_t own_next = pos_ + static_cast<std::size_t>(len);
+      const bool chains = own_next == end_ || (own_next < end_ && HeaderAt(own_next, nullptr, nullptr));
+      if (!chains || len > last_len_ + 1) {
+        const int base = last_len_ - last_.padding;
+        for (int c = base; c <= base + 1; ++c) {
           const std::size_t q = pos_ + static_cast<std::size_t>(c);
-          if (HeaderAt(q, &nh, &nl) && SameStream(nh, last_) &&
-              (q + static_cast<std::size_t>(nl) == end_ ||
-               (q + static_cast<std::size_t>(nl) < end_ && HeaderAt(q + static_cast<std::size_t>(nl), nullptr, nullptr))))
-            return Take(f, start, pos_, c, h, skipped, truncated);
+          if (!ResumesAt(q)) continue;
+          if (SameStream(h, last_)) return Take(f, start, pos_, c, h, skipped, truncated);
+          RawHeader guess = last_;
+          guess.padding = c - base;
+          const bool taken = Take(f, start, pos_, c, guess, skipped, truncated);
+          f->damaged_header = true;
+          return taken;
         }
       }
       const std::size_t next = pos_ + static_cast<std::size_t>(len);
@@ -225,6 +234,16 @@ class FrameWalker {
   }
 
   std::size_t Position() const { return pos_; }
+
+  // A header of the stream being followed at q, followed by a valid header
+  // (or the end of the data).
+  bool ResumesAt(std::size_t q) {
+    RawHeader nh;
+    int nl;
+    if (!HeaderAt(q, &nh, &nl) || !SameStream(nh, last_)) return false;
+    const std::size_t n = q + static_cast<std::size_t>(nl);
+    return n == end_ || (n < end_ && HeaderAt(n, nullptr, nullptr));
+  }
   // Work done so far, in bytes looked at: bytes memchr passed over, four per
   // header read, and the positions of free-format length scans.
   std::uint64_t work() const { return work_; }

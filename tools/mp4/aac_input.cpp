@@ -45,7 +45,7 @@ class TrimSink : public PcmSink {
 };
 
 DecodeResult DecodeMp4(const std::uint8_t* data, std::size_t size, const InputOptions& options, PcmSink* sink,
-                       DecodeStats* stats, std::string* message) {
+                       DecodeStats* stats, std::string* message, std::string* damage) {
   mp4::Movie movie;
   std::string error, note;
   if (!mp4::ReadMovie(data, size, &movie, &error)) {
@@ -98,10 +98,13 @@ DecodeResult DecodeMp4(const std::uint8_t* data, std::size_t size, const InputOp
   std::vector<AccessUnit> units;
   units.reserve(track.samples.size());
   for (const mp4::SampleRef& s : track.samples) units.push_back({data + s.offset, s.size});
-  const std::uint32_t stream_rate = asc.sbr ? asc.extension_sample_rate : asc.sample_rate;
+  const std::uint32_t stream_rate = asc.sbr && options.sbr ? asc.extension_sample_rate : asc.sample_rate;
   TrimSink trimmed(sink, movie, track, stream_rate, options.gapless);
-  const DecodeResult r = DecodeAacAccessUnits(config, units.data(), units.size(), &trimmed, stats, message);
+  DecodeOptions decode;
+  decode.sbr = options.sbr;
+  const DecodeResult r = DecodeAacAccessUnits(config, units.data(), units.size(), &trimmed, stats, message, decode);
   stats->samples = static_cast<long>(trimmed.passed());
+  if (damage) *damage = movie.damage;
   return r;
 }
 
@@ -121,10 +124,13 @@ std::size_t Id3v2TagsLength(const std::uint8_t* data, std::size_t size) {
 }
 
 DecodeResult DecodeAacInput(const std::uint8_t* data, std::size_t size, const InputOptions& options, PcmSink* sink,
-                            DecodeStats* stats, std::string* message) {
-  if (mp4::LooksLikeIsoBmff(data, size)) return DecodeMp4(data, size, options, sink, stats, message);
+                            DecodeStats* stats, std::string* message, std::string* damage) {
+  if (damage) damage->clear();
+  if (mp4::LooksLikeIsoBmff(data, size)) return DecodeMp4(data, size, options, sink, stats, message, damage);
   const std::size_t tags = Id3v2TagsLength(data, size);
-  return DecodeAacBuffer(data + tags, size - tags, sink, stats, message);
+  DecodeOptions decode;
+  decode.sbr = options.sbr;
+  return DecodeAacBuffer(data + tags, size - tags, sink, stats, message, decode);
 }
 
 }  // namespace aacdec

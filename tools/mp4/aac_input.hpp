@@ -15,12 +15,14 @@ namespace aacdec {
 
 struct InputOptions {
   bool gapless = true;  // apply an MP4 file's edit list or iTunSMPB priming and padding
+  bool sbr = true;      // decode HE-AAC band replication (false: the core alone, --no-sbr)
 };
 
 // As DecodeAacBuffer, for any input; stats->samples counts what the sink
-// received after trimming.
+// received after trimming.  A damaged MP4 file whose audio before the damage
+// was decoded gives kOk with *damage (if not null) saying what was wrong.
 DecodeResult DecodeAacInput(const std::uint8_t* data, std::size_t size, const InputOptions& options, PcmSink* sink,
-                            DecodeStats* stats, std::string* message);
+                            DecodeStats* stats, std::string* message, std::string* damage = nullptr);
 
 // Bytes taken by the ID3v2 tags (one or more, with footers) at the start of
 // `data`; 0 if there are none.

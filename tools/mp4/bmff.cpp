@@ -84,6 +84,10 @@ class Parser {
   // running past the end of the file is cut there (`*cut` set); inside a
   // parent that is damage.
   bool ReadBox(std::uint64_t pos, std::uint64_t limit, bool top, Box* box, bool* cut);
+  void Damage(const std::string& what) {
+    m_->warnings.push_back(what);
+    if (m_->damage.empty()) m_->damage = what;
+  }
   bool Fail(const Box& b, const std::string& what) {
     if (error_.empty()) error_ = "box '" + TagName(b.type) + "' at offset " + std::to_string(b.start) + ": " + what;
     return false;
@@ -176,7 +180,7 @@ bool Parser::Run(std::string* error) {
     bool cut = false;
     if (!ReadBox(pos, size_, true, &b, &cut)) {
       if (have_moov) {  // damage after the movie box: keep what was found
-        m_->warnings.push_back(error_ + "; the rest of the file is ignored");
+        Damage(error_ + "; the rest of the file is ignored");
         error_.clear();
         break;
       }
@@ -184,8 +188,8 @@ bool Parser::Run(std::string* error) {
       return false;
     }
     if (cut) {
-      m_->warnings.push_back("the file ends inside box '" + TagName(b.type) + "' (offset " + std::to_string(b.start) +
-                             "): it is truncated");
+      Damage("the file ends inside box '" + TagName(b.type) + "' (offset " + std::to_string(b.start) +
+             "): it is truncated");
     }
     if (b.type == Tag("moov")) {
       if (have_moov) {
@@ -213,8 +217,8 @@ bool Parser::Run(std::string* error) {
   for (const Box& b : moofs) {
     std::string why;
     if (!Moof(b, &why)) {
-      m_->warnings.push_back("movie fragment at offset " + std::to_string(b.start) + ": " + why +
-                             "; it and the fragments after it are ignored");
+      Damage("movie fragment at offset " + std::to_string(b.start) + ": " + why +
+             "; it and the fragments after it are ignored");
       break;
     }
   }
@@ -222,9 +226,9 @@ bool Parser::Run(std::string* error) {
   if (truncated_samples_) {
     for (const Track& t : m_->tracks) {
       if (t.samples.size() < t.declared_samples) {
-        m_->warnings.push_back("track " + std::to_string(t.id) + ": " + std::to_string(t.samples.size()) + " of " +
-                               std::to_string(t.declared_samples) +
-                               " access units lie inside the file (it is truncated or its tables are damaged)");
+        Damage("track " + std::to_string(t.id) + ": " + std::to_string(t.samples.size()) + " of " +
+               std::to_string(t.declared_samples) +
+               " access units lie inside the file (it is truncated or its tables are damaged)");
       }
     }
   }
@@ -460,7 +464,7 @@ bool Parser::AddSample(Track& t, std::uint64_t offset, std::uint64_t size) {
     return false;
   }
   if (size > size_ - t.sample_bytes) {
-    if (!overlap_warned_) m_->warnings.push_back("track " + std::to_string(t.id) + ": its access units overlap; the rest are ignored");
+    if (!overlap_warned_) Damage("track " + std::to_string(t.id) + ": its access units overlap; the rest are ignored");
     overlap_warned_ = true;
     return false;
   }

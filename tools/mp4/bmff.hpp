@@ -68,6 +68,9 @@ struct Movie {
   std::uint32_t itunsmpb_padding = 0;
   std::uint64_t itunsmpb_length = 0;  // samples per channel of the original
   std::vector<std::string> warnings;  // problems that do not stop decoding
+  // The first of them that is damage (a truncated file, units outside it or
+  // overlapping, a damaged fragment or box after the movie box); empty if none.
+  std::string damage;
 };
 
 // True if `data` starts like an ISO base media file: a plausible box header

@@ -39,8 +39,9 @@ class TrimSink : public PcmSink {
 }  // namespace
 
 DecodeStats DecodeInput(const std::uint8_t* data, std::size_t size, const DecodeOptions& options, PcmSink* sink,
-                        std::string* refusal, std::vector<std::string>* warnings) {
+                        std::string* refusal, std::vector<std::string>* warnings, std::string* damage) {
   refusal->clear();
+  if (damage) damage->clear();
   if (!mp4::LooksLikeIsoBmff(data, size)) return DecodeBuffer(data, size, options, sink);
   mp4::Movie movie;
   std::string error, note;
@@ -63,6 +64,7 @@ DecodeStats DecodeInput(const std::uint8_t* data, std::size_t size, const Decode
   TrimSink trimmed(sink, movie, track, options.gapless);
   DecodeStats stats = DecodeUnits(units.data(), units.size(), &trimmed);
   stats.samples_out = trimmed.passed();
+  if (damage) *damage = movie.damage;
   return stats;
 }
 

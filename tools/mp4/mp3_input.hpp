@@ -15,8 +15,10 @@ namespace aklmp3 {
 
 // As DecodeBuffer.  For an MP4 file that cannot be decoded, *refusal says why
 // (stats.frames is then 0); *warnings receives what the reader noticed (other
-// audio tracks, truncation).  stats.samples_out counts what the sink received.
+// audio tracks, truncation), and *damage (if not null) the first damage of the
+// file, whose audio before it was decoded.  stats.samples_out counts what the
+// sink received.
 DecodeStats DecodeInput(const std::uint8_t* data, std::size_t size, const DecodeOptions& options, PcmSink* sink,
-                        std::string* refusal, std::vector<std::string>* warnings);
+                        std::string* refusal, std::vector<std::string>* warnings, std::string* damage = nullptr);
 
 }  // namespace aklmp3
