@@ -1308,7 +1308,8 @@ AKLAC_API Status aklsNoiselessDecoder_LC_AAC(Akl8u** ppBitStream, Akl32s* pBitOf
  *   maxSfb          in: 0..51, used when scalableLayer is 1.
  *   commonWindow    in: 0..1; 1 takes pChanInfo->pIcsInfo as read.
  *   scalableLayer   in: 0..1; 1 reads no ICS information, pulse, TNS or gain-control data.
- *   audioObjectType in: 0..16 (1 main profile).
+ *   audioObjectType in: 0..16 (1 main profile: prediction flags, and TNS orders
+ *                   up to 20 for long windows instead of 12).
  * Statuses, in check order: kStsNullPtr; kStsAacBitOffsetErr; kStsAacCommonWinErr;
  * kStsAacWinSeqErr; kStsAacLayerFlagErr; kStsAacAotErr; kStsAacMaxSfbErr;
  * kStsAacSmpRateIdxErr; then from the data as the LC decoder (kStsAacWinGrpErr also
@@ -1454,12 +1455,15 @@ AKLAC_API Status aklsDecodeMsPNS_AAC_32s(Akl32s* pSrcDstL, Akl32s* pSrcDstR, Akl
  *   pSrcDst   in/out: 1024 lines (long) or 8 x 128 deinterleaved (Q3)
  *   pNumFilt  in: filters per window (0..3 long, 0..1 short), 1 or 8 entries
  *   pLength, pOrder, pDirection in: per filter, over all windows in turn
- *             (length 0..number of bands, order 0..12 long / 0..7 short,
+ *             (length 0..number of bands, order 0..12 long (0..20 when
+ *             profile is 0) / 0..7 short,
  *             direction 0 upward, 1 downward; a filter of order 0 has no
  *             direction entry)
  *   pCoefRes  in: coefficient width per window, 3 or 4
  *   pCoef     in: order coefficients (-8..7) per filter of non-zero order
- *   maxSfb    in: transmitted bands;  profile in: not used by the filter
+ *   maxSfb    in: transmitted bands
+ *   profile   in: the ADTS profile code (object type minus 1); 0 (Main)
+ *             allows long-window orders up to 20, any other value 12
  *   samplingFrequencyIndex in: 0..11;  winLen in: 128 or 1024
  * Statuses: kStsNullPtr; kStsAacWinLenErr; kStsAacSmpRateIdxErr;
  * kStsAacMaxSfbErr; then, per window and filter, kStsAacTnsNumFiltErr,
@@ -1485,6 +1489,243 @@ AKLAC_API Status aklsEncodeTNS_AAC_32s_I(Akl32s* pSrcDst, const Akl32s* pNumFilt
                                          Akl32s samplingFrequencyIndex, Akl32s winLen);
 
 /* @aac-spectral-end */
+
+/* --- AAC Main and LTP profiles: prediction and the AAC filter bank ------
+ * Three tools that share the AAC filter bank's windows.  Frequency-domain
+ * prediction (Main profile) keeps one predictor per spectral line in a State
+ * context; the filter bank (a Spec context, read-only in use) runs the
+ * inverse and forward transforms with the window sequences; long-term
+ * prediction (LTP profile) builds a frame's estimate from the caller's
+ * history of reconstructed output through the forward transform. */
+
+/* Frequency-domain prediction state (tag 0x434D4170): one backward-adaptive
+ * second-order lattice predictor for each spectral line below the prediction
+ * limit of the sampling rate (bands 33, 33, 38, 40, 40, 40, 41, 41, 37, 37,
+ * 37, 34 for indices 0..11; at most 672 lines).  One context per channel.
+ *
+ * Contract of aklsFDP_32f.  Each predictor holds r0, r1 (lattice registers),
+ * COR0, COR1 (correlations) and VAR0, VAR1 (energies), all in a 16-bit float
+ * format: the upper 16 bits of an IEEE single (sign, exponent, 7 mantissa
+ * bits).  A reset sets r0 = r1 = COR0 = COR1 = 0 and VAR0 = VAR1 = 1.  For
+ * a line with dequantized value x (single precision throughout, alpha =
+ * 29/32, a = b = 61/64):
+ *   k1 = COR0 * R(b / VAR0) if VAR0 > 1, else 0;  k2 likewise from COR1, VAR1
+ *   est = R(k1 * r0 + k2 * r1);  y = x + est if the band is predicted, else x
+ *   e1 = y - k1 * r0
+ *   COR1 = T(alpha * COR1 + r1 * e1);  VAR1 = T(alpha * VAR1 + 0.5 * (r1 * r1 + e1 * e1))
+ *   COR0 = T(alpha * COR0 + r0 * y);   VAR0 = T(alpha * VAR0 + 0.5 * (r0 * r0 + y * y))
+ *   r1 = T(a * (r0 - k1 * y));  r0 = T(a * y)   (old r0, r1 on the right)
+ * where T clears the 16 low bits of the single (toward zero) and R rounds to
+ * the 16-bit format, halves away from zero (the word plus 0x8000, then the
+ * low 16 bits cleared).  Every predictor below the limit advances in every
+ * long-window frame, predicted or not.  A band is predicted when
+ * predictorDataPresent is 1, the band lies below maxSfb and its
+ * predictionUsed byte is non-zero.  A band below maxSfb coded as noise
+ * (codebook 13) is not predicted and its predictors are reset.  Then, if
+ * predictorDataPresent and predictorReset are 1, reset group g =
+ * predictorResetGroupNum (1..30) resets predictors g-1, g-1+30, g-1+60, ...
+ * An eight-short-window frame is passed through unchanged and resets every
+ * predictor.  Lines from the limit up to 1024 are copied. */
+typedef struct AklsFDPState_32f AklsFDPState_32f;
+
+/* Bytes that aklsFDPInit_32f needs (alignment slack included).
+ *   pSize  out: the size
+ * Statuses: kStsNullPtr. */
+AKLAC_API Status aklsFDPGetSize_32f(int* pSize);
+
+/* Builds a prediction state with every predictor reset, in caller memory of at
+ * least the GetSize size (any alignment; built at the next 16-byte boundary).
+ *   samplingFrequencyIndex  in: 0..11 (fixes the band offsets and the limit)
+ *   pState                  in/out: the memory
+ * Statuses: kStsNullPtr; kStsAacSmpRateIdxErr. */
+AKLAC_API Status aklsFDPInit_32f(Akl32s samplingFrequencyIndex, AklsFDPState_32f* pState);
+
+/* Allocates (aklMalloc) and builds a prediction state; release it with aklsFDPFree_32f.
+ *   samplingFrequencyIndex  in: 0..11
+ *   ppState                 out: the raw pointer to pass to the other operations
+ * Statuses: kStsNullPtr; kStsAacSmpRateIdxErr; kStsMemAllocErr (*ppState unwritten). */
+AKLAC_API Status aklsFDPInitAlloc_32f(Akl32s samplingFrequencyIndex, AklsFDPState_32f** ppState);
+
+/* Releases a state built by InitAlloc (caller memory is left alone); the tag is kept.
+ *   pState  in: the state
+ * Statuses: kStsNullPtr; kStsContextMismatch (wrong tag, nothing released). */
+AKLAC_API Status aklsFDPFree_32f(AklsFDPState_32f* pState);
+
+/* Resets every predictor (for instance after a damaged frame).
+ *   pState  in/out: the state
+ * Statuses: kStsNullPtr; kStsContextMismatch. */
+AKLAC_API Status aklsFDPReset_32f(AklsFDPState_32f* pState);
+
+/* Prediction of one frame of one channel, after M/S and before intensity
+ * stereo and TNS, as the contract above states.
+ *   pSrc      in: 1024 dequantized lines in the standard's scale (a Q3 value
+ *             divided by 8); eight short windows in any order
+ *   pDst      out: 1024 reconstructed lines (may equal pSrc)
+ *   pIcsInfo  in: windowSequence, maxSfb and the prediction fields of the frame
+ *   pSfbCb    in: codebook of each band below maxSfb (long windows)
+ *   pState    in/out: the channel's predictors
+ * Statuses, in check order (nothing written on failure): kStsNullPtr;
+ * kStsAacWinSeqErr (windowSequence outside 0..3); kStsAacMaxSfbErr (long
+ * window, maxSfb outside 0..51); kStsBadArgErr (a reset asked for with a
+ * group outside 1..30); kStsContextMismatch; kStsAacMaxSfbErr (maxSfb above
+ * the band count of the state's sampling rate); kStsOk. */
+AKLAC_API Status aklsFDP_32f(const Akl32f* pSrc, Akl32f* pDst, const AklAACIcsInfo* pIcsInfo, const Akl8u* pSfbCb,
+                             AklsFDPState_32f* pState);
+
+/* The AAC filter bank on fixed-point data (tag 0x434D4171, read-only in use):
+ * transforms of 2048 and 256 points, sine and Kaiser-Bessel-derived windows
+ * (alpha 4 long, 6 short) for the four window sequences.
+ *
+ * Contract.  Spectra and time signals share one fixed-point format (the
+ * decoders use Q3, the dequantizer's).  The inverse transform of a block is
+ * y[n] = 2/N sum_k X[k] cos(2pi/N (n + 1/2 + N/4)(k + 1/2)), N = 2048 (or 256
+ * for each of eight short blocks); the forward transform is X[k] = 2 sum_n
+ * z[n] cos(same), so that windowed overlap-add of inverse transforms of
+ * forward transforms restores the signal.  Window of a long block: the rising
+ * half of windowShape of the previous frame (prevWindowShape), then the
+ * falling half of windowShape; long-start: rising long half, 448 ones, the
+ * falling short half, 448 zeros; long-stop: 448 zeros, the rising short half
+ * (prevWindowShape), 448 ones, the falling long half.  Eight short: block j
+ * covers samples 448 + 128 j .. 448 + 128 j + 255, the rising half of the
+ * first block from prevWindowShape, all others from windowShape.  The
+ * arithmetic is single-precision float; every result is rounded to nearest
+ * (halves away from zero) and saturated to 32 bits.  The overlap buffer holds
+ * the 1024 windowed samples that the next frame adds (zero at the start). */
+typedef struct AklsMDCTSpec_AAC_32s AklsMDCTSpec_AAC_32s;
+
+/* Bytes that aklsMDCTInit_AAC_32s needs (alignment slack included).
+ *   pSize  out: the size
+ * Statuses: kStsNullPtr. */
+AKLAC_API Status aklsMDCTGetSize_AAC_32s(int* pSize);
+
+/* Builds a filter-bank context in caller memory of at least the GetSize size
+ * (any alignment; built at the next 16-byte boundary).
+ *   pSpec  in/out: the memory
+ * Statuses: kStsNullPtr. */
+AKLAC_API Status aklsMDCTInit_AAC_32s(AklsMDCTSpec_AAC_32s* pSpec);
+
+/* Allocates (aklMalloc) and builds a filter-bank context.
+ *   ppSpec  out: the raw pointer to pass to the other operations
+ * Statuses: kStsNullPtr; kStsMemAllocErr (*ppSpec unwritten). */
+AKLAC_API Status aklsMDCTInitAlloc_AAC_32s(AklsMDCTSpec_AAC_32s** ppSpec);
+
+/* Releases a context built by InitAlloc (caller memory is left alone); the tag is kept.
+ *   pSpec  in: the context
+ * Statuses: kStsNullPtr; kStsContextMismatch (wrong tag, nothing released). */
+AKLAC_API Status aklsMDCTFree_AAC_32s(AklsMDCTSpec_AAC_32s* pSpec);
+
+/* Inverse transform, windowing and overlap-add of one frame to 16-bit PCM.
+ *   pSrc             in: 1024 coefficients (Q3), or 8 x 128 deinterleaved
+ *   pDst             out: 1024 samples, the Q3 sum divided by 8, rounded and
+ *                    saturated to -32768..32767
+ *   pOverlap         in/out: 1024 samples (Q3) carried between frames
+ *   windowSequence   in: 0 only-long, 1 long-start, 2 eight-short, 3 long-stop
+ *   windowShape      in: 0 sine, 1 KBD
+ *   prevWindowShape  in: the previous frame's shape
+ *   pSpec            in: the filter-bank context
+ * Statuses, in check order (nothing written on failure): kStsNullPtr;
+ * kStsAacWinSeqErr (windowSequence outside 0..3); kStsBadArgErr (a shape
+ * outside 0..1); kStsContextMismatch; kStsOk. */
+AKLAC_API Status aklsMDCTInv_AAC_32s16s(const Akl32s* pSrc, Akl16s* pDst, Akl32s* pOverlap, Akl32s windowSequence,
+                                        Akl32s windowShape, Akl32s prevWindowShape, const AklsMDCTSpec_AAC_32s* pSpec);
+
+/* In-place inverse: as aklsMDCTInv_AAC_32s16s, but the 1024 output samples
+ * replace the coefficients in the input's own format (Q3), not reduced to 16
+ * bits (saturated to 32 bits): the form that feeds a long-term prediction
+ * history.
+ *   pSrcDst          in/out: 1024 coefficients in, 1024 samples out
+ *   pOverlap         in/out: 1024 samples (Q3) carried between frames
+ *   windowSequence   in: 0..3
+ *   windowShape      in: 0 sine, 1 KBD
+ *   prevWindowShape  in: the previous frame's shape
+ *   pSpec            in: the filter-bank context
+ * Statuses: as aklsMDCTInv_AAC_32s16s. */
+AKLAC_API Status aklsMDCTInv_AAC_32s_I(Akl32s* pSrcDst, Akl32s* pOverlap, Akl32s windowSequence, Akl32s windowShape,
+                                       Akl32s prevWindowShape, const AklsMDCTSpec_AAC_32s* pSpec);
+
+/* Forward transform of one frame with the window of its sequence.
+ *   pSrc             in: 2048 time samples (the frame's two halves)
+ *   pDst             out: 1024 coefficients (long), or 8 x 128 (eight short),
+ *                    in the input's format; may equal pSrc
+ *   windowSequence   in: 0..3
+ *   windowShape      in: 0 sine, 1 KBD
+ *   prevWindowShape  in: the previous frame's shape
+ *   pSpec            in: the filter-bank context
+ * Statuses: as aklsMDCTInv_AAC_32s16s. */
+AKLAC_API Status aklsMDCTFwd_AAC_32s(const Akl32s* pSrc, Akl32s* pDst, Akl32s windowSequence, Akl32s windowShape,
+                                     Akl32s prevWindowShape, const AklsMDCTSpec_AAC_32s* pSpec);
+
+/* In-place forward transform: the 1024 coefficients replace the first half of
+ * the 2048 input samples.
+ *   pSrcDst          in/out: 2048 samples in, 1024 coefficients out
+ *   windowSequence   in: 0..3
+ *   windowShape      in: 0 sine, 1 KBD
+ *   prevWindowShape  in: the previous frame's shape
+ *   pSpec            in: the filter-bank context
+ * Statuses: as aklsMDCTInv_AAC_32s16s. */
+AKLAC_API Status aklsMDCTFwd_AAC_32s_I(Akl32s* pSrcDst, Akl32s windowSequence, Akl32s windowShape,
+                                       Akl32s prevWindowShape, const AklsMDCTSpec_AAC_32s* pSpec);
+
+/* Long-term prediction.  The caller keeps, per channel, a history of 3072
+ * samples in the spectrum's format (Q3): the reconstructed output of the
+ * frame before last, of the last frame, and the last frame's overlap (the
+ * windowed half that the next frame adds); aklsLtpUpdate_AAC_32s maintains
+ * it and it starts as zeros.  For a long-window frame with LTP data the
+ * decoder: predicts (aklsLongTermPredict_AAC_32s), filters the estimate with
+ * the frame's TNS analysis filters (aklsEncodeTNS_AAC_32s_I) when the frame
+ * has TNS, adds it to the dequantized spectrum before TNS
+ * (aklsLongTermReconstruct_AAC_32s), and after the synthesis of every frame
+ * updates the history.  Short-window frames are not predicted.
+ *
+ * Contract of aklsLongTermPredict_AAC_32s: with lag L = ltpLag (0..2047) and
+ * gain c, the time estimate is e[i] = c * h[i + 2048 - L] for i below
+ * min(2048, 1024 + L), and 0 above; the estimate is the forward transform of
+ * e with the frame's window (as aklsMDCTFwd_AAC_32s, but on e in single
+ * precision, rounded only at the end).  c is the standard's gain for the
+ * eight Q14 codes of AklAACLtpData.ltpCoef (9352 stands for 0.570829, ...,
+ * 22438 for 1.369533; the Q14 code alone would be off by up to 5e-5, a
+ * 16-bit step on loud material), and ltpCoef / 16384 for any other value. */
+
+/* Estimate of a frame's spectrum from the history.
+ *   pSrcHistory      in: 3072 samples (Q3)
+ *   pDstEstimate     out: 1024 coefficients (Q3)
+ *   pLtpData         in: ltpLag and ltpCoef of the channel
+ *   windowSequence   in: 0, 1 or 3 (long windows)
+ *   windowShape      in: 0 sine, 1 KBD
+ *   prevWindowShape  in: the previous frame's shape
+ *   pSpec            in: the filter-bank context
+ * Statuses, in check order (nothing written on failure): kStsNullPtr;
+ * kStsAacWinSeqErr (outside 0..3, or 2: short windows are not predicted);
+ * kStsBadArgErr (a shape outside 0..1; a lag outside 0..2047, which reaches
+ * beyond the history); kStsContextMismatch; kStsOk. */
+AKLAC_API Status aklsLongTermPredict_AAC_32s(const Akl32s* pSrcHistory, Akl32s* pDstEstimate,
+                                             const AklAACLtpData* pLtpData, Akl32s windowSequence, Akl32s windowShape,
+                                             Akl32s prevWindowShape, const AklsMDCTSpec_AAC_32s* pSpec);
+
+/* Adds the estimate to the spectrum in the bands that use it: for each band b
+ * below min(maxSfb, 40) with pLongUsed[b + 1] non-zero, over the band's lines
+ * (long-window band offsets), with 32-bit saturation; nothing if pLongUsed[0]
+ * is 0.
+ *   pSrcEstimate     in: 1024 coefficients (Q3)
+ *   pSrcDstSpec      in/out: 1024 dequantized lines (Q3)
+ *   pLongUsed        in: 41 flags, as AklAACLtpData.longUsed
+ *   maxSfb           in: transmitted bands, 0..51
+ *   samplingFrequencyIndex  in: 0..11
+ * Statuses, in check order: kStsNullPtr; kStsAacMaxSfbErr (above 51);
+ * kStsAacSmpRateIdxErr; kStsAacMaxSfbErr (above the band count of the
+ * index); kStsOk. */
+AKLAC_API Status aklsLongTermReconstruct_AAC_32s(const Akl32s* pSrcEstimate, Akl32s* pSrcDstSpec,
+                                                 const Akl32s* pLongUsed, Akl32s maxSfb,
+                                                 Akl32s samplingFrequencyIndex);
+
+/* History update after a frame: the history moves back by 1024 samples, the
+ * frame's 1024 output samples and its 1024 overlap samples (all Q3, before
+ * any reduction to 16 bits) take the last two thirds.
+ *   pSrcDstHistory  in/out: 3072 samples
+ *   pSrcFrame       in: 1024 samples of the frame
+ *   pSrcOverlap     in: 1024 samples of the overlap the next frame adds
+ * Statuses: kStsNullPtr; kStsOk. */
+AKLAC_API Status aklsLtpUpdate_AAC_32s(Akl32s* pSrcDstHistory, const Akl32s* pSrcFrame, const Akl32s* pSrcOverlap);
 
 /* ========================================================================
  * SBR

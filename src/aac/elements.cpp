@@ -103,12 +103,12 @@ Status ReadIcsInfoMp4(FastReader& br, AklAACIcsInfo& ics, AklAACLtpInfo& ltp, in
 }
 
 Status ReadTnsData(FastReader& br, bool short_windows, Akl32s* n_filt, Akl32s* coef_res, Akl32s* length,
-                   Akl32s* order, Akl32s* direction, Akl8s* coef) {
+                   Akl32s* order, Akl32s* direction, Akl8s* coef, int max_order_long) {
   const int windows = short_windows ? 8 : 1;
   const int n_filt_bits = short_windows ? 1 : 2;
   const int length_bits = short_windows ? 4 : 6;
   const int order_bits = short_windows ? 3 : 5;
-  const Akl32s max_order = short_windows ? 7 : 12;
+  const Akl32s max_order = short_windows ? 7 : max_order_long;
   int filter = 0;
   int dir = 0;
   int k = 0;

@@ -153,6 +153,7 @@ struct Layout {
   int max_sfb;
   int num_groups;
   const Akl32s* group_length;
+  int tns_max_order_long = 12;  // 20 for the Main object type
 };
 
 struct Pulses {
@@ -250,7 +251,8 @@ Status ReadPulseTnsGain(FastReader& br, const Layout& lay, AklAACChanInfo& ci, P
   ci.nFilt[0] = 0;
   ci.tnsDataPresent = static_cast<Akl32s>(br.Read(1));
   if (ci.tnsDataPresent) {
-    const Status st = ReadTnsData(br, short_windows, ci.nFilt, ci.coefRes, ci.length, ci.order, ci.direction, tns_coef);
+    const Status st = ReadTnsData(br, short_windows, ci.nFilt, ci.coefRes, ci.length, ci.order, ci.direction, tns_coef,
+                                  lay.tns_max_order_long);
     if (st != kStsOk) return st;
   }
   ci.gainControlDataPresent = static_cast<Akl32s>(br.Read(1));
@@ -408,6 +410,7 @@ Status aklsNoiselessDecode_AAC(Akl8u** ppBitStream, Akl32s* pBitOffset, void* pL
     }
     lay = Layout{ics.windowSequence, ics.maxSfb, ics.numWindowGroups, ics.windowGroupLength};
   }
+  if (audioObjectType == 1) lay.tns_max_order_long = 20;
   if (st == kStsOk) {
     SetWindowFields(ci, lay.window_sequence);
     st = DecodeBody<true>(br, lay, ci, !scalableLayer, pScaleFactor, pSpectrum, pSfbCb, pTnsCoef);

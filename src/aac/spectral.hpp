@@ -63,6 +63,7 @@ void ScaleNoise(const std::int32_t* noise, std::int32_t* out, int n, int energy)
 
 // ---- TNS ----
 inline constexpr int kTnsMaxOrderLong = 12;
+inline constexpr int kTnsMaxOrderMain = 20;  // long windows of the Main profile
 inline constexpr int kTnsMaxOrderShort = 7;
 // Direct-form LPC coefficients (Q26, lpc[1..order]; lpc[0] unused) from the
 // quantized reflection coefficients of one filter.

@@ -25,9 +25,10 @@ void GroupWindows(int grouping, Akl32s* num_groups, Akl32s* group_length);
 
 // TNS data for 8 short windows or one long window.  length, order and
 // direction are filled per filter over all windows, coef per coefficient.
-// kStsAacTnsOrderErr for an order above 7 (short) or 12 (long).
+// kStsAacTnsOrderErr for an order above 7 (short) or max_order_long (long:
+// 12, or 20 in the Main profile).
 Status ReadTnsData(FastReader& br, bool short_windows, Akl32s* n_filt, Akl32s* coef_res, Akl32s* length,
-                   Akl32s* order, Akl32s* direction, Akl8s* coef);
+                   Akl32s* order, Akl32s* direction, Akl8s* coef, int max_order_long = 12);
 
 // LTP data after ltpDataPresent, against the given window sequence and maxSfb.
 void ReadLtpData(FastReader& br, AklAACLtpData& ltp, int window_sequence, int max_sfb);

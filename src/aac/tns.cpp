@@ -26,7 +26,7 @@ enum class TnsMode { kCheck, kDecode, kEncode };
 // accumulator is Q26 in 64 bits, wrapping rather than trapping on the
 // overflow that only a garbage filter could cause; results saturate to 32 bits.
 void FilterDecode(std::int32_t* x, int count, int step, const std::int32_t* lpc, int order) {
-  std::int32_t state[kTnsMaxOrderLong] = {};
+  std::int32_t state[kTnsMaxOrderMain] = {};
   for (int n = 0; n < count; ++n, x += step) {
     std::uint64_t acc = static_cast<std::uint64_t>(static_cast<std::int64_t>(*x)) << 26;
     for (int i = 0; i < order; ++i)
@@ -39,7 +39,7 @@ void FilterDecode(std::int32_t* x, int count, int step, const std::int32_t* lpc,
 }
 
 void FilterEncode(std::int32_t* x, int count, int step, const std::int32_t* lpc, int order) {
-  std::int32_t state[kTnsMaxOrderLong] = {};
+  std::int32_t state[kTnsMaxOrderMain] = {};
   for (int n = 0; n < count; ++n, x += step) {
     const std::int32_t in = *x;
     std::uint64_t acc = static_cast<std::uint64_t>(static_cast<std::int64_t>(in)) << 26;
@@ -55,14 +55,15 @@ void FilterEncode(std::int32_t* x, int count, int step, const std::int32_t* lpc,
 // checking each as it comes; filters as `mode` says.
 Status TnsWalk(TnsMode mode, std::int32_t* spec, const Akl32s* pNumFilt, const Akl32s* pLength,
                const Akl32s* pOrder, const Akl32s* pCoefRes, const Akl8s* pCoef, const Akl32s* pDirection,
-               int maxSfb, int sf_index, int winLen) {
+               int maxSfb, int sf_index, int winLen, int profile) {
   const bool is_short = winLen == kShortWindow;
   const BandTable bands = Bands(sf_index, winLen);
   const int tns_bands = is_short ? kTnsMaxBandsShort[sf_index] : kTnsMaxBandsLong[sf_index];
   const int tns_max = maxSfb < tns_bands ? maxSfb : tns_bands;
   const int windows = is_short ? 8 : 1;
   const int max_filters = is_short ? 1 : 3;
-  const int max_order = is_short ? kTnsMaxOrderShort : kTnsMaxOrderLong;
+  // Long windows of the Main profile (profile 0) allow orders up to 20.
+  const int max_order = is_short ? kTnsMaxOrderShort : profile == 0 ? kTnsMaxOrderMain : kTnsMaxOrderLong;
   int filt = 0, dir_index = 0;
   const Akl8s* coef = pCoef;
   for (int w = 0; w < windows; ++w) {
@@ -80,7 +81,7 @@ Status TnsWalk(TnsMode mode, std::int32_t* spec, const Akl32s* pNumFilt, const A
         if (res != 3 && res != 4) return kStsAacTnsCoefResErr;
         for (int i = 0; i < order; ++i)
           if (coef[i] < -8 || coef[i] > 7) return kStsAacTnsCoefErr;
-        std::int32_t lpc[kTnsMaxOrderLong + 1];
+        std::int32_t lpc[kTnsMaxOrderMain + 1];
         TnsLpcFromCoefs(coef, order, res, lpc);
         coef += order;
         const Akl32s direction = pDirection[dir_index++];
@@ -117,14 +118,19 @@ Status CheckTnsArgs(const void* a, const void* b, const void* c, const void* d, 
 // Step-up recursion from reflection to direct-form coefficients.  The Q31
 // reflection coefficients are rounded to Q23 so that every product with a
 // Q26 coefficient (below 2^36 in magnitude for order 12) fits 64 bits; each
-// product is rounded to nearest back to Q26.
+// product is rounded to nearest back to Q26.  Orders up to 20 (Main profile)
+// take the product in 128 bits and keep the coefficients below 2^62.
 void TnsLpcFromCoefs(const Akl8s* coef, int order, int coef_res, std::int32_t* lpc) {
   const std::int32_t* table = kTnsCoefQ31[coef_res == 4 ? 1 : 0];
-  std::int64_t a[kTnsMaxOrderLong + 1] = {};
-  std::int64_t tmp[kTnsMaxOrderLong + 1] = {};
+  std::int64_t a[kTnsMaxOrderMain + 1] = {};
+  std::int64_t tmp[kTnsMaxOrderMain + 1] = {};
+  constexpr std::int64_t kLimit = std::int64_t{1} << 62;
   for (int m = 1; m <= order; ++m) {
     const std::int64_t k_q23 = (static_cast<std::int64_t>(table[coef[m - 1] + 8]) + (1 << 7)) >> 8;
-    for (int i = 1; i < m; ++i) tmp[i] = a[i] + ((k_q23 * a[m - i] + (1 << 22)) >> 23);
+    for (int i = 1; i < m; ++i) {
+      const __int128 v = a[i] + ((static_cast<__int128>(k_q23) * a[m - i] + (1 << 22)) >> 23);
+      tmp[i] = static_cast<std::int64_t>(v > kLimit ? kLimit : v < -kLimit ? -kLimit : v);
+    }
     for (int i = 1; i < m; ++i) a[i] = tmp[i];
     a[m] = k_q23 * 8;  // Q23 -> Q26
   }
@@ -139,30 +145,28 @@ using namespace spectral;
 Status aklsDecodeTNS_AAC_32s_I(Akl32s* pSrcDst, const Akl32s* pNumFilt, const Akl32s* pLength, const Akl32s* pOrder,
                                const Akl32s* pCoefRes, const Akl8s* pCoef, const Akl32s* pDirection, Akl32s maxSfb,
                                Akl32s profile, Akl32s samplingFrequencyIndex, Akl32s winLen) {
-  (void)profile;  // the filters are the same for every profile
   if (const Status st = CheckTnsArgs(pSrcDst, pNumFilt, pLength, pOrder, pCoefRes, pCoef, pDirection, maxSfb,
                                      samplingFrequencyIndex, winLen);
       st != kStsOk)
     return st;
   return TnsWalk(TnsMode::kDecode, pSrcDst, pNumFilt, pLength, pOrder, pCoefRes, pCoef, pDirection, maxSfb,
-                 samplingFrequencyIndex, winLen);
+                 samplingFrequencyIndex, winLen, profile);
 }
 
 Status aklsEncodeTNS_AAC_32s_I(Akl32s* pSrcDst, const Akl32s* pNumFilt, const Akl32s* pLength, const Akl32s* pOrder,
                                const Akl32s* pCoefRes, const Akl8s* pCoef, const Akl32s* pDirection, Akl32s maxSfb,
                                Akl32s profile, Akl32s samplingFrequencyIndex, Akl32s winLen) {
-  (void)profile;
   if (const Status st = CheckTnsArgs(pSrcDst, pNumFilt, pLength, pOrder, pCoefRes, pCoef, pDirection, maxSfb,
                                      samplingFrequencyIndex, winLen);
       st != kStsOk)
     return st;
   // Every window and filter is checked before the first line changes.
   if (const Status st = TnsWalk(TnsMode::kCheck, pSrcDst, pNumFilt, pLength, pOrder, pCoefRes, pCoef, pDirection,
-                                maxSfb, samplingFrequencyIndex, winLen);
+                                maxSfb, samplingFrequencyIndex, winLen, profile);
       st != kStsOk)
     return st;
   return TnsWalk(TnsMode::kEncode, pSrcDst, pNumFilt, pLength, pOrder, pCoefRes, pCoef, pDirection, maxSfb,
-                 samplingFrequencyIndex, winLen);
+                 samplingFrequencyIndex, winLen, profile);
 }
 
 }  // namespace akl::aac

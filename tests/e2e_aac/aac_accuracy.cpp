@@ -52,6 +52,9 @@ const Case kCases[] = {
     {"al17_44 (2 SCE, short)", "conformance/aac/al17_44.adts", "conformance/aac/al17_44.s16", false, false, 0.5, 2},
     {"ct_faac-adts (faac, short)", "conformance/aac/ct_faac-adts.adts", "conformance/aac/ct_faac-adts.s16", false, false, 0.5, 2,
      1024},  // FFmpeg's raw ADTS input drops the first frame's output here
+    {"am05_44 (Main, 5.1)", "conformance/aac/am05_44.adts", "conformance/aac/am05_44.s16", false, false, 0.5, 2},
+    {"am00_88 (Main, 88.2 kHz)", "conformance/aac/am00_88.adts", "conformance/aac/am00_88.s16", false, false, 0.5, 2},
+    {"ap05_48 (LTP)", "conformance/aac/ap05_48.adts", "conformance/aac/ap05_48.s16", false, false, 0.5, 2},
     {"al18_44 (PNS)", "conformance/aac/al18_44.adts", "conformance/aac/al18_44.s16", false, true, 1.0, 1.0},
     {"tv 22k05 mono speech", "aac_ref/aac_lc_22k05_mono_32_speech.aac", "aac_ref/aac_lc_22k05_mono_32_speech.aac.faad.f32", true, false, 0.35, 1},
     {"tv 32k clicks TNS", "aac_ref/aac_lc_32k_st_96_clicks_tns.aac", "aac_ref/aac_lc_32k_st_96_clicks_tns.aac.faad.f32", true, false, 0.35, 1},
@@ -79,6 +82,10 @@ std::string FullPath(const std::string& root, const std::string& rel) {
   if (rel.rfind("conformance/aac/", 0) == 0) {
     std::string file = rel.substr(16);
     if (file == "ct_faac-adts.adts") file = "ct_faac-adts.aac";
+    if (file.rfind("am00_88", 0) == 0) {  // the Main/LTP folder holds it as MP4 only: an ADTS copy is expected beside it
+      if (file.substr(file.size() - 4) == ".s16") return root + "/conformance/aac_main_ltp/ffmpeg_proxy/" + file;
+      return root + "/conformance/aac_main_ltp/" + file;
+    }
     if (file.size() > 4 && file.substr(file.size() - 4) == ".s16") return root + "/conformance/aac/ffmpeg_proxy/" + file;
     return root + "/conformance/aac/" + file;
   }

@@ -243,8 +243,8 @@ TEST(AacDecoder, HeAacCoreDecodedWithOneWarning) {
   EXPECT_NE(core.sink.warnings[0].find("AAC-LC core"), std::string::npos);
 }
 
-TEST(AacDecoder, MainSsrAndLtpRefused) {
-  const struct { int profile; const char* word; } rows[] = {{0, "Main"}, {2, "SSR"}, {3, "LTP"}};
+TEST(AacDecoder, SsrRefused) {
+  const struct { int profile; const char* word; } rows[] = {{2, "SSR"}};
   for (const auto& row : rows) {
     Outcome r = Decode(AdtsFrame(row.profile, 1, -1));
     EXPECT_EQ(r.result, aacdec::DecodeResult::kRefused);
@@ -315,12 +315,12 @@ TEST(AacDecoder, AdifMatchesAdts) {
   EXPECT_EQ(b.stats.frames, frames);
   EXPECT_EQ(b.stats.damaged, 0);
   EXPECT_EQ(a.sink.pcm, b.sink.pcm);
-  // The same with a main-profile program configuration: refused.
-  auto main_profile = AdifHeader(0);
-  main_profile.insert(main_profile.end(), adif.begin() + static_cast<long>(AdifHeader(1).size()), adif.end());
-  Outcome m = Decode(main_profile);
+  // The same with an SSR program configuration: refused.
+  auto ssr_profile = AdifHeader(2);
+  ssr_profile.insert(ssr_profile.end(), adif.begin() + static_cast<long>(AdifHeader(1).size()), adif.end());
+  Outcome m = Decode(ssr_profile);
   EXPECT_EQ(m.result, aacdec::DecodeResult::kRefused);
-  EXPECT_NE(m.message.find("Main"), std::string::npos) << m.message;
+  EXPECT_NE(m.message.find("SSR"), std::string::npos) << m.message;
 }
 
 // Damaged streams: flipped bits, cut frames and byte runs never crash (the

@@ -16,9 +16,12 @@ root = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "data")
 CONFORMANCE = {
     "al04_44": (0, 1), "al05_44": (120, 2), "al06_44": (100, 3), "al07_96": (60, 6),
     "al15_44": (60, 6), "al17_44": (120, 2), "al18_44": (200, 1), "ct_faac-adts": (100, 2),
+    "am05_44": (40, 6), "ap05_48": (150, 2),
 }
-# Streams the decoder must refuse: a few frames are enough.
-REFUSED = {"am05_44": 3, "ap05_48": 3}
+# Main/LTP streams kept only as MP4 in the shared folder: an ADTS copy is made
+# with `ffmpeg -i NAME.mp4 -c:a copy -f adts`, then cut like the others.
+MAIN_LTP = {"am00_88": (250, 1)}
+REFUSED = {}
 TESTVECTORS = [
     "aac_lc_22k05_mono_32_speech.aac", "aac_lc_32k_st_96_clicks_tns.aac",
     "aac_lc_44k1_st_128_mix_msall_is_tns.aac", "aac_lc_48k_st_64_mix_is_pns.aac",
@@ -46,6 +49,18 @@ for name, (frames, ch) in CONFORMANCE.items():
         ref = ref[:ref_frames * 1024 * ch * 2]
     open(os.path.join(out, name + ".adts"), "wb").write(stream)
     open(os.path.join(out, name + ".s16"), "wb").write(ref)
+
+for name, (frames, ch) in MAIN_LTP.items():
+    import subprocess
+    import tempfile
+    with tempfile.TemporaryDirectory() as tmp:
+        copy = os.path.join(tmp, name + ".adts")
+        subprocess.run(["ffmpeg", "-v", "error", "-y", "-i", os.path.join(shared, "conformance", "aac_main_ltp", name + ".mp4"),
+                        "-c:a", "copy", "-f", "adts", copy], check=True)
+        stream = open(copy, "rb").read()
+    ref = open(os.path.join(shared, "conformance", "aac_main_ltp", "ffmpeg_proxy", name + ".s16"), "rb").read()
+    open(os.path.join(out, name + ".adts"), "wb").write(adts_prefix(stream, frames))
+    open(os.path.join(out, name + ".s16"), "wb").write(ref[:frames * 1024 * ch * 2])
 
 for name, frames in REFUSED.items():
     stream = open(os.path.join(shared, "conformance", "aac", name + ".adts"), "rb").read()

@@ -10,6 +10,7 @@
 //     windows (sine or KBD, all four sequences) and overlap-add, the
 //     independently switched coupling, and rounding to 16 bits.
 #include "aacdec/aac_decoder.hpp"
+#include "aacdec/prediction.hpp"
 #include "aacdec/sbr.hpp"
 #include "aacdec/scale_factors.hpp"
 
@@ -29,6 +30,7 @@ constexpr int kSampleRates[13] = {96000, 88200, 64000, 48000, 44100, 32000, 2400
                                   22050, 16000, 12000, 11025, 8000,  7350};
 constexpr int kFrame = 1024;
 constexpr int kBandSlots = 8 * 64;  // per-band arrays: groups x bands
+constexpr int kCceKeys = 256;  // prediction-tool slots of coupling channels: 256 + tag
 constexpr std::size_t kPadding = 16384;  // zeros after a frame: the readers may run on in a damaged one
 
 enum ElementId { kSce = 0, kCpe = 1, kCce = 2, kLfe = 3, kDse = 4, kPce = 5, kFil = 6, kEnd = 7 };
@@ -168,6 +170,8 @@ struct ChannelStream {
   Akl8u cb[kBandSlots];
   Akl8s tns_coef[64];
   Akl32s ltp_long_used[41];
+  AklAACLtpData ltp;  // this channel's long-term prediction data (LTP profile)
+  int key = 0;        // the channel's slot in the prediction tools
   const AklAACIcsInfo& ics() const { return *info.pIcsInfo; }
   int win_len() const { return ics().windowSequence == kEightShort ? 128 : kFrame; }
 };
@@ -398,6 +402,9 @@ class Decoder {
   Status SpectralElement(Element* e, ChannelStream* cce);
   Status Finish(ChannelStream& ch);  // deinterleave; TNS runs separately
   Status Tns(ChannelStream& ch);
+  void Predict(ChannelStream& ch);                          // Main: after M/S, before intensity
+  void LongTermPredict(ChannelStream& ch, int prev_shape);  // LTP: before TNS
+  void ToolWarning(const char* tool, Status st);
   void ApplyDependentCoupling(int type, int tag, int domain, Element& e);
   bool BlockMatchesLayout() const;
   int ConfigOfBlock() const;
@@ -450,7 +457,9 @@ class Decoder {
   std::vector<Akl8u> rebuilt_;  // scratch of DecodeIcsOwnScaleFactors
   const Akl8u* block_end_ = nullptr;  // extra bits of room below the 32-bit limit (see SpectralElement)
   alignas(16) Akl32s quantized_[2][kFrame];
-  AklAACLtpInfo ltp_info_{};  // filled by the readers; LTP itself is not decoded
+  AklAACLtpInfo ltp_info_{};  // filled by the readers, copied to each channel
+  PredictionTools tools_;      // Main and LTP profile tools (prediction.hpp)
+  long tool_failures_ = 0;
   // Per block.
   std::vector<std::unique_ptr<Element>> elements_;
   int num_elements_ = 0;
@@ -479,15 +488,12 @@ bool Decoder::SetSampleRateIndex(int sfi, std::string* message) {
 // Whether this decoder renders an object type; the reason when it does not.
 static bool ObjectTypeSupported(int object_type, std::string* message) {
   switch (object_type) {
-    case 2: return true;
-    case 1:
-      *message = "AAC Main profile stream: its frequency-domain prediction is not supported (AAC-LC only)";
-      return false;
+    case 1:  // Main: frequency-domain prediction
+    case 2:
+    case 4:  // LTP: long-term prediction
+      return true;
     case 3:
       *message = "AAC SSR profile stream: its gain control is not supported (AAC-LC only)";
-      return false;
-    case 4:
-      *message = "AAC LTP stream: long-term prediction is not supported (AAC-LC only)";
       return false;
     default:
       *message = "unsupported audio object type " + std::to_string(object_type);
@@ -519,7 +525,8 @@ void Decoder::LoadFrame(const std::uint8_t* src, std::size_t n) {
 Status Decoder::DecodeIcs(Cursor& c, ChannelStream& ch, int common_window, AklAACIcsInfo* pair_ics) {
   std::memset(&ch.info, 0, sizeof(ch.info));
   ch.info.samplingFrequencyIndex = sfi_;
-  ch.info.predSfbMax = 0;
+  ch.info.predSfbMax = tools_.pred_sfb_max();
+  if (!common_window) ch.ltp.ltpDataPresent = 0;  // read below (a pair's common ICS already set it)
   ch.info.pIcsInfo = common_window ? pair_ics : &ch.own_ics;
   for (Akl32s& v : ch.ltp_long_used) v = 0;
   // The general decoder reads noise-substitution bands (codebook 13), which
@@ -529,7 +536,8 @@ Status Decoder::DecodeIcs(Cursor& c, ChannelStream& ch, int common_window, AklAA
   const Status st =
       aklsNoiselessDecode_AAC(&c.p, &c.off, &ltp_info_, ch.sf, ch.spec, ch.cb, ch.tns_coef, &ch.info,
                               common_window ? shared.windowSequence : 0, common_window ? shared.maxSfb : 0,
-                              common_window, 0, 2);
+                              common_window, 0, tools_.reader_object_type(object_type_));
+  if (st == kStsOk && !common_window) ch.ltp = ltp_info_.ltpData[0];
   if (st == kStsOk) SeparateNoiseEnergies(ch);
   if (st != kStsAacSfValErr) return st;
   // The shared running value left 0..255: a channel whose noise energies lie
@@ -631,6 +639,7 @@ Status Decoder::DecodeCce(Cursor& c) {
 }
 
 Status Decoder::DecodeRawBlock(Cursor& c, const Akl8u* end) {
+  if (!tools_.Configure(object_type_, sfi_)) return kStsMemAllocErr;
   block_end_ = end;
   num_elements_ = 0;
   num_cces_ = 0;
@@ -653,13 +662,16 @@ Status Decoder::DecodeRawBlock(Cursor& c, const Akl8u* end) {
         ++audio_index;
         if (id == kCpe) {
           AklAACChanPairElt cpe;
-          if (const Status st = aklsDecodeChanPairElt_MP4_AAC(&c.p, &c.off, &e.pair_ics, &cpe, &ltp_info_, 0, 2);
+          if (const Status st = aklsDecodeChanPairElt_MP4_AAC(&c.p, &c.off, &e.pair_ics, &cpe, &ltp_info_, tools_.pred_sfb_max(),
+                                                                tools_.reader_object_type(object_type_));
               st != kStsOk)
             return st;
           e.common_window = cpe.commonWindow;
           if (e.common_window) {
             e.ms_mask_present = cpe.msMaskPresent == 3 ? 0 : cpe.msMaskPresent;
             std::memcpy(e.ms_used, cpe.msUsed, sizeof(e.ms_used));
+            e.ch[0].ltp = ltp_info_.ltpData[0];
+            e.ch[1].ltp = ltp_info_.ltpData[1];
           }
           for (int k = 0; k < 2; ++k)
             if (const Status st = DecodeIcs(c, e.ch[k], e.common_window, &e.pair_ics); st != kStsOk) return st;
@@ -774,9 +786,13 @@ Status Decoder::SpectralSingle(ChannelStream& ch) {
   const int slots = ics.numWindowGroups * ics.maxSfb;
   bool noise = false;
   for (int i = 0; i < slots; ++i) noise |= ch.cb[i] == 13;
-  if (!noise) return kStsOk;
-  return aklsDecodePNS_AAC_32s(ch.spec, ch.ltp_long_used, ch.cb, ch.sf_lib, ics.maxSfb, ics.numWindowGroups,
-                               ics.windowGroupLength, sfi_, wl, &noise_seed_);
+  if (noise) {
+    const Status st = aklsDecodePNS_AAC_32s(ch.spec, ch.ltp_long_used, ch.cb, ch.sf_lib, ics.maxSfb,
+                                            ics.numWindowGroups, ics.windowGroupLength, sfi_, wl, &noise_seed_);
+    if (st != kStsOk) return st;
+  }
+  Predict(ch);
+  return kStsOk;
 }
 
 Status Decoder::SpectralPair(Element& e) {
@@ -820,6 +836,8 @@ Status Decoder::SpectralPair(Element& e) {
                                                    ics.numWindowGroups, ics.windowGroupLength, ics.maxSfb, sfi_, wl);
     if (st != kStsOk) return st;
   }
+  Predict(l);
+  Predict(r);
   if (intensity) {
     // A band that is noise on the left and intensity on the right takes the
     // right channel's intensity code (the merged array marks it as noise).
@@ -842,15 +860,19 @@ Status Decoder::SpectralElement(Element* e, ChannelStream* cce) {
   const int nch = chs[1] ? 2 : 1;
   for (int c = 0; c < nch; ++c) std::memcpy(quantized_[c], chs[c]->spec, sizeof(quantized_[c]));
   const Akl32s seed = noise_seed_;
+  for (int c = 0; c < nch; ++c) tools_.Save(chs[c]->key);  // a retry predicts from the same state
   Status st = kStsOk;
   for (int attempt = 0; attempt < 2; ++attempt) {
     headroom_ = attempt == 0 ? 0 : kRetryHeadroom;
     if (attempt > 0) {
       for (int c = 0; c < nch; ++c) std::memcpy(chs[c]->spec, quantized_[c], sizeof(quantized_[c]));
+      for (int c = 0; c < nch; ++c) tools_.Restore(chs[c]->key);
       noise_seed_ = seed;
     }
     st = e && e->type == kCpe ? SpectralPair(*e) : SpectralSingle(*chs[0]);
     for (int c = 0; c < nch && st == kStsOk; ++c) st = Finish(*chs[c]);
+    for (int c = 0; c < nch && st == kStsOk && e; ++c)
+      LongTermPredict(*chs[c], states_[static_cast<std::size_t>(chs[c]->key)].prev_shape);
     if (st == kStsOk && e) ApplyDependentCoupling(e->type, e->tag, 0, *e);
     for (int c = 0; c < nch && st == kStsOk; ++c) st = Tns(*chs[c]);
     if (st == kStsOk && e) ApplyDependentCoupling(e->type, e->tag, 1, *e);
@@ -874,10 +896,31 @@ Status Decoder::Finish(ChannelStream& ch) {
   return st;
 }
 
+void Decoder::ToolWarning(const char* tool, Status st) {
+  if (++tool_failures_ <= 3)
+    sink_->Warn(std::string(tool) + " skipped in a frame (library status " + std::to_string(st) + ")" +
+                (tool_failures_ == 3 ? "; further cases are not reported" : ""));
+}
+
+void Decoder::Predict(ChannelStream& ch) {
+  if (const Status st = tools_.Predict(ch.key, ch.spec, ch.shift, ch.ics(), ch.cb); st != kStsOk)
+    ToolWarning("frequency-domain prediction", st);
+}
+
+void Decoder::LongTermPredict(ChannelStream& ch, int prev_shape) {
+  if (!tools_.ltp_profile() && !tools_.main_profile() && ch.ltp.ltpDataPresent) {
+    ToolWarning("prediction data in a low-complexity stream", kStsNotSupportedModeErr);
+    return;
+  }
+  if (const Status st = tools_.ApplyLtp(ch.key, ch.spec, ch.shift, ch.ltp, ch.ics(), ch.info, ch.tns_coef, prev_shape);
+      st != kStsOk)
+    ToolWarning("long-term prediction", st);
+}
+
 Status Decoder::Tns(ChannelStream& ch) {
   if (!ch.info.tnsDataPresent) return kStsOk;
   return aklsDecodeTNS_AAC_32s_I(ch.spec, ch.info.nFilt, ch.info.length, ch.info.order, ch.info.coefRes,
-                                 ch.tns_coef, ch.info.direction, ch.ics().maxSfb, 1, sfi_, ch.win_len());
+                                 ch.tns_coef, ch.info.direction, ch.ics().maxSfb, object_type_ - 1, sfi_, ch.win_len());
 }
 
 // Adds the dependently switched coupling channels that target this element
@@ -1120,12 +1163,15 @@ bool Decoder::EmitBlock(bool damaged, const char* kind) {
   std::vector<const LayoutElement*> where(static_cast<std::size_t>(num_elements_), nullptr);
   if (!damaged) {
     for (int k = 0; k < num_cces_ && !damaged; ++k) {
-      damaged = SpectralElement(nullptr, &cces_[static_cast<std::size_t>(k)]->ch) != kStsOk;
+      Cce& cce = *cces_[static_cast<std::size_t>(k)];
+      cce.ch.key = kCceKeys + (cce.tag & 15);
+      damaged = SpectralElement(nullptr, &cce.ch) != kStsOk;
     }
     for (int k = 0; k < num_elements_ && !damaged; ++k) {
       Element& e = *elements_[static_cast<std::size_t>(k)];
       where[static_cast<std::size_t>(k)] = FindLayout(layout_, k, e.type, e.tag);
       if (!where[static_cast<std::size_t>(k)]) continue;  // an element outside the layout: ignored
+      for (int c = 0; c < (e.type == kCpe ? 2 : 1); ++c) e.ch[c].key = where[static_cast<std::size_t>(k)]->first_channel + c;
       damaged = SpectralElement(&e, nullptr) != kStsOk;
     }
     if (damaged) Conceal(kConcealSpectral);
@@ -1145,6 +1191,7 @@ bool Decoder::EmitBlock(bool damaged, const char* kind) {
         if (written[static_cast<std::size_t>(oc)]) continue;
         float* out = out_.data() + static_cast<std::size_t>(oc) * kFrame;
         Synthesize(e.ch[c], states_[static_cast<std::size_t>(oc)], out);
+        tools_.Update(oc, out, states_[static_cast<std::size_t>(oc)].overlap.data());
         written[static_cast<std::size_t>(oc)] = true;
       }
       // Independently switched coupling: the coupling channel's output,
@@ -1182,6 +1229,7 @@ bool Decoder::EmitBlock(bool damaged, const char* kind) {
     float* out = out_.data() + static_cast<std::size_t>(c) * kFrame;
     for (int n = 0; n < kFrame; ++n) out[n] = st.overlap[static_cast<std::size_t>(n)];
     st.overlap.fill(0.0f);
+    tools_.Reset(c);
   }
   if (missing && !damaged) Conceal(kConcealMissing);
   if (damaged)
