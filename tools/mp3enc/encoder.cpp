@@ -569,6 +569,9 @@ void Encoder::QuantizeChannel(Granule& g, int c, int budget, bool vbr) {
     std::memcpy(ix, g.xr[c], sizeof(Akl32s) * 576);
     aklsQuantize_MP3_32s_I(ix, sf, &si, &hdr_, work);
     aklsHuffmanTableSelect_MP3_32s(ix, &si, &hdr_, huff);
+    // A step so fine that a line saturates at 8206 is refused: it clips.
+    for (int i = 0; i < 576; ++i)
+      if (ix[i] >= 8206 || ix[i] <= -8206) return 1 << 20;
     return *huff + *p2;
   };
   int huff = 0, p2 = 0;
