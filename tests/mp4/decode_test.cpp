@@ -4,6 +4,7 @@
 // their own main data, and damaged files.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <string>
@@ -118,6 +119,21 @@ TEST(Mp4Decode, AacSampleCountsAndAccuracy) {
   }
 }
 
+TEST(Mp4Decode, SbrStreamTrimsInCoreSamples) {
+  // iTunSMPB says priming 2336 and length 16000 at the 8 kHz core; SBR
+  // doubles the output, so 4672 samples go and 32000 (2 s) stay.
+  const Bytes in = akl::test::ReadFile(akl::test::DataPath("mp4/tones_nero_16000_stereo_aac_he.m4a"));
+  AacRun whole, trimmed;
+  DecodeAac(in, false, &whole);
+  DecodeAac(in, true, &trimmed);
+  ASSERT_EQ(trimmed.result, aacdec::DecodeResult::kOk) << trimmed.message;
+  EXPECT_EQ(trimmed.out.format.sample_rate, 16000);
+  ASSERT_EQ(trimmed.out.format.channels, 2);
+  ASSERT_EQ(trimmed.out.pcm.size(), 2u * 32000);
+  ASSERT_GE(whole.out.pcm.size(), 2u * (4672 + 32000));
+  EXPECT_TRUE(std::equal(trimmed.out.pcm.begin(), trimmed.out.pcm.end(), whole.out.pcm.begin() + 2 * 4672));
+}
+
 TEST(Mp4Decode, FragmentedFileGivesTheSameAudio) {
   AacRun plain, fragmented;
   DecodeAac(akl::test::ReadFile(akl::test::DataPath("mp4/440hz-10ms.m4a")), false, &plain);
@@ -186,8 +202,8 @@ TEST(Mp4Decode, RefusalsSayWhy) {
        "MP4 file with no AAC track (the audio is MPEG audio (Layer I-III)); akl-mp3dec decodes it"},
       {"960-sample frames", with_config(0x12, 0x0C), aacdec::DecodeResult::kRefused,
        "frames of 960 samples (frameLengthFlag) are not supported"},
-      {"Main profile", with_config(0x0A, 0x08), aacdec::DecodeResult::kRefused,
-       "AAC Main profile stream: its frequency-domain prediction is not supported (AAC-LC only)"},
+      {"SSR profile", with_config(0x1A, 0x08), aacdec::DecodeResult::kRefused,
+       "AAC SSR profile stream: its gain control is not supported (Main, LC and LTP are)"},
       // Error-resilient object types need two more bits than these two bytes hold.
       {"ER AAC-LC", with_config(0x8A, 0x08), aacdec::DecodeResult::kRefused, "AAC track: AudioSpecificConfig cut short"},
       {"truncated movie box", Bytes(m4a.begin(), m4a.begin() + 200), aacdec::DecodeResult::kNoAudio,

@@ -493,7 +493,7 @@ static bool ObjectTypeSupported(int object_type, std::string* message) {
     case 4:  // LTP: long-term prediction
       return true;
     case 3:
-      *message = "AAC SSR profile stream: its gain control is not supported (AAC-LC only)";
+      *message = "AAC SSR profile stream: its gain control is not supported (Main, LC and LTP are)";
       return false;
     default:
       *message = "unsupported audio object type " + std::to_string(object_type);

@@ -71,7 +71,7 @@ DecodeResult DecodeMp4(const std::uint8_t* data, std::size_t size, const InputOp
     return DecodeResult::kRefused;
   }
   if (asc.object_type > 4) {
-    *message = mp4::ObjectTypeName(asc.object_type) + " is not supported (AAC-LC only)";
+    *message = mp4::ObjectTypeName(asc.object_type) + " is not supported (AAC Main, LC and LTP are, with SBR)";
     return DecodeResult::kRefused;
   }
   if (asc.frame_length_960) {
@@ -98,8 +98,8 @@ DecodeResult DecodeMp4(const std::uint8_t* data, std::size_t size, const InputOp
   std::vector<AccessUnit> units;
   units.reserve(track.samples.size());
   for (const mp4::SampleRef& s : track.samples) units.push_back({data + s.offset, s.size});
-  const std::uint32_t stream_rate = asc.sbr && options.sbr ? asc.extension_sample_rate : asc.sample_rate;
-  TrimSink trimmed(sink, movie, track, stream_rate, options.gapless);
+  // iTunSMPB counts core samples, whether or not SBR doubles the output.
+  TrimSink trimmed(sink, movie, track, asc.sample_rate, options.gapless);
   DecodeOptions decode;
   decode.sbr = options.sbr;
   const DecodeResult r = DecodeAacAccessUnits(config, units.data(), units.size(), &trimmed, stats, message, decode);

@@ -89,9 +89,10 @@ int SelectAudioTrack(const Movie& movie, Codec want, std::string* note, std::str
 
 // Gapless trimming in output samples per channel, from the track's edit list
 // (media time in the track's timescale, duration in the movie's) or, without
-// one, from iTunSMPB, whose counts are samples at `stream_rate`: the
-// stream's full rate (an SBR stream's output rate; 0 = the track's
-// timescale).  `output_rate` is the rate actually decoded.
+// one, from iTunSMPB, whose counts are samples at `stream_rate`: the AAC
+// core's sampling rate, also for an SBR stream, whose output runs at twice
+// that (encoders write priming 2112 and the length at the core rate; 0 = the
+// track's timescale).  `output_rate` is the rate actually decoded.
 struct Trim {
   std::uint64_t skip = 0;      // samples to drop at the start
   bool limited = false;        // if true, keep at most `keep` samples after the skipped ones
