@@ -19,7 +19,8 @@ namespace {
 
 const char kUsage[] =
     "usage: akl-aacdec [options] INPUT OUTPUT\n"
-    "Decodes an AAC-LC stream (MP4, M4A, 3GP, MOV, ADTS or ADIF) to 16-bit PCM.\n"
+    "Decodes an AAC stream (LC, Main, LTP and HE-AAC; MP4, M4A, 3GP, MOV, ADTS or\n"
+    "ADIF) to 16-bit PCM.\n"
     "INPUT or OUTPUT may be '-' for standard input or output.\n"
     "\n"
     "options:\n"
@@ -35,7 +36,8 @@ const char kUsage[] =
     "The container is recognised from the content, not the file name.  ADTS and ADIF\n"
     "output holds every decoded frame, the encoder's priming included.  Multichannel\n"
     "output is in WAV channel order with the matching channel mask.  HE-AAC streams are\n"
-    "decoded as their AAC-LC core (with a warning); Main, SSR and LTP streams are refused.\n"
+    "decoded with band replication (parametric stereo not yet: its mono output is\n"
+    "written); SSR streams are refused.\n"
     "Damaged frames are concealed (the overlap of the last good frame fades into\n"
     "silence) and counted; decoding resumes at the next good frame.  Frames at another\n"
     "sampling rate than the first are dropped and counted.  Exit status: 0 success,\n"
