@@ -28,7 +28,7 @@
 // takes band 20 / 11's value, judged legal or not by that band's slen, even
 // when band 20 / 11 lies below the intensity region (then its value was
 // coded as a scale factor); and nothing but the actual non-zero values of
-// the right channel bounds the intensity region.  tests/e2e/mp3_model.cpp
+// the right channel bounds the intensity region.  tests/e2e_mp3/mp3_model.cpp
 // computes streams both ways in double precision (see its variants).
 //
 // Input scale factors: two consecutive 39-entry arrays in the scale-factor

@@ -9,7 +9,7 @@
 
 #include "contract_buffer.hpp"
 #include "core/bitstream.hpp"
-#include "support/test_util.hpp"
+#include "../support/test_util.hpp"
 
 namespace {
 

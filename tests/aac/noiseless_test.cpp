@@ -11,7 +11,7 @@
 
 #include "contract_buffer.hpp"
 #include "ics_writer.hpp"
-#include "support/test_util.hpp"
+#include "../support/test_util.hpp"
 
 namespace {
 

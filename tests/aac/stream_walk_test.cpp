@@ -10,7 +10,7 @@
 #include "aac/tables.hpp"
 #include "contract_buffer.hpp"
 #include "raw_block_walker.hpp"
-#include "support/test_util.hpp"
+#include "../support/test_util.hpp"
 
 namespace {
 

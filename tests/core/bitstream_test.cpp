@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "core/bitstream.hpp"
-#include "support/test_util.hpp"
+#include "../support/test_util.hpp"
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "core/context.hpp"
-#include "support/alloc_hook.hpp"
+#include "../support/alloc_hook.hpp"
 
 namespace {
 

@@ -14,7 +14,7 @@
 
 #include "aklac.h"
 #include "core/bitstream.hpp"
-#include "support/test_util.hpp"
+#include "../support/test_util.hpp"
 
 namespace akl::test {
 

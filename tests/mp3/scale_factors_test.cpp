@@ -8,7 +8,7 @@
 #include "aklac.h"
 #include "core/bitstream.hpp"
 #include "mp3/tables.hpp"
-#include "support/test_util.hpp"
+#include "../support/test_util.hpp"
 
 namespace {
 

@@ -15,7 +15,7 @@
 #include "mp3/tables.hpp"
 #include "mp3_stream.hpp"
 #include "mp3_test_util.hpp"
-#include "support/test_util.hpp"
+#include "../support/test_util.hpp"
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "aklac.h"
-#include "support/test_util.hpp"
+#include "../support/test_util.hpp"
 
 namespace {
 

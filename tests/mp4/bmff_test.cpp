@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "support/test_util.hpp"
+#include "../support/test_util.hpp"
 
 namespace {
 

@@ -13,7 +13,7 @@
 #include "mp4/aac_input.hpp"
 #include "mp4/bmff.hpp"
 #include "mp4/mp3_input.hpp"
-#include "support/test_util.hpp"
+#include "../support/test_util.hpp"
 
 namespace {
 

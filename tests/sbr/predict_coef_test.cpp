@@ -12,7 +12,7 @@
 
 #include "aklac.h"
 #include "sbr/predict_coef.hpp"
-#include "support/test_util.hpp"
+#include "../support/test_util.hpp"
 
 namespace {
 

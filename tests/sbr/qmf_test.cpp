@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "aklac.h"
-#include "support/alloc_hook.hpp"
+#include "../support/alloc_hook.hpp"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "support/alloc_hook.hpp"
+#include "alloc_hook.hpp"
 
 #include <atomic>
 #include <cstdlib>

@@ -1,5 +1,5 @@
 # Shared part of the decoders' command-line tests (sourced by
-# tests/e2e/cli_test.sh and tests/e2e_aac/cli_test.sh).
+# tests/e2e_mp3/cli_test.sh and tests/e2e_aac/cli_test.sh).
 #
 # check_common_cli NAME INPUT RAW_BYTES: --help, unknown options, the file
 # count, --quiet, WAV and raw output to files and through pipes (same

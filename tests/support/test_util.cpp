@@ -1,4 +1,4 @@
-#include "support/test_util.hpp"
+#include "test_util.hpp"
 
 #include <cstdlib>
 #include <fstream>

@@ -8,8 +8,8 @@
 #include <random>
 #include <vector>
 
-#include "support/alloc_hook.hpp"
-#include "support/test_util.hpp"
+#include "../support/alloc_hook.hpp"
+#include "../support/test_util.hpp"
 #include "transform/fft.hpp"
 
 namespace {

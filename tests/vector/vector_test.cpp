@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "aklac.h"
-#include "support/test_util.hpp"
+#include "../support/test_util.hpp"
 
 namespace {
 

@@ -9,10 +9,10 @@
 #include <vector>
 
 #include "aklac.h"
-#include "support/alloc_hook.hpp"
-#include "support/test_util.hpp"
-#include "vlc/books.hpp"
-#include "vlc/vlc_test_util.hpp"
+#include "../support/alloc_hook.hpp"
+#include "../support/test_util.hpp"
+#include "books.hpp"
+#include "vlc_test_util.hpp"
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "aklac.h"
-#include "vlc/vlc_test_util.hpp"
+#include "vlc_test_util.hpp"
 
 namespace {
 

@@ -8,9 +8,9 @@
 #include <vector>
 
 #include "aklac.h"
-#include "support/alloc_hook.hpp"
-#include "support/test_util.hpp"
-#include "vlc/vlc_test_util.hpp"
+#include "../support/alloc_hook.hpp"
+#include "../support/test_util.hpp"
+#include "vlc_test_util.hpp"
 
 namespace {
 

@@ -11,8 +11,8 @@
 #include <vector>
 
 #include "aklac.h"
-#include "support/test_util.hpp"
-#include "vlc/books.hpp"
+#include "../support/test_util.hpp"
+#include "books.hpp"
 
 namespace {
 

@@ -12,10 +12,10 @@
 #include <vector>
 
 #include "aklac.h"
-#include "support/test_util.hpp"
-#include "vlc/books.hpp"
+#include "../support/test_util.hpp"
+#include "books.hpp"
 #include "vlc/decode_ref.hpp"
-#include "vlc/vlc_test_util.hpp"
+#include "vlc_test_util.hpp"
 
 namespace {
 

@@ -10,8 +10,8 @@
 #include <vector>
 
 #include "aklac.h"
-#include "support/alloc_hook.hpp"
-#include "support/test_util.hpp"
+#include "../support/alloc_hook.hpp"
+#include "../support/test_util.hpp"
 
 namespace {
 

@@ -14,7 +14,7 @@
 #include "mp3/imdct.hpp"
 #include "mp3/requant.hpp"
 #include "mp3/synthesis.hpp"
-#include "support/test_util.hpp"
+#include "../support/test_util.hpp"
 
 namespace {
 

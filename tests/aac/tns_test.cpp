@@ -7,7 +7,7 @@
 
 #include "aac/spectral.hpp"
 #include "aklac.h"
-#include "support/test_util.hpp"
+#include "../support/test_util.hpp"
 
 namespace {
 

@@ -10,9 +10,9 @@
 #include <vector>
 
 #include "aklac.h"
-#include "support/test_util.hpp"
+#include "../support/test_util.hpp"
 #include "transform/fft.hpp"
-#include "vlc/books.hpp"
+#include "../vlc/books.hpp"
 
 namespace {
 

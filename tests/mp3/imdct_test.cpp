@@ -7,8 +7,8 @@
 
 #include "aklac.h"
 #include "mp3/imdct.hpp"
-#include "mp3_signal/signal_reference.hpp"
-#include "support/test_util.hpp"
+#include "signal_reference.hpp"
+#include "../support/test_util.hpp"
 
 namespace {
 

@@ -10,7 +10,7 @@
 #include "aklac.h"
 #include "mp3/requant.hpp"
 #include "mp3/tables.hpp"
-#include "support/test_util.hpp"
+#include "../support/test_util.hpp"
 
 namespace {
 

@@ -24,7 +24,7 @@
 #include "core/context.hpp"
 #include "core/dispatch.hpp"
 #include "mp3/synthesis.hpp"
-#include "support/test_util.hpp"
+#include "../support/test_util.hpp"
 #include "transform/fft.hpp"
 #include "transform/kernel_members.hpp"
 #include "transform/mdct.hpp"

@@ -10,9 +10,9 @@
 #include "aklac.h"
 #include "mp3/synthesis.hpp"
 #include "mp3/synthesis_window_table.hpp"
-#include "mp3_signal/signal_reference.hpp"
-#include "support/alloc_hook.hpp"
-#include "support/test_util.hpp"
+#include "signal_reference.hpp"
+#include "../support/alloc_hook.hpp"
+#include "../support/test_util.hpp"
 
 namespace {
 

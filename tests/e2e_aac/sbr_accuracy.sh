@@ -4,7 +4,7 @@
 # with its reference decode (raw s16le at the output rate) by RMS and largest
 # difference in 16-bit steps.  Not a test: the streams live outside the tree.
 #
-# usage: tests/sbr/sbr_accuracy.sh AKL_AACDEC REF_DIR STREAM.mp4...
+# usage: tests/e2e_aac/sbr_accuracy.sh AKL_AACDEC REF_DIR STREAM.mp4...
 #   REF_DIR holds <name>.s16 (or <name>.mp4.s16) for each stream
 set -eu
 dec=$1

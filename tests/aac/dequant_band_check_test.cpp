@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "aac/spectral.hpp"
-#include "support/test_util.hpp"
+#include "../support/test_util.hpp"
 
 namespace {
 

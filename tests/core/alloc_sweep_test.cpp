@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "aklac.h"
-#include "support/alloc_hook.hpp"
+#include "../support/alloc_hook.hpp"
 #include "transform/fft.hpp"
 
 namespace {
