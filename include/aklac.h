@@ -688,6 +688,29 @@ AKLAC_API Status aklsReQuantize_MP3_32s_I(Akl32s* pSrcDstIsXr, int* pNonZeroBoun
 AKLAC_API Status aklsMDCTInv_MP3_32s(Akl32s* pSrcXr, Akl32s* pDstY, Akl32s* pOverlapBuf, int nonZeroBound,
                                      int* pPrevNumSbImdct, int blockType, int mixedBlock);
 
+/* The windowing stage of aklsMDCTInv_MP3_32s by itself, for one subband, at
+ * the same Q26 scale: a decoder that computes its own inverse transforms
+ * windows them here and keeps the overlap-add and frequency inversion.
+ *   pSrc       in   36 Akl32s, Q26, unwindowed: for block types 0, 1 and 3
+ *                   the 36 outputs of the 18-line inverse MDCT; for block
+ *                   type 2 the three 12-sample outputs of the 6-line inverse
+ *                   MDCTs, window 0 first (pSrc[12*w + i])
+ *   pDst       out  36 Akl32s, Q26: the windowed block; its first 18 samples
+ *                   are added to the previous granule's tail, its last 18
+ *                   are the next tail.  May be pSrc.
+ *   blockType  in   0 normal, 1 start, 2 short, 3 stop (a mixed block's two
+ *                   long subbands take 0)
+ * The window values are those of the standard in Q30.  Block types 0, 1, 3:
+ * pDst[i] = pSrc[i] * win[i], rounded to nearest (halves up) and saturated
+ * to Akl32s.  Block type 2: pDst[0..5] and pDst[30..35] are 0; sample
+ * 6 + 6*w + i (w 0..2, i 0..11) receives pSrc[12*w + i] * sin(pi/12 (i +
+ * 1/2)), the up to two products of a sample summed exactly and then rounded
+ * and saturated once.  For the long block types this is, bit for bit, the
+ * window step of aklsMDCTInv_MP3_32s's plain integer path.
+ * Statuses, checked in this order, nothing written on an error: kStsNullPtr
+ * (pSrc or pDst null); kStsBadArgErr (blockType outside 0..3). */
+AKLAC_API Status aklsMDCTInvWindow_MP3_32s(const Akl32s* pSrc, Akl32s* pDst, int blockType);
+
 /* Polyphase synthesis of one time slot to 16-bit PCM.
  *   pSrcY      in      32 Q26 subband samples of one slot, subband 0 first
  *   pDstPcm    out     32 PCM samples, written at pDstPcm[mode * j]

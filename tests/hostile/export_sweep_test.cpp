@@ -328,6 +328,7 @@ std::vector<IntRow> IntRows() {
       {"aklsMDCTInv_MP3_32s", [=](int v) { prev = v; return aklsMDCTInv_MP3_32s(s32.data(), d32.data(), ov.data(), 576, &prev, 0, 0); }},
       {"aklsMDCTInv_MP3_32s", [=](int v) { prev = 0; return aklsMDCTInv_MP3_32s(s32.data(), d32.data(), ov.data(), 576, &prev, v, 0); }},
       {"aklsMDCTInv_MP3_32s", [=](int v) { prev = 0; return aklsMDCTInv_MP3_32s(s32.data(), d32.data(), ov.data(), 576, &prev, 2, v); }},
+      {"aklsMDCTInvWindow_MP3_32s", [=](int v) { return aklsMDCTInvWindow_MP3_32s(s32.data(), d32.data(), v); }},
       {"aklsAnalysisFilter_SBR_RToC_32f32fc_D2L", [=](int v) { return aklsAnalysisFilter_SBR_RToC_32f32fc_D2L(f32.data(), rows.data(), 2, v, ana); }},
       {"aklsPredictOneCoef_SBRHQ_32sc_D2L", [=](int v) { Akl32sc a0, a1; return aklsPredictOneCoef_SBRHQ_32sc_D2L(scrows.data(), &a0, &a1, v, 40); }},
       {"aklsPredictOneCoef_SBRLP_32s_D2L", [=](int v) { Akl32s a0, a1; return aklsPredictOneCoef_SBRLP_32s_D2L(s32rows.data(), &a0, &a1, v, 40); }},
