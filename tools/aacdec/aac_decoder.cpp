@@ -22,6 +22,8 @@
 #include <vector>
 
 #include "aklac.h"
+#include "kit/adts.hpp"
+#include "kit/bits.hpp"
 
 namespace aacdec {
 namespace {
@@ -51,35 +53,10 @@ constexpr SwbRow kSwb[24] = {
 #include "aacdec/swb_offsets.inc"
 };
 
-// ---- bit cursor over a padded frame buffer ----
-struct Cursor {
-  Akl8u* p;
-  Akl32s off;
-};
-
-std::uint32_t ReadBits(Cursor& c, int n) {
-  std::uint32_t v = 0;
-  while (n > 0) {
-    const int avail = 8 - c.off;
-    const int take = std::min(avail, n);
-    const std::uint32_t bits = (static_cast<std::uint32_t>(*c.p) >> (avail - take)) & ((1u << take) - 1u);
-    v = (v << take) | bits;
-    c.off += take;
-    n -= take;
-    if (c.off == 8) {
-      c.off = 0;
-      ++c.p;
-    }
-  }
-  return v;
-}
-
-void ByteAlign(Cursor& c) {
-  if (c.off != 0) {
-    c.off = 0;
-    ++c.p;
-  }
-}
+// ---- bit cursor over a padded frame buffer (kit/bits.hpp) ----
+using Cursor = aklkit::BitCursor;
+using aklkit::ByteAlign;
+using aklkit::ReadBits;
 
 // ---- windows ----
 double BesselI0(double x) {
@@ -612,7 +589,7 @@ Status Decoder::DecodeCce(Cursor& c) {
   for (int list = 1; list < cce.num_gain_lists; ++list) {
     const bool common = cce.ind_sw ? true : ReadBits(c, 1) != 0;
     if (common) {
-      const int diff = sf_codes_.Decode(&c.p, &c.off);
+      const int diff = sf_codes_.Decode(c);
       const auto g = static_cast<float>(std::pow(step, -diff));
       for (int i = 0; i < kBandSlots; ++i) cce.gain[list][i] = g;
       continue;
@@ -625,7 +602,7 @@ Status Decoder::DecodeCce(Cursor& c) {
           cce.gain[list][slot] = 0.0f;
           continue;
         }
-        acc += sf_codes_.Decode(&c.p, &c.off);
+        acc += sf_codes_.Decode(c);
         int expo = acc;
         double s = 1.0;
         if (sign) {
@@ -1331,19 +1308,16 @@ bool Decoder::EmitBlock(bool damaged, const char* kind) {
 }
 
 // Fixed ADTS header fields at p (7 bytes readable): 0 if not a plausible
-// header, else the frame length.
+// header (kit/adts.hpp), else the frame length.
 static int AdtsFrameLength(const std::uint8_t* p, int* sfi, int* profile, int* config, int* blocks, int* protection_absent) {
-  if (p[0] != 0xFF || (p[1] & 0xF6) != 0xF0) return 0;  // sync, layer 0
-  *protection_absent = p[1] & 1;
-  *profile = p[2] >> 6;
-  *sfi = (p[2] >> 2) & 15;
-  *config = ((p[2] & 1) << 2) | (p[3] >> 6);
-  const int len = ((p[3] & 3) << 11) | (p[4] << 3) | (p[5] >> 5);
-  *blocks = (p[6] & 3) + 1;
-  if (*sfi > 12) return 0;
-  const int header = *protection_absent ? 7 : 9;
-  if (len < header + 1) return 0;
-  return len;
+  aklkit::AdtsHeader h;
+  if (!aklkit::ParseAdtsHeader(p, &h)) return 0;
+  *protection_absent = h.protection_absent;
+  *profile = h.profile;
+  *sfi = h.sfi;
+  *config = h.config;
+  *blocks = h.blocks;
+  return h.frame_length;
 }
 
 // The length of an ID3v2 tag at pos (header, body and any footer), or of an
