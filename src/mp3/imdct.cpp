@@ -182,6 +182,25 @@ constexpr ShortMatrix MakeShort() {
 }
 inline constexpr ShortMatrix kShortQ28 = MakeShort();
 
+// The short transform without its window (Q28), and the short window (Q30).
+constexpr ShortMatrix MakeShortCos() {
+  ShortMatrix m{};
+  for (int i = 0; i < 12; ++i)
+    for (int k = 0; k < 6; ++k) m.m[i][k] = ConstQ(ConstCos(kPi / 24.0 * (2 * i + 1 + 6) * (2 * k + 1)), 28);
+  return m;
+}
+inline constexpr ShortMatrix kShortCosQ28 = MakeShortCos();
+struct ShortWindow {
+  std::int32_t w[12];
+  constexpr std::int32_t operator[](int i) const { return w[i]; }
+};
+constexpr ShortWindow MakeShortWindow() {
+  ShortWindow t{};
+  for (int i = 0; i < 12; ++i) t.w[i] = ConstQ(ConstSin(kPi / 12.0 * (i + 0.5)), 30);
+  return t;
+}
+inline constexpr ShortWindow kShortWindowQ30 = MakeShortWindow();
+
 // Q26 x Q28 sums back to Q26.
 inline std::int32_t RoundQ54ToQ26(std::int64_t acc) { return SatS32(RoundShr(acc, 28)); }
 
@@ -268,15 +287,41 @@ void AliasReduce(std::int32_t* spec, int n, int block_type, int mixed) {
   }
 }
 
-void ImdctLong(const std::int32_t* lines, int block_type, std::int32_t* out36) {
-  const std::int32_t* w = kLongWindowQ30.w[block_type == 1 ? 1 : block_type == 3 ? 2 : 0];
+void ImdctLongRaw(const std::int32_t* lines, std::int32_t* out36) {
   std::int32_t y[18];
   Dct4x18(lines, y);
+  for (int i = 0; i < 9; ++i) out36[i] = y[i + 9];
+  for (int i = 9; i < 27; ++i) out36[i] = SatS32(-static_cast<std::int64_t>(y[26 - i]));
+  for (int i = 27; i < 36; ++i) out36[i] = SatS32(-static_cast<std::int64_t>(y[i - 27]));
+}
+
+void ImdctShortRaw(const std::int32_t* lines, std::int32_t* out36) {
+  for (int w = 0; w < 3; ++w)
+    for (int i = 0; i < 12; ++i) {
+      std::int64_t s = 0;
+      for (int k = 0; k < 6; ++k) s += static_cast<std::int64_t>(lines[6 * w + k]) * kShortCosQ28.m[i][k];
+      out36[12 * w + i] = RoundQ54ToQ26(s);
+    }
+}
+
+void WindowKernel(const std::int32_t* src, std::int32_t* dst, int block_type) {
+  if (block_type != 2) {
+    const std::int32_t* w = kLongWindowQ30.w[block_type == 1 ? 1 : block_type == 3 ? 2 : 0];
+    for (int i = 0; i < 36; ++i) dst[i] = SatS32(RoundShr(static_cast<std::int64_t>(src[i]) * w[i], 30));
+    return;
+  }
+  // The three windows overlap by half: samples 6..35 receive up to two
+  // products, summed before the one rounding (|sum| < 2^62).
+  std::int64_t acc[36] = {};
+  for (int w = 0; w < 3; ++w)
+    for (int i = 0; i < 12; ++i) acc[6 + 6 * w + i] += static_cast<std::int64_t>(src[12 * w + i]) * kShortWindowQ30[i];
+  for (int i = 0; i < 36; ++i) dst[i] = SatS32(RoundShr(acc[i], 30));
+}
+
+void ImdctLong(const std::int32_t* lines, int block_type, std::int32_t* out36) {
   std::int32_t x[36];
-  for (int i = 0; i < 9; ++i) x[i] = y[i + 9];
-  for (int i = 9; i < 27; ++i) x[i] = SatS32(-static_cast<std::int64_t>(y[26 - i]));
-  for (int i = 27; i < 36; ++i) x[i] = SatS32(-static_cast<std::int64_t>(y[i - 27]));
-  for (int i = 0; i < 36; ++i) out36[i] = SatS32(RoundShr(static_cast<std::int64_t>(x[i]) * w[i], 30));
+  ImdctLongRaw(lines, x);
+  WindowKernel(x, out36, block_type == 2 ? 0 : block_type);
 }
 
 void ImdctShort(const std::int32_t* lines, std::int32_t* out36) {
@@ -624,6 +669,15 @@ void MdctInvKernelRef(std::int32_t* spec, std::int32_t* out, std::int32_t* overl
   const int active = n > *prev_count ? n : *prev_count;
   for (int sb = 0; sb < kSubbands; ++sb) SubbandPlain(spec, out, overlap, sb, n, active, block_type, mixed);
   *prev_count = n;
+}
+
+Status aklsMDCTInvWindow_MP3_32s(const Akl32s* pSrc, Akl32s* pDst, int blockType) {
+  if (!pSrc || !pDst) return kStsNullPtr;
+  if (static_cast<unsigned>(blockType) > 3u) return kStsBadArgErr;
+  std::int32_t in[36];  // pSrc and pDst may be the same block
+  for (int i = 0; i < 36; ++i) in[i] = pSrc[i];
+  WindowKernel(in, pDst, blockType);
+  return kStsOk;
 }
 
 Status aklsMDCTInv_MP3_32s(Akl32s* pSrcXr, Akl32s* pDstY, Akl32s* pOverlapBuf, int nonZeroBound,

@@ -23,6 +23,15 @@ void AliasReduceRef(std::int32_t* spec_q26, int n, int block_type, int mixed);
 // One subband: 18 Q26 lines (or three runs of 6 for short blocks) to 36
 // windowed Q26 time samples, accumulated before the one rounding.
 void ImdctLong(const std::int32_t* lines_q26, int block_type, std::int32_t* out36_q26);
+
+// The same transforms without the window: 36 Q26 samples of the 18-line
+// transform, or the three 12-sample outputs of the 6-line ones (window 0
+// first), each output one rounding to Q26.
+void ImdctLongRaw(const std::int32_t* lines_q26, std::int32_t* out36_q26);
+void ImdctShortRaw(const std::int32_t* lines_q26, std::int32_t* out36_q26);
+// The windowing stage alone (aklsMDCTInvWindow_MP3_32s after its checks);
+// ImdctLong is ImdctLongRaw followed by this, bit for bit.
+void WindowKernel(const std::int32_t* src36_q26, std::int32_t* dst36_q26, int block_type);
 void ImdctShort(const std::int32_t* lines_q26, std::int32_t* out36_q26);
 
 // The whole granule of one channel, assuming valid arguments.

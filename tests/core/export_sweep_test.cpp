@@ -328,6 +328,7 @@ std::vector<IntRow> IntRows() {
       {"aklsMDCTInv_MP3_32s", [=](int v) { prev = v; return aklsMDCTInv_MP3_32s(s32.data(), d32.data(), ov.data(), 576, &prev, 0, 0); }},
       {"aklsMDCTInv_MP3_32s", [=](int v) { prev = 0; return aklsMDCTInv_MP3_32s(s32.data(), d32.data(), ov.data(), 576, &prev, v, 0); }},
       {"aklsMDCTInv_MP3_32s", [=](int v) { prev = 0; return aklsMDCTInv_MP3_32s(s32.data(), d32.data(), ov.data(), 576, &prev, 2, v); }},
+      {"aklsMDCTInvWindow_MP3_32s", [=](int v) { return aklsMDCTInvWindow_MP3_32s(s32.data(), d32.data(), v); }},
       {"aklsAnalysisFilter_SBR_RToC_32f32fc_D2L", [=](int v) { return aklsAnalysisFilter_SBR_RToC_32f32fc_D2L(f32.data(), rows.data(), 2, v, ana); }},
       {"aklsPredictOneCoef_SBRHQ_32sc_D2L", [=](int v) { Akl32sc a0, a1; return aklsPredictOneCoef_SBRHQ_32sc_D2L(scrows.data(), &a0, &a1, v, 40); }},
       {"aklsPredictOneCoef_SBRLP_32s_D2L", [=](int v) { Akl32s a0, a1; return aklsPredictOneCoef_SBRLP_32s_D2L(s32rows.data(), &a0, &a1, v, 40); }},
@@ -488,7 +489,10 @@ TEST(HostileSweep, EveryExportIsCovered) {
       "aklsFDPFree_32f", "aklsFDPGetSize_32f", "aklsFDPInitAlloc_32f", "aklsFDPInit_32f", "aklsFDPReset_32f",
       "aklsFDP_32f", "aklsLongTermPredict_AAC_32s", "aklsLongTermReconstruct_AAC_32s", "aklsLtpUpdate_AAC_32s",
       "aklsMDCTFree_AAC_32s", "aklsMDCTFwd_AAC_32s", "aklsMDCTFwd_AAC_32s_I", "aklsMDCTGetSize_AAC_32s",
-      "aklsMDCTInitAlloc_AAC_32s", "aklsMDCTInit_AAC_32s", "aklsMDCTInv_AAC_32s16s", "aklsMDCTInv_AAC_32s_I"};
+      "aklsMDCTInitAlloc_AAC_32s", "aklsMDCTInit_AAC_32s", "aklsMDCTInv_AAC_32s16s", "aklsMDCTInv_AAC_32s_I",
+      // Parametric-stereo hybrid bank: check order, tags and allocation failures in tests/sbr/ps_hybrid_test.cpp.
+      "aklsAnalysisFilterFree_PS_32fc", "aklsAnalysisFilterGetSize_PS_32fc", "aklsAnalysisFilterInitAlloc_PS_32fc",
+      "aklsAnalysisFilterInit_PS_32fc", "aklsAnalysisFilter_PS_32fc_D2", "aklsSynthesisFilter_PS_32fc_D2"};
   std::vector<std::string> missing;
 #define AKL_EXPORT(name, ...) \
   if (!covered.count(#name) && !elsewhere.count(#name)) missing.push_back(#name);

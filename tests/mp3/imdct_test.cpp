@@ -145,4 +145,72 @@ TEST(MdctInv, AliasCoefficients) {
   EXPECT_NEAR(spec[18], (static_cast<std::int64_t>(-1104871222) << 30) >> 31, 1);
 }
 
+
+
+TEST(MdctInvWindow, ArgumentChecksWriteNothing) {
+  std::vector<Akl32s> src(36, 9), dst(36, -4);
+  struct Row {
+    bool null_src, null_dst;
+    int bt;
+    Status expected;
+  } rows[] = {{true, false, 7, kStsNullPtr}, {false, true, 0, kStsNullPtr},   {false, false, -1, kStsBadArgErr},
+              {false, false, 4, kStsBadArgErr}, {false, false, INT32_MIN, kStsBadArgErr}};
+  for (const Row& r : rows) {
+    SCOPED_TRACE(r.bt);
+    EXPECT_EQ(aklsMDCTInvWindow_MP3_32s(r.null_src ? nullptr : src.data(), r.null_dst ? nullptr : dst.data(), r.bt),
+              r.expected);
+    for (int i = 0; i < 36; ++i) ASSERT_TRUE(src[i] == 9 && dst[i] == -4);
+  }
+}
+
+// The windowing stage against the combined operation.  One granule with zero
+// overlap: aklsMDCTInv_MP3_32s leaves the alias-reduced lines in place, so the
+// unwindowed transforms of those lines, windowed here, must be its time
+// samples (first half, odd samples of odd subbands negated) and its new tails
+// (second half).  Long block types match the plain integer path bit for bit;
+// against the exported (tuned) operation the bound is that of its float
+// lanes, 2^-17 of the input peak (here 2^25, so 2^8 Q26 steps, 1/8 of a
+// 16-bit step), plus the short path's extra rounding of the unwindowed
+// samples (2 steps).
+TEST(MdctInvWindow, MatchesCombinedOperation) {
+  std::mt19937 rng(akl::test::TestSeed());
+  std::uniform_int_distribution<Akl32s> line(-(1 << 25), 1 << 25);
+  for (int bt = 0; bt < 4; ++bt) {
+    SCOPED_TRACE(bt);
+    std::vector<Akl32s> spec(576), out(576), ov(576, 0), out_ref(576), ov_ref(576, 0);
+    for (Akl32s& v : spec) v = line(rng);
+    std::vector<Akl32s> spec_ref = spec;
+    int prev = 0, prev_ref = 0;
+    ASSERT_EQ(aklsMDCTInv_MP3_32s(spec.data(), out.data(), ov.data(), 576, &prev, bt, 0), kStsOk);
+    akl::mp3::MdctInvKernelRef(spec_ref.data(), out_ref.data(), ov_ref.data(), 576, &prev_ref, bt, 0);
+    int worst = 0;
+    for (int sb = 0; sb < 32; ++sb) {
+      Akl32s raw[36], win[36], in_place[36];
+      if (bt == 2)
+        akl::mp3::ImdctShortRaw(spec.data() + 18 * sb, raw);
+      else
+        akl::mp3::ImdctLongRaw(spec.data() + 18 * sb, raw);
+      ASSERT_EQ(aklsMDCTInvWindow_MP3_32s(raw, win, bt), kStsOk);
+      std::copy(raw, raw + 36, in_place);
+      ASSERT_EQ(aklsMDCTInvWindow_MP3_32s(in_place, in_place, bt), kStsOk);
+      for (int i = 0; i < 36; ++i) {
+        const bool flip = (sb & 1) && i < 18 && (i & 1);
+        const Akl32s expect = flip ? -win[i] : win[i];
+        const Akl32s got = i < 18 ? out[32 * i + sb] : ov[18 * sb + i - 18];
+        const Akl32s got_ref = i < 18 ? out_ref[32 * i + sb] : ov_ref[18 * sb + i - 18];
+        ASSERT_EQ(in_place[i], win[i]);
+        if (bt != 2) {
+          ASSERT_EQ(got_ref, expect) << sb << " " << i;
+        }
+        worst = std::max(worst, std::abs(got - expect));
+        if (bt == 2) worst = std::max(worst, std::abs(got_ref - expect));
+      }
+      if (bt == 2) {
+        for (int i : {0, 5, 30, 35}) EXPECT_EQ(win[i], 0);
+      }
+    }
+    EXPECT_LE(worst, (1 << 8) + 2);
+  }
+}
+
 }  // namespace
