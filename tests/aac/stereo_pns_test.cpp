@@ -55,23 +55,6 @@ TEST(MsStereo, ToggledIntensityBandInvertsAfterIntensityDecoding) {
   for (int i = 0; i < 8; ++i) EXPECT_EQ(l[i], 4000);
 }
 
-TEST(MsStereo, ArgumentChecksInOrder) {
-  std::vector<Akl32s> l(1024, 1), r(1024, 2);
-  Akl8u cb[64] = {}, used[480] = {};
-  EXPECT_EQ(aklsDecodeMsStereo_AAC_32s_I(l.data(), r.data(), 9, nullptr, cb, 1, kOneGroup, 1, 4, 1024), kStsNullPtr);
-  EXPECT_EQ(aklsDecodeMsStereo_AAC_32s_I(l.data(), r.data(), 9, used, cb, 9, kOneGroup, 99, 99, 100), kStsAacWinLenErr);
-  EXPECT_EQ(aklsDecodeMsStereo_AAC_32s_I(l.data(), r.data(), 9, used, cb, 2, kOneGroup, 99, 99, 1024), kStsAacWinGrpErr);
-  EXPECT_EQ(aklsDecodeMsStereo_AAC_32s_I(l.data(), r.data(), 9, used, cb, 1, kOneGroup, 52, 99, 1024), kStsAacMaxSfbErr);
-  EXPECT_EQ(aklsDecodeMsStereo_AAC_32s_I(l.data(), r.data(), 9, used, cb, 1, kOneGroup, 50, 12, 1024), kStsAacSmpRateIdxErr);
-  EXPECT_EQ(aklsDecodeMsStereo_AAC_32s_I(l.data(), r.data(), 0, used, cb, 1, kOneGroup, 50, 4, 1024), kStsAacMsMaskErr);
-  EXPECT_EQ(aklsDecodeMsStereo_AAC_32s_I(l.data(), r.data(), 1, used, cb, 1, kOneGroup, 50, 4, 1024), kStsAacMaxSfbErr);
-  EXPECT_EQ(aklsDecodeMsStereo_AAC_32s_I(l.data(), r.data(), 1, used, cb, 8, kOneGroup, 15, 4, 128), kStsAacMaxSfbErr);
-  for (int i = 0; i < 1024; ++i) {
-    ASSERT_EQ(l[i], 1);
-    ASSERT_EQ(r[i], 2);
-  }
-}
-
 // R = +-L * 2^(-p/4), truncated: within one step of the double value.
 TEST(IsStereo, ScalesLeftByPositionWithSign) {
   std::vector<Akl32s> l(1024), r(1024, 77);
@@ -169,20 +152,6 @@ TEST(Pns, SameSeedSameNoiseAndShortWindows) {
     EXPECT_NEAR(BandEnergy(a, pos, pos + 4) / want, 1.0, 0.01) << w;
   }
   EXPECT_EQ(BandEnergy(a, 12, 384) + BandEnergy(a, 404, 1024), 0.0);
-}
-
-TEST(Pns, ArgumentChecksInOrder) {
-  std::vector<Akl32s> x(1024, 3);
-  Akl32s ltp[41] = {}, seed = 1;
-  Akl8u cb[64] = {};
-  Akl16s nrg[64] = {};
-  EXPECT_EQ(aklsDecodePNS_AAC_32s(x.data(), ltp, cb, nrg, 99, 99, kOneGroup, 99, 1, nullptr), kStsNullPtr);
-  EXPECT_EQ(aklsDecodePNS_AAC_32s(x.data(), ltp, cb, nrg, 52, 99, kOneGroup, 99, 1, &seed), kStsAacMaxSfbErr);
-  EXPECT_EQ(aklsDecodePNS_AAC_32s(x.data(), ltp, cb, nrg, 51, 9, kOneGroup, 99, 1, &seed), kStsAacWinGrpErr);
-  EXPECT_EQ(aklsDecodePNS_AAC_32s(x.data(), ltp, cb, nrg, 51, 8, kOneGroup, 12, 1, &seed), kStsAacSmpRateIdxErr);
-  EXPECT_EQ(aklsDecodePNS_AAC_32s(x.data(), ltp, cb, nrg, 51, 8, kOneGroup, 11, 1, &seed), kStsAacWinLenErr);
-  for (Akl32s v : x) ASSERT_EQ(v, 3);
-  EXPECT_EQ(seed, 1);
 }
 
 // Correlated noise: where both channels are noise and M/S is on, right is

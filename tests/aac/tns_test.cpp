@@ -117,47 +117,6 @@ TEST(Tns, EmptyRegionAndOrderZeroChangeNothing) {
   for (Akl32s v : x) ASSERT_EQ(v, 1000);
 }
 
-TEST(Tns, StatusesInOrder) {
-  std::vector<Akl32s> x(1024, 100);
-  const Akl8s coefs[16] = {1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1};
-  const Akl8s bad_coefs[2] = {1, 8};
-  const Akl32s one[8] = {1, 1, 1, 1, 1, 1, 1, 1}, zero[8] = {}, four[8] = {4, 4, 4, 4, 4, 4, 4, 4};
-  const Akl32s five[8] = {5, 5, 5, 5, 5, 5, 5, 5}, two[8] = {2, 2, 2, 2, 2, 2, 2, 2}, len10[8] = {10, 10, 10, 10, 10, 10, 10, 10};
-  const Akl32s len50[8] = {50, 50, 50, 50, 50, 50, 50, 50};
-  const Akl32s minus1[8] = {-1, -1, -1, -1, -1, -1, -1, -1}, ord13[8] = {13, 13, 13, 13, 13, 13, 13, 13};
-  struct Row { const char* what; const Akl32s* nf; const Akl32s* len; const Akl32s* ord; const Akl32s* res;
-               const Akl8s* c; const Akl32s* dir; Akl32s maxSfb; Akl32s sfi; Akl32s winLen; Status expect; } rows[] = {
-      {"null", one, len10, one, four, nullptr, zero, 10, 4, 1024, kStsNullPtr},
-      {"winLen", one, len10, one, four, coefs, zero, 99, 99, 256, kStsAacWinLenErr},
-      {"sf index", one, len10, one, four, coefs, zero, 99, 12, 1024, kStsAacSmpRateIdxErr},
-      {"maxSfb 52", one, len10, one, four, coefs, zero, 52, 4, 1024, kStsAacMaxSfbErr},
-      {"maxSfb above bands", one, len10, one, four, coefs, zero, 50, 4, 1024, kStsAacMaxSfbErr},
-      {"nfilt long 4", four, len10, one, four, coefs, zero, 10, 4, 1024, kStsAacTnsNumFiltErr},
-      {"nfilt short 2", two, len10, one, four, coefs, zero, 10, 4, 128, kStsAacTnsNumFiltErr},
-      {"nfilt -1", minus1, len10, one, four, coefs, zero, 10, 4, 1024, kStsAacTnsNumFiltErr},
-      {"length -1", one, minus1, one, four, coefs, zero, 10, 4, 1024, kStsAacTnsLenErr},
-      {"length 50", one, len50, one, four, coefs, zero, 10, 4, 1024, kStsAacTnsLenErr},
-      {"order 13", one, len10, ord13, four, coefs, zero, 10, 4, 1024, kStsAacTnsOrderErr},
-      {"short order 8", one, len10, ord13, four, coefs, zero, 10, 4, 128, kStsAacTnsOrderErr},
-      {"coef res 5", one, len10, one, five, coefs, zero, 10, 4, 1024, kStsAacTnsCoefResErr},
-      {"coef 8", one, len10, two, four, bad_coefs, zero, 10, 4, 1024, kStsAacTnsCoefErr},
-      {"direction 2", one, len10, one, four, coefs, two, 10, 4, 1024, kStsAacTnsDirectErr},
-      {"order 0 skips res and dir", one, len10, zero, five, bad_coefs, two, 10, 4, 1024, kStsOk},
-  };
-  for (const auto& r : rows) {
-    SCOPED_TRACE(r.what);
-    std::vector<Akl32s> y(1024, 100);
-    EXPECT_EQ(aklsDecodeTNS_AAC_32s_I(y.data(), r.nf, r.len, r.ord, r.res, r.c, r.dir, r.maxSfb, 1, r.sfi, r.winLen),
-              r.expect);
-    std::vector<Akl32s> z(1024, 100);
-    EXPECT_EQ(aklsEncodeTNS_AAC_32s_I(z.data(), r.nf, r.len, r.ord, r.res, r.c, r.dir, r.maxSfb, 1, r.sfi, r.winLen),
-              r.expect);
-    if (r.expect != kStsOk) {
-      for (Akl32s v : z) ASSERT_EQ(v, 100);  // the encoder checks everything first
-    }
-  }
-}
-
 TEST(Tns, DecoderKeepsWindowsFilteredBeforeAFailure) {
   // Short windows: window 0 filters, window 1 has an order of 8.
   std::vector<Akl32s> x(1024, 100);

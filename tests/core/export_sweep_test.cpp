@@ -26,7 +26,7 @@ namespace {
 // ---------------------------------------------------------------------------
 // Contexts.
 
-enum class Kind { kVlcDec, kVlcEnc, kMdctFwd, kMdctInv, kMdct16, kFir, kPqmf, kSbrAna, kSbrSyn, kSbrDown, kPqmfAna, kCount };
+enum class Kind { kVlcDec, kVlcEnc, kMdctFwd, kMdctInv, kMdct16, kFir, kPqmf, kSbrAna, kSbrSyn, kSbrDown, kPqmfAna, kFdp, kAacMdct, kCount };
 
 const VlcCodeEntry kBook[] = {{0, 0x0, 1}, {1, 0x2, 2}, {2, 0x6, 3}, {3, 0x7, 3}};
 const int kLevels[] = {3};
@@ -49,6 +49,8 @@ void* Make(Kind k) {
       st = aklsSynthesisDownFilterInitAlloc_SBR_CToR_32fc32f(reinterpret_cast<AklsSynthesisDownState_SBR_32f**>(&p));
       break;
     case Kind::kPqmfAna: st = aklsAnalysisFilterInitAlloc_PQMF_MP3_32f(reinterpret_cast<AklsAnalysisState_PQMF_MP3_32f**>(&p)); break;
+    case Kind::kFdp: st = aklsFDPInitAlloc_32f(4, reinterpret_cast<AklsFDPState_32f**>(&p)); break;
+    case Kind::kAacMdct: st = aklsMDCTInitAlloc_AAC_32s(reinterpret_cast<AklsMDCTSpec_AAC_32s**>(&p)); break;
     default: break;
   }
   EXPECT_EQ(st, kStsOk);
@@ -72,6 +74,8 @@ void Release(Kind k, void* p) {
     case Kind::kPqmfAna:
       EXPECT_EQ(aklsAnalysisFilterFree_PQMF_MP3_32f(static_cast<AklsAnalysisState_PQMF_MP3_32f*>(p)), kStsOk);
       break;
+    case Kind::kFdp: EXPECT_EQ(aklsFDPFree_32f(static_cast<AklsFDPState_32f*>(p)), kStsOk); break;
+    case Kind::kAacMdct: EXPECT_EQ(aklsMDCTFree_AAC_32s(static_cast<AklsMDCTSpec_AAC_32s*>(p)), kStsOk); break;
     default: break;
   }
 }
@@ -158,7 +162,13 @@ std::vector<CtxRow> ContextRows() {
     return &off;
   };
   static int count;
+  static std::vector<Akl32s> s32(4096, 5), d32(4096), ov32(1024);
+  static AklAACIcsInfo ics{};  // long window, maxSfb 0, no prediction data
+  static AklAACLtpData ltp{};  // lag 0, gain 0
+  static std::vector<Akl8u> cbs(64, 1);
   using D = aklsVLCDecodeSpec_32s*;
+  using F = AklsFDPState_32f*;
+  using M = const AklsMDCTSpec_AAC_32s*;
   using E = aklsVLCEncodeSpec_32s*;
   return {
       {"aklsVLCDecodeOne_1u16s", Kind::kVlcDec, kStsVLCDataErr, [=](void* c) { return aklsVLCDecodeOne_1u16s(cur(), o(), d16.data(), D(c)); }},
@@ -202,6 +212,15 @@ std::vector<CtxRow> ContextRows() {
       {"aklsSynthesisDownFilterFree_SBR_CToR_32fc32f", Kind::kSbrDown, kStsContextMismatch, [](void* c) { return aklsSynthesisDownFilterFree_SBR_CToR_32fc32f(static_cast<AklsSynthesisDownState_SBR_32f*>(c)); }, true},
       {"aklsAnalysisFilter_PQMF_MP3_32f", Kind::kPqmfAna, kStsContextMismatch, [=](void* c) { return aklsAnalysisFilter_PQMF_MP3_32f(f32.data(), g32.data(), static_cast<AklsAnalysisState_PQMF_MP3_32f*>(c), 2); }},
       {"aklsAnalysisFilterFree_PQMF_MP3_32f", Kind::kPqmfAna, kStsContextMismatch, [](void* c) { return aklsAnalysisFilterFree_PQMF_MP3_32f(static_cast<AklsAnalysisState_PQMF_MP3_32f*>(c)); }, true},
+      {"aklsFDP_32f", Kind::kFdp, kStsContextMismatch, [=](void* c) { return aklsFDP_32f(f32.data(), g32.data(), &ics, cbs.data(), F(c)); }},
+      {"aklsFDPReset_32f", Kind::kFdp, kStsContextMismatch, [](void* c) { return aklsFDPReset_32f(F(c)); }},
+      {"aklsFDPFree_32f", Kind::kFdp, kStsContextMismatch, [](void* c) { return aklsFDPFree_32f(F(c)); }, true},
+      {"aklsMDCTInv_AAC_32s16s", Kind::kAacMdct, kStsContextMismatch, [=](void* c) { return aklsMDCTInv_AAC_32s16s(s32.data(), d16.data(), ov32.data(), 0, 0, 0, M(c)); }},
+      {"aklsMDCTInv_AAC_32s_I", Kind::kAacMdct, kStsContextMismatch, [=](void* c) { return aklsMDCTInv_AAC_32s_I(d32.data(), ov32.data(), 2, 1, 0, M(c)); }},
+      {"aklsMDCTFwd_AAC_32s", Kind::kAacMdct, kStsContextMismatch, [=](void* c) { return aklsMDCTFwd_AAC_32s(s32.data(), d32.data(), 1, 0, 1, M(c)); }},
+      {"aklsMDCTFwd_AAC_32s_I", Kind::kAacMdct, kStsContextMismatch, [=](void* c) { return aklsMDCTFwd_AAC_32s_I(d32.data(), 3, 1, 1, M(c)); }},
+      {"aklsLongTermPredict_AAC_32s", Kind::kAacMdct, kStsContextMismatch, [=](void* c) { return aklsLongTermPredict_AAC_32s(s32.data(), d32.data(), &ltp, 0, 0, 0, M(c)); }},
+      {"aklsMDCTFree_AAC_32s", Kind::kAacMdct, kStsContextMismatch, [](void* c) { return aklsMDCTFree_AAC_32s(static_cast<AklsMDCTSpec_AAC_32s*>(c)); }, true},
   };
 }
 
@@ -245,7 +264,7 @@ struct IntRow {
 std::vector<IntRow> IntRows() {
   static std::vector<Akl8u> bits(8192, 0xA5);
   static std::vector<Akl16s> s16(8192, 7), d16(8192);
-  static std::vector<Akl32s> s32(8192, 3), d32(8192), ov(576), w32(8192);
+  static std::vector<Akl32s> s32(8192, 3), d32(8192), ov(576), w32(8192), ov1k(1024);
   static std::vector<Akl32f> f32(8192, 0.5f), g32(8192);
   static std::vector<Akl8u> cb(8 * 64, 1), ms(8 * 64, 1);
   static std::vector<Akl8s> sf8(128, 2), coef(512, 1);
@@ -265,6 +284,8 @@ std::vector<IntRow> IntRows() {
   static AklsAnalysisState_SBR_32f* ana = nullptr;
   static AklsSynthesisState_SBR_32f* syn = nullptr;
   static AklsSynthesisDownState_SBR_32f* down = nullptr;
+  static AklsFDPState_32f* fdp = nullptr;
+  static AklsMDCTSpec_AAC_32s* amdct = nullptr;
   static std::vector<Akl32fc> c32(64 * 64);
   static std::vector<Akl32fc*> rows(64);
   static std::vector<const Akl32fc*> crows(64);
@@ -283,6 +304,8 @@ std::vector<IntRow> IntRows() {
     EXPECT_EQ(aklsAnalysisFilterInitAlloc_SBR_RToC_32f32fc(&ana), kStsOk);
     EXPECT_EQ(aklsSynthesisFilterInitAlloc_SBR_CToR_32fc32f(&syn), kStsOk);
     EXPECT_EQ(aklsSynthesisDownFilterInitAlloc_SBR_CToR_32fc32f(&down), kStsOk);
+    EXPECT_EQ(aklsFDPInitAlloc_32f(4, &fdp), kStsOk);
+    EXPECT_EQ(aklsMDCTInitAlloc_AAC_32s(&amdct), kStsOk);
     for (int i = 0; i < 64; ++i) {
       const auto u = static_cast<std::size_t>(i);
       rows[u] = c32.data() + 64 * i;
@@ -363,6 +386,21 @@ std::vector<IntRow> IntRows() {
       {"aklsMDCTFwd_MP3_32s", [=](int v) { return aklsMDCTFwd_MP3_32s(s32.data(), d32.data(), ov.data(), 2, v); }},
       {"aklsPackScaleFactors_MP3_8s1u", [=](int v) { AklMP3SideInfo si{}; AklMP3FrameHeader h{}; h.id = 1; h.layer = 1; std::vector<Akl8u> o(64); Akl8u* q = o.data(); int qo = 0; return aklsPackScaleFactors_MP3_8s1u(sf8.data(), &q, &qo, &si, filt.data(), &h, v, v); }},
       {"aklsPackSideInfo_MP3", [=](int v) { AklMP3SideInfo si[4]{}; AklMP3FrameHeader h{}; h.id = 1; h.layer = 1; h.mode = 3; std::vector<Akl8u> o(64); Akl8u* q = o.data(); return aklsPackSideInfo_MP3(si, &q, v, v, filt.data(), &h); }},
+      // AAC Main/LTP: rate index, window sequence and shapes, maxSfb, reset group, lag and gain.
+      {"aklsFDPInit_32f", [=](int v) { int n = 0; aklsFDPGetSize_32f(&n); std::vector<Akl8u> m(static_cast<std::size_t>(n)); return aklsFDPInit_32f(v, reinterpret_cast<AklsFDPState_32f*>(m.data())); }},
+      {"aklsFDPInitAlloc_32f", [=](int v) { AklsFDPState_32f* f = nullptr; const Status s = aklsFDPInitAlloc_32f(v, &f); if (s == kStsOk) { EXPECT_EQ(aklsFDPFree_32f(f), kStsOk); } return s; }},
+      {"aklsFDP_32f", [=](int v) { AklAACIcsInfo i{}; i.windowSequence = v; i.maxSfb = 10; return aklsFDP_32f(f32.data(), g32.data(), &i, cb.data(), fdp); }},
+      {"aklsFDP_32f", [=](int v) { AklAACIcsInfo i{}; i.maxSfb = v; i.predictorDataPresent = 1; for (auto& u : i.predictionUsed) u = 1; return aklsFDP_32f(f32.data(), g32.data(), &i, cb.data(), fdp); }},
+      {"aklsFDP_32f", [=](int v) { AklAACIcsInfo i{}; i.maxSfb = 20; i.predictorDataPresent = 1; i.predictorReset = 1; i.predictorResetGroupNum = v; return aklsFDP_32f(f32.data(), g32.data(), &i, cb.data(), fdp); }},
+      {"aklsMDCTInv_AAC_32s16s", [=](int v) { return aklsMDCTInv_AAC_32s16s(s32.data(), d16.data(), ov1k.data(), v, v & 1, 0, amdct); }},
+      {"aklsMDCTInv_AAC_32s16s", [=](int v) { return aklsMDCTInv_AAC_32s16s(s32.data(), d16.data(), ov1k.data(), 2, v, v, amdct); }},
+      {"aklsMDCTInv_AAC_32s_I", [=](int v) { return aklsMDCTInv_AAC_32s_I(d32.data(), ov1k.data(), v, 1, v, amdct); }},
+      {"aklsMDCTFwd_AAC_32s", [=](int v) { return aklsMDCTFwd_AAC_32s(s32.data(), d32.data(), v, v, 1, amdct); }},
+      {"aklsMDCTFwd_AAC_32s_I", [=](int v) { return aklsMDCTFwd_AAC_32s_I(d32.data(), 3, 0, v, amdct); }},
+      {"aklsLongTermPredict_AAC_32s", [=](int v) { AklAACLtpData l{}; l.ltpLag = v; l.ltpCoef = static_cast<Akl16s>(v); return aklsLongTermPredict_AAC_32s(s32.data(), d32.data(), &l, 1, 0, 1, amdct); }},
+      {"aklsLongTermPredict_AAC_32s", [=](int v) { AklAACLtpData l{}; l.ltpLag = 2047; l.ltpCoef = 22438; return aklsLongTermPredict_AAC_32s(s32.data(), d32.data(), &l, v, v, v, amdct); }},
+      {"aklsLongTermReconstruct_AAC_32s", [=](int v) { return aklsLongTermReconstruct_AAC_32s(s32.data(), d32.data(), w32.data(), v, 4); }},
+      {"aklsLongTermReconstruct_AAC_32s", [=](int v) { return aklsLongTermReconstruct_AAC_32s(s32.data(), d32.data(), w32.data(), 40, v); }},
       // Sizes: only the values below 1.
       {"aklsInterleave_16s", [=](int v) { return aklsInterleave_16s(srows.data(), v, 4, d16.data()) == kStsOk ? kStsErr : kStsOk; }},
       {"aklsDeinterleave_16s", [=](int v) { return aklsDeinterleave_16s(s16.data(), 2, v, drows.data()) == kStsOk ? kStsErr : kStsOk; }},
@@ -485,11 +523,8 @@ TEST(HostileSweep, EveryExportIsCovered) {
       "aklsPredictCoef_SBR_C_32fc_D2L", "aklsAnalysisFilterGetSize_PQMF_MP3_32f", "aklsAnalysisFilterInit_PQMF_MP3_32f",
       "aklsAnalysisFilterInitAlloc_PQMF_MP3_32f", "aklsHuffmanEncode_MP3_32s1u", "aklsHuffmanTableSelect_MP3_32s",
       "aklsJointStereoEncode_MP3_32s_I", "aklsPackFrameHeader_MP3", "aklsQuantize_MP3_32s_I",
-      // AAC Main/LTP family, just landed: its contract tests cover it; rows here are still to come.
-      "aklsFDPFree_32f", "aklsFDPGetSize_32f", "aklsFDPInitAlloc_32f", "aklsFDPInit_32f", "aklsFDPReset_32f",
-      "aklsFDP_32f", "aklsLongTermPredict_AAC_32s", "aklsLongTermReconstruct_AAC_32s", "aklsLtpUpdate_AAC_32s",
-      "aklsMDCTFree_AAC_32s", "aklsMDCTFwd_AAC_32s", "aklsMDCTFwd_AAC_32s_I", "aklsMDCTGetSize_AAC_32s",
-      "aklsMDCTInitAlloc_AAC_32s", "aklsMDCTInit_AAC_32s", "aklsMDCTInv_AAC_32s16s", "aklsMDCTInv_AAC_32s_I",
+      "aklsFDPGetSize_32f", "aklsMDCTGetSize_AAC_32s", "aklsMDCTInit_AAC_32s", "aklsMDCTInitAlloc_AAC_32s",
+      "aklsLtpUpdate_AAC_32s",
       // Parametric-stereo hybrid bank: check order, tags and allocation failures in tests/sbr/ps_hybrid_test.cpp.
       "aklsAnalysisFilterFree_PS_32fc", "aklsAnalysisFilterGetSize_PS_32fc", "aklsAnalysisFilterInitAlloc_PS_32fc",
       "aklsAnalysisFilterInit_PS_32fc", "aklsAnalysisFilter_PS_32fc_D2", "aklsSynthesisFilter_PS_32fc_D2"};

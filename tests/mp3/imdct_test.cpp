@@ -14,38 +14,6 @@ namespace {
 
 constexpr double kQ26 = 67108864.0;
 
-TEST(MdctInv, ArgumentChecksInOrder) {
-  std::vector<Akl32s> spec(576, 7), out(576, -3), ov(576, 5);
-  int prev = 4;
-  struct Row {
-    bool null_spec, null_out, null_ov, null_prev;
-    int bound, bt, mixed, prev;
-    Status expected;
-  } rows[] = {
-      {true, false, false, false, 600, 0, 0, 0, kStsNullPtr},  // null wins over a bad bound
-      {false, true, false, false, 0, 0, 0, 0, kStsNullPtr},
-      {false, false, true, false, 0, 0, 0, 0, kStsNullPtr},
-      {false, false, false, true, 0, 0, 0, 0, kStsNullPtr},
-      {false, false, false, false, 577, 0, 0, 0, kStsBadArgErr},
-      {false, false, false, false, -1, 0, 0, 0, kStsBadArgErr},
-      {false, false, false, false, 10, 4, 0, 0, kStsBadArgErr},
-      {false, false, false, false, 10, -1, 0, 0, kStsBadArgErr},
-      {false, false, false, false, 10, 2, 2, 0, kStsBadArgErr},
-      {false, false, false, false, 10, 2, 0, 33, kStsBadArgErr},
-      {false, false, false, false, 10, 2, 0, -1, kStsBadArgErr},
-  };
-  for (const Row& r : rows) {
-    SCOPED_TRACE(r.bound);
-    prev = r.prev;
-    const Status st = aklsMDCTInv_MP3_32s(r.null_spec ? nullptr : spec.data(), r.null_out ? nullptr : out.data(),
-                                          r.null_ov ? nullptr : ov.data(), r.bound, r.null_prev ? nullptr : &prev,
-                                          r.bt, r.mixed);
-    EXPECT_EQ(st, r.expected);
-    EXPECT_EQ(prev, r.prev);
-    for (int i = 0; i < 576; ++i) ASSERT_TRUE(spec[i] == 7 && out[i] == -3 && ov[i] == 5);
-  }
-}
-
 TEST(MdctInv, SubbandCount) {
   struct Row {
     int bound, bt, mixed, n;

@@ -42,24 +42,6 @@ TEST(SynthesisWindow, MatchesTextAndSymmetry) {
   }
 }
 
-TEST(SynthPQMF, ArgumentChecks) {
-  std::vector<Akl32s> s(32, 1 << 20), v(512, 9);
-  std::vector<Akl16s> pcm(64, 77);
-  int pos = 3;
-  EXPECT_EQ(aklsSynthPQMF_MP3_32s16s(nullptr, pcm.data(), v.data(), &pos, 7), kStsNullPtr);
-  EXPECT_EQ(aklsSynthPQMF_MP3_32s16s(s.data(), nullptr, v.data(), &pos, 1), kStsNullPtr);
-  EXPECT_EQ(aklsSynthPQMF_MP3_32s16s(s.data(), pcm.data(), nullptr, &pos, 1), kStsNullPtr);
-  EXPECT_EQ(aklsSynthPQMF_MP3_32s16s(s.data(), pcm.data(), v.data(), nullptr, 1), kStsNullPtr);
-  for (int mode : {-1, 0, 3}) EXPECT_EQ(aklsSynthPQMF_MP3_32s16s(s.data(), pcm.data(), v.data(), &pos, mode), kStsBadArgErr);
-  for (int bad : {-1, 16, 100}) {
-    pos = bad;
-    EXPECT_EQ(aklsSynthPQMF_MP3_32s16s(s.data(), pcm.data(), v.data(), &pos, 1), kStsBadArgErr);
-    EXPECT_EQ(pos, bad);
-  }
-  for (Akl16s p : pcm) ASSERT_EQ(p, 77);
-  for (Akl32s x : v) ASSERT_EQ(x, 9);
-}
-
 TEST(SynthPQMF, RingOffsetStepsBackAndModeTwoSkipsOddSamples) {
   std::vector<Akl32s> s(32, 1 << 22), v(512, 0);
   std::vector<Akl16s> pcm(64, 77);

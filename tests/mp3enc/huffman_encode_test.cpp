@@ -135,39 +135,4 @@ TEST(HuffmanEncode, EveryTableRoundTrips) {
   }
 }
 
-TEST(HuffmanEncode, StatusesInCheckOrder) {
-  std::vector<Akl32s> ix(576, 0);
-  AklMP3FrameHeader h{};
-  h.id = 1;
-  h.layer = 1;
-  AklMP3SideInfo si{};
-  Akl8u buf[8] = {};
-  Akl8u* p = buf;
-  Akl32s off = 8, bits = 0;
-  EXPECT_EQ(aklsHuffmanEncode_MP3_32s1u(ix.data(), &p, &off, &si, nullptr), kStsNullPtr);
-  EXPECT_EQ(aklsHuffmanEncode_MP3_32s1u(ix.data(), &p, &off, &si, &h), kStsBadArgErr);
-  off = 0;
-  h.layer = 2;
-  EXPECT_EQ(aklsHuffmanEncode_MP3_32s1u(ix.data(), &p, &off, &si, &h), kStsMP3FrameHeaderErr);
-  EXPECT_EQ(aklsHuffmanTableSelect_MP3_32s(ix.data(), &si, &h, &bits), kStsMP3FrameHeaderErr);
-  h.layer = 1;
-  si.bigValues = 289;
-  EXPECT_EQ(aklsHuffmanEncode_MP3_32s1u(ix.data(), &p, &off, &si, &h), kStsMP3SideInfoErr);
-  si.bigValues = 0;
-  si.region0Count = 15;
-  si.region1Count = 6;
-  EXPECT_EQ(aklsHuffmanEncode_MP3_32s1u(ix.data(), &p, &off, &si, &h), kStsMP3SideInfoErr);
-  si.region1Count = 0;
-  si.windowSwitchingFlag = 1;  // with block type 0
-  EXPECT_EQ(aklsHuffmanEncode_MP3_32s1u(ix.data(), &p, &off, &si, &h), kStsMP3SideInfoErr);
-  EXPECT_EQ(aklsHuffmanTableSelect_MP3_32s(ix.data(), &si, &h, &bits), kStsMP3SideInfoErr);
-  si.windowSwitchingFlag = 0;
-  ix[10] = 8207;
-  EXPECT_EQ(aklsHuffmanTableSelect_MP3_32s(ix.data(), &si, &h, &bits), kStsBadArgErr);
-  ix[10] = 2;  // after the big values (bigValues 0): not a count1 value
-  EXPECT_EQ(aklsHuffmanEncode_MP3_32s1u(ix.data(), &p, &off, &si, &h), kStsErr);
-  EXPECT_EQ(p, buf);
-  EXPECT_EQ(off, 0);
-}
-
 }  // namespace

@@ -78,33 +78,6 @@ TEST(PackFrameHeader, RoundTripsThroughTheUnpacker) {
   }
 }
 
-TEST(PackFrameHeader, ChecksBeforeWriting) {
-  std::mt19937 rng(7);
-  const AklMP3FrameHeader good = RandomHeader(rng, 1, 1);
-  Akl8u buf[8] = {};
-  Akl8u* p = buf;
-  EXPECT_EQ(aklsPackFrameHeader_MP3(nullptr, &p), kStsNullPtr);
-  EXPECT_EQ(aklsPackFrameHeader_MP3(&good, nullptr), kStsNullPtr);
-  Akl8u* null_ptr = nullptr;
-  EXPECT_EQ(aklsPackFrameHeader_MP3(&good, &null_ptr), kStsNullPtr);
-  struct Bad {
-    int field;
-    Akl32s value;
-  } bad[] = {{0, 2}, {1, 2}, {1, 3}, {2, 2}, {3, 15}, {4, 3}, {5, -1}, {7, 4}, {8, 4}, {11, 4}};
-  for (const Bad& b : bad) {
-    AklMP3FrameHeader h = good;
-    reinterpret_cast<Akl32s*>(&h)[b.field] = b.value;
-    p = buf;
-    EXPECT_EQ(aklsPackFrameHeader_MP3(&h, &p), kStsMP3FrameHeaderErr) << b.field;
-    EXPECT_EQ(p, buf);
-    EXPECT_EQ(buf[0], 0);
-  }
-  AklMP3FrameHeader h = good;
-  h.protectionBit = 0;
-  h.crcWord = 0x10000;
-  EXPECT_EQ(aklsPackFrameHeader_MP3(&h, &p), kStsMP3FrameHeaderErr);
-}
-
 TEST(PackSideInfo, RoundTripsThroughTheUnpacker) {
   std::mt19937 rng(akl::test::TestSeed() + 1);
   for (int n = 0; n < 4000; ++n) {
@@ -253,37 +226,6 @@ TEST(PackScaleFactors, RoundTripsThroughTheUnpacker) {
       }
     }
   }
-}
-
-TEST(PackScaleFactors, ChecksBeforeWriting) {
-  AklMP3FrameHeader h{};
-  h.id = 1;
-  h.layer = 1;
-  AklMP3SideInfo si{};
-  si.scalefacCompress = 5;  // slen1 1, slen2 1
-  Akl32s scfsi[4] = {};
-  Akl8s sf[40] = {};
-  Akl8u buf[16] = {};
-  Akl8u* p = buf;
-  Akl32s off = 0;
-  EXPECT_EQ(aklsPackScaleFactors_MP3_8s1u(sf, &p, nullptr, &si, scfsi, &h, 0, 0), kStsNullPtr);
-  off = 8;
-  EXPECT_EQ(aklsPackScaleFactors_MP3_8s1u(sf, &p, &off, &si, scfsi, &h, 0, 0), kStsBadArgErr);
-  off = 0;
-  EXPECT_EQ(aklsPackScaleFactors_MP3_8s1u(sf, &p, &off, &si, scfsi, &h, 2, 0), kStsBadArgErr);
-  h.id = 2;
-  EXPECT_EQ(aklsPackScaleFactors_MP3_8s1u(sf, &p, &off, &si, scfsi, &h, 0, 0), kStsMP3FrameHeaderErr);
-  h.id = 1;
-  si.scalefacCompress = 16;
-  EXPECT_EQ(aklsPackScaleFactors_MP3_8s1u(sf, &p, &off, &si, scfsi, &h, 0, 0), kStsMP3SideInfoErr);
-  si.scalefacCompress = 5;
-  sf[20] = 2;  // does not fit one bit
-  EXPECT_EQ(aklsPackScaleFactors_MP3_8s1u(sf, &p, &off, &si, scfsi, &h, 0, 0), kStsBadArgErr);
-  sf[20] = -1;  // negative only on an MPEG-2 intensity right channel
-  EXPECT_EQ(aklsPackScaleFactors_MP3_8s1u(sf, &p, &off, &si, scfsi, &h, 0, 0), kStsBadArgErr);
-  EXPECT_EQ(p, buf);
-  EXPECT_EQ(off, 0);
-  for (Akl8u v : buf) EXPECT_EQ(v, 0);
 }
 
 }  // namespace

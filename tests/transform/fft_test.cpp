@@ -96,25 +96,6 @@ TEST(Fft, EveryOrderAndFlagMatchesDoubleDft) {
   }
 }
 
-TEST(Fft, TunedKernelMatchesReference) {
-  std::mt19937 rng(akl::test::TestSeed());
-  for (int order = 0; order <= 13; ++order) {
-    SCOPED_TRACE(order);
-    FloatFft fft;
-    ASSERT_EQ(fft.Build(order, 8), kStsOk);
-    const auto x = RandomComplex(1 << order, rng);
-    std::vector<Akl32fc> a(x.size()), b(x.size());
-    int work_size = 0;
-    ASSERT_EQ(fftGetBufSize_C_32fc(fft.spec, &work_size), kStsOk);
-    std::vector<Akl8u> work(static_cast<std::size_t>(work_size) + 1);
-    FftForward(*fft.spec, x.data(), a.data(), work.data() + 1);
-    FftRef(x.data(), b.data(), order);
-    std::vector<cd> bd(b.size());
-    for (std::size_t i = 0; i < b.size(); ++i) bd[i] = {b[i].re, b[i].im};
-    EXPECT_LT(RelRms(a, bd), kFftTolerance);
-  }
-}
-
 TEST(Fft, OrderZeroIsIdentityTimesNormalisation) {
   FloatFft fft;
   ASSERT_EQ(fft.Build(0, 1), kStsOk);

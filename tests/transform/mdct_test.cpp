@@ -151,36 +151,6 @@ TEST(Mdct, InitInCallerMemoryAtEveryOffsetAndInPlace) {
   }
 }
 
-// The SSE2 forms fold and rotate as the reference does but run a different
-// factorisation of the FFT (radix-8 passes for Q = 32 .. 1024), so they agree
-// to rounding: each lies about 1.4e-7 (relative RMS) from the exact values at
-// these lengths, so 1e-6 between the two is generous, while a wrong index,
-// sign or twiddle gives differences of order 1.
-TEST(Mdct, Sse2FormsMatchTheReference) {
-  std::mt19937 rng(akl::test::TestSeed());
-  for (int n = 64; n <= 8192; n *= 2) {
-    SCOPED_TRACE(n);
-    MDCTFwdSpec_32f* fwd = nullptr;
-    MDCTInvSpec_32f* inv = nullptr;
-    ASSERT_EQ(aklsMDCTFwdInitAlloc_32f(&fwd, n), kStsOk);
-    ASSERT_EQ(aklsMDCTInvInitAlloc_32f(&inv, n), kStsOk);
-    const auto& fs = *akl::ContextAt<akl::transform::MdctSpec>(fwd, 64);
-    const auto& is = *akl::ContextAt<akl::transform::MdctSpec>(inv, 64);
-    std::vector<Akl32fc> work(static_cast<std::size_t>(n) + 16);
-    Akl32fc* z = akl::AlignUp(work.data(), 64);
-    const auto x = Random(n, rng);
-    std::vector<float> a(static_cast<std::size_t>(n)), b(static_cast<std::size_t>(n));
-    akl::transform::MdctFwdSse2(fs, x.data(), a.data(), z);
-    akl::transform::MdctFwdRef(fs, x.data(), b.data(), z);
-    EXPECT_LT(RelRms(a.data(), std::vector<double>(b.begin(), b.begin() + n / 2)), 1e-6);
-    akl::transform::MdctInvSse2(is, x.data(), a.data(), z);
-    akl::transform::MdctInvRef(is, x.data(), b.data(), z);
-    EXPECT_LT(RelRms(a.data(), std::vector<double>(b.begin(), b.end())), 1e-6);
-    aklsMDCTFwdFree_32f(fwd);
-    aklsMDCTInvFree_32f(inv);
-  }
-}
-
 TEST(Mdct, ImpulsesOfLength32) {
   MDCTFwdSpec_32f* fwd = nullptr;
   MDCTInvSpec_32f* inv = nullptr;
@@ -248,20 +218,10 @@ TEST(Mdct, StatusesAndCheckOrders) {
   EXPECT_EQ(aklsMDCTInvInitAlloc_32f(nullptr, 24), kStsNullPtr);
   EXPECT_EQ(aklsMDCTFwdInitAlloc_16s(reinterpret_cast<MDCTFwdSpec_16s**>(&fwd), 36), kStsSizeErr);
 
-  // Transforms: spec null, then tag, then data pointers.
-  float x[12] = {}, y[12] = {};
+  // Frees: the tag is checked (the transforms: tests/core/contract_test.cpp).
   MDCTInvSpec_32f* wrong = reinterpret_cast<MDCTInvSpec_32f*>(fwd);
-  EXPECT_EQ(aklsMDCTFwd_32f(nullptr, nullptr, nullptr, nullptr), kStsNullPtr);
-  EXPECT_EQ(aklsMDCTInv_32f(nullptr, nullptr, wrong, nullptr), kStsContextMismatch);
-  EXPECT_EQ(aklsMDCTInv_32f_I(x, wrong, nullptr), kStsContextMismatch);
-  EXPECT_EQ(aklsMDCTFwd_32f(nullptr, y, fwd, nullptr), kStsNullPtr);
-  EXPECT_EQ(aklsMDCTFwd_16s_Sfs(nullptr, nullptr, reinterpret_cast<MDCTFwdSpec_16s*>(fwd), 0, nullptr),
-            kStsContextMismatch);
-  EXPECT_EQ(aklsMDCTInvGetBufSize_32f(wrong, &s), kStsContextMismatch);
-  EXPECT_EQ(aklsMDCTFwdGetBufSize_32f(fwd, nullptr), kStsNullPtr);
   EXPECT_EQ(aklsMDCTInvFree_32f(wrong), kStsContextMismatch);
   EXPECT_EQ(aklsMDCTFwdFree_16s(nullptr), kStsNullPtr);
-  EXPECT_EQ(aklsMDCTFwd_32f(x, y, fwd, nullptr), kStsOk);
 }
 
 TEST(Mdct, AllocationFailures) {

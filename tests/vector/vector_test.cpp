@@ -158,61 +158,6 @@ void CheckMisalignment(Inter inter, Deinter deinter) {
 TEST(Interleave, MisalignedPointersWarn16s) { CheckMisalignment<Akl16s>(aklsInterleave_16s, aklsDeinterleave_16s); }
 TEST(Interleave, MisalignedPointersWarn32f) { CheckMisalignment<Akl32f>(aklsInterleave_32f, aklsDeinterleave_32f); }
 
-// Check order for both directions: buffer and row array null, channel count,
-// length, row pointers; the first failing check decides and nothing is written.
-template <class T, class Inter, class Deinter>
-void CheckStatuses(Inter inter, Deinter deinter) {
-  struct Row {
-    bool null_buffer, null_rows;
-    int ch, len;
-    int null_row;  // index of a null row pointer, or -1
-    bool misaligned;
-    Status expected;
-  };
-  const Row rows[] = {
-      {true, false, 2, 4, -1, false, kStsNullPtr},
-      {false, true, 2, 4, -1, false, kStsNullPtr},
-      {true, true, 0, 0, -1, false, kStsNullPtr},
-      {true, false, 0, 0, 1, true, kStsNullPtr},
-      {false, false, 0, 0, -1, false, kStsNumChannelsErr},  // -53 even with len 0
-      {false, false, -1, 4, -1, false, kStsNumChannelsErr},
-      {false, false, 0, 4, 0, false, kStsNumChannelsErr},
-      {false, false, 2, 0, -1, false, kStsSizeErr},
-      {false, false, 2, -3, 1, false, kStsSizeErr},
-      {false, false, 2, 4, 1, false, kStsNullPtr},
-      {false, false, 3, 4, 2, true, kStsNullPtr},  // an error wins over the warning
-      {false, false, 3, 4, -1, true, kStsMisalignedWarn},
-  };
-  for (const Row& r : rows) {
-    SCOPED_TRACE(testing::Message() << "ch " << r.ch << " len " << r.len << " null row " << r.null_row);
-    Block<T> buf(64, r.misaligned ? static_cast<int>(sizeof(T)) : 0);
-    std::memset(buf.data(), 0x5A, 64 * sizeof(T));
-    std::vector<Block<T>> row_blocks;
-    for (int c = 0; c < 4; ++c) row_blocks.emplace_back(64);
-    std::vector<T*> row_ptrs;
-    for (int c = 0; c < 4; ++c) {
-      std::memset(row_blocks[c].data(), 0x5A, 64 * sizeof(T));
-      row_ptrs.push_back(c == r.null_row ? nullptr : row_blocks[c].data());
-    }
-    std::vector<const T*> const_rows(row_ptrs.begin(), row_ptrs.end());
-    const Status st_inter = inter(r.null_rows ? nullptr : const_rows.data(), r.ch, r.len,
-                                  r.null_buffer ? nullptr : buf.data());
-    EXPECT_EQ(r.expected, st_inter);
-    if (st_inter < 0) {
-      EXPECT_TRUE(buf.AllBytes(0x5A));
-    }
-    const Status st_de = deinter(r.null_buffer ? nullptr : buf.data(), r.ch, r.len,
-                                 r.null_rows ? nullptr : row_ptrs.data());
-    EXPECT_EQ(r.expected, st_de);
-    if (st_de < 0) {
-      for (auto& b : row_blocks) EXPECT_TRUE(b.AllBytes(0x5A));
-    }
-  }
-}
-
-TEST(Interleave, StatusesInCheckOrder16s) { CheckStatuses<Akl16s>(aklsInterleave_16s, aklsDeinterleave_16s); }
-TEST(Interleave, StatusesInCheckOrder32f) { CheckStatuses<Akl32f>(aklsInterleave_32f, aklsDeinterleave_32f); }
-
 // Join ---------------------------------------------------------------------
 
 // Independent reference: round-half-even in double (nearbyint under the
@@ -310,38 +255,6 @@ TEST(Join, RandomValuesAnyChannelCountAnyRoundingMode) {
   }
 }
 
-// Join's own order: destination, then sizes, then the rows; misaligned
-// pointers are no concern of Join.
-TEST(Join, StatusesInCheckOrder) {
-  float data[2][16] = {};
-  const Akl32f* rows[2] = {data[0], data[1]};
-  const Akl32f* rows_with_null[2] = {data[0], nullptr};
-  const Akl32f* misaligned[2] = {data[0] + 1, data[1] + 3};
-  struct Row {
-    const Akl32f** src;
-    int ch, len;
-    bool null_dst;
-    Status expected;
-  };
-  const Row table[] = {
-      {rows, 2, 4, true, kStsNullPtr},         {nullptr, 0, 0, true, kStsNullPtr},
-      {nullptr, 2, 0, false, kStsSizeErr},     {nullptr, 0, 4, false, kStsSizeErr},
-      {rows_with_null, 2, -1, false, kStsSizeErr}, {nullptr, 2, 4, false, kStsNullPtr},
-      {rows_with_null, 2, 4, false, kStsNullPtr},  {rows_with_null, 1, 4, false, kStsOk},
-      {misaligned, 2, 9, false, kStsOk},
-  };
-  for (const Row& r : table) {
-    SCOPED_TRACE(testing::Message() << "ch " << r.ch << " len " << r.len);
-    Block<Akl16s> out(32, 2);
-    std::memset(out.data(), 0x5A, 64);
-    const Status st = aklsJoin_32f16s_D2L(r.src, r.ch, r.len, r.null_dst ? nullptr : out.data());
-    EXPECT_EQ(r.expected, st);
-    if (st < 0) {
-      EXPECT_TRUE(out.AllBytes(0x5A));
-    }
-  }
-}
-
 // MakeFloat ------------------------------------------------------------------
 
 TEST(MakeFloat, FactorIsTheExponentBitPattern) {
@@ -402,18 +315,6 @@ TEST(MakeFloat, RandomPairsMatchLdexp) {
       ASSERT_EQ(expect, out[i]) << "mant " << mant[i] << " exp " << exps[i];
     }
   }
-}
-
-TEST(MakeFloat, StatusesInCheckOrder) {
-  Akl16s m[4] = {1, 2, 3, 4}, e[4] = {};
-  float out[4] = {9, 9, 9, 9};
-  EXPECT_EQ(kStsNullPtr, aklsMakeFloat_16s32f(nullptr, e, 4, out));
-  EXPECT_EQ(kStsNullPtr, aklsMakeFloat_16s32f(m, nullptr, 4, out));
-  EXPECT_EQ(kStsNullPtr, aklsMakeFloat_16s32f(m, e, 4, nullptr));
-  EXPECT_EQ(kStsNullPtr, aklsMakeFloat_16s32f(nullptr, e, 0, out));
-  EXPECT_EQ(kStsSizeErr, aklsMakeFloat_16s32f(m, e, 0, out));
-  EXPECT_EQ(kStsSizeErr, aklsMakeFloat_16s32f(m, e, -1, out));
-  for (float v : out) EXPECT_EQ(9.0f, v);
 }
 
 }  // namespace
