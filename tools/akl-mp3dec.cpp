@@ -2,6 +2,7 @@
 // (or raw PCM) with the aklac library; see --help.
 #include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <cstring>
@@ -15,6 +16,8 @@
 #include "mp4/mp3_input.hpp"
 
 namespace {
+
+const char kUsageLine[] = "usage: akl-mp3dec [options] INPUT OUTPUT";
 
 const char kUsage[] =
     "usage: akl-mp3dec [options] INPUT OUTPUT\n"
@@ -33,6 +36,11 @@ const char kUsage[] =
     "                list every kind of damage in the summary, zero counts too\n"
     "  -q, --quiet   print nothing but errors\n"
     "  -h, --help    show this text\n"
+    "  --version     print the program's and the library's versions\n"
+    "  --            end of options: the names that follow are files\n"
+    "\n"
+    "A named OUTPUT is written under a temporary name beside it and takes its\n"
+    "name only when the run succeeds; OUTPUT may not be the INPUT file.\n"
     "\n"
     "ID3v2, ID3v1, APE and Lyrics3 tags and the Xing/Info/VBRI frame are skipped.\n"
     "Damaged or truncated frames are concealed (decoded as silence) and counted;\n"
@@ -71,8 +79,21 @@ int main(int argc, char** argv) {
   bool raw = false, quiet = false, full_report = false;
   aklmp3::DecodeOptions opt;
   std::vector<std::string> files;
+  bool options_done = false;
   for (int i = 1; i < argc; ++i) {
     const std::string a = argv[i];
+    if (options_done || a == "-" || a.empty() || a[0] != '-') {
+      files.push_back(a);
+      continue;
+    }
+    if (a == "--") {
+      options_done = true;
+      continue;
+    }
+    if (a == "--version") {
+      aklcli::PrintVersion("akl-mp3dec");
+      return 0;
+    }
     if (a == "--help" || a == "-h") {
       std::fputs(kUsage, stdout);
       return 0;
@@ -84,24 +105,20 @@ int main(int argc, char** argv) {
       full_report = true;
     } else if (a == "--quiet" || a == "-q") {
       quiet = true;
-    } else if (a.size() > 1 && a[0] == '-' && a != "-") {
-      std::fprintf(stderr, "akl-mp3dec: unknown option %s (see --help)\n", a.c_str());
-      return 2;
     } else {
-      files.push_back(a);
+      return aklcli::UsageError("akl-mp3dec", kUsageLine, "unknown option '" + a + "'");
     }
   }
   if (files.size() != 2) {
-    std::fputs(kUsage, stderr);
-    return 2;
+    return aklcli::UsageError("akl-mp3dec", kUsageLine, files.size() < 2 ? "missing INPUT or OUTPUT" : "more than one INPUT and OUTPUT");
   }
 
   std::vector<std::uint8_t> input;
   if (!aklcli::ReadInput("akl-mp3dec", files[0], &input)) return 1;
-  std::FILE* out = aklcli::OpenOutput("akl-mp3dec", files[1]);
-  if (!out) return 1;
+  aklcli::Output out;
+  if (!out.Open("akl-mp3dec", files[1], files[0])) return 1;
   const bool progress = !quiet && isatty(STDERR_FILENO) && input.size() > (4u << 20);
-  FileSink sink(out, raw, progress);
+  FileSink sink(out.file(), raw, progress);
   const std::clock_t cpu0 = std::clock();
   const auto wall0 = std::chrono::steady_clock::now();
   std::string refusal, damage;
@@ -111,7 +128,6 @@ int main(int argc, char** argv) {
   const double cpu = static_cast<double>(std::clock() - cpu0) / CLOCKS_PER_SEC;
   const double wall = std::chrono::duration<double>(std::chrono::steady_clock::now() - wall0).count();
   const bool write_ok = sink.Finish();
-  if (out != stdout) std::fclose(out);
 
   if (!quiet)
     for (const std::string& w : warnings) std::fprintf(stderr, "akl-mp3dec: warning: %s\n", w.c_str());
@@ -126,9 +142,10 @@ int main(int argc, char** argv) {
     return 1;
   }
   if (!write_ok) {
-    std::fprintf(stderr, "akl-mp3dec: error writing %s\n", files[1].c_str());
+    std::fprintf(stderr, "akl-mp3dec: error writing %s: %s\n", files[1].c_str(), std::strerror(errno));
     return 1;
   }
+  if (!out.Commit()) return 1;
   if (!quiet) {
     if (st.unsupported_frames)
       std::fprintf(stderr, "akl-mp3dec: warning: dropped %ld %s frames (not supported)\n", st.unsupported_frames,
