@@ -13,6 +13,7 @@
 #include "mp3dec/mp3_stream.hpp"
 #include "cli_io.hpp"
 #include "kit/wav_writer.hpp"
+#include "mp4/bmff.hpp"
 #include "mp4/mp3_input.hpp"
 
 namespace {
@@ -50,6 +51,18 @@ const char kUsage[] =
     "frames at another sampling rate are dropped (and counted).  MPEG-2.5 and\n"
     "Layers I and II are not supported (their frames are dropped).  The summary\n"
     "counts bytes skipped, frames concealed and frames dropped, by kind.\n";
+
+// The input file as the frame loop's byte source.
+class InputSource : public aklmp3::ByteSource {
+ public:
+  explicit InputSource(aklcli::InputFile* in) : in_(in) {}
+  std::size_t Read(std::uint8_t* dst, std::size_t n) override { return in_->Read(dst, n); }
+  bool Rewind() override { return in_->Rewind(); }
+  std::uint64_t Size() const override { return in_->size(); }
+
+ private:
+  aklcli::InputFile* in_;
+};
 
 class FileSink : public aklmp3::PcmSink {
  public:
@@ -113,18 +126,29 @@ int main(int argc, char** argv) {
     return aklcli::UsageError("akl-mp3dec", kUsageLine, files.size() < 2 ? "missing INPUT or OUTPUT" : "more than one INPUT and OUTPUT");
   }
 
-  std::vector<std::uint8_t> input;
-  if (!aklcli::ReadInput("akl-mp3dec", files[0], &input)) return 1;
+  aklcli::InputFile in;
+  if (!in.Open("akl-mp3dec", files[0])) return 1;
   aklcli::Output out;
   if (!out.Open("akl-mp3dec", files[1], files[0])) return 1;
-  const bool progress = !quiet && isatty(STDERR_FILENO) && input.size() > (4u << 20);
+  const bool progress = !quiet && isatty(STDERR_FILENO) && in.size() > (4u << 20);
   FileSink sink(out.file(), raw, progress);
   const std::clock_t cpu0 = std::clock();
   const auto wall0 = std::chrono::steady_clock::now();
   std::string refusal, damage;
   std::vector<std::string> warnings;
-  const aklmp3::DecodeStats st =
-      aklmp3::DecodeInput(input.data(), input.size(), opt, &sink, &refusal, &warnings, &damage);
+  aklmp3::DecodeStats st;
+  const std::vector<std::uint8_t>& head = in.Peek(8);
+  if (mp4::LooksLikeIsoBmff(head.data(), head.size())) {
+    // An MP4 file is read whole: its index may be at its end.
+    std::vector<std::uint8_t> input;
+    if (!in.ReadRest(&input)) return in.ReportError(), 1;
+    st = aklmp3::DecodeInput(input.data(), input.size(), opt, &sink, &refusal, &warnings, &damage);
+  } else {
+    // Anything else is decoded as it is read.
+    InputSource source(&in);
+    st = aklmp3::DecodeStream(&source, opt, &sink);
+    if (in.ReportError()) return 1;
+  }
   const double cpu = static_cast<double>(std::clock() - cpu0) / CLOCKS_PER_SEC;
   const double wall = std::chrono::duration<double>(std::chrono::steady_clock::now() - wall0).count();
   const bool write_ok = sink.Finish();

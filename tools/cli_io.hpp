@@ -6,6 +6,7 @@
 // conventions both programs share (--version, usage errors).
 #pragma once
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -60,6 +61,111 @@ inline bool ReadInput(const char* program, const std::string& path, std::vector<
   return ok;
 }
 
+// An input read as it comes: a file, or standard input for "-".  Its first
+// bytes can be looked at (Peek) before the caller decides how to read it; a
+// regular file can be read again from its start (Rewind).
+class InputFile {
+ public:
+  InputFile() = default;
+  InputFile(const InputFile&) = delete;
+  InputFile& operator=(const InputFile&) = delete;
+  ~InputFile() {
+    if (fd_ > 0) close(fd_);
+  }
+
+  // False (message printed) if `path` cannot be opened or is a directory.
+  bool Open(const char* program, const std::string& path) {
+    program_ = program;
+    path_ = path;
+    fd_ = path == "-" ? 0 : open(path.c_str(), O_RDONLY);
+    if (fd_ < 0) {
+      std::fprintf(stderr, "%s: cannot open %s: %s\n", program, path.c_str(), std::strerror(errno));
+      return false;
+    }
+    struct stat st {};
+    if (fstat(fd_, &st) == 0) {
+      if (S_ISDIR(st.st_mode)) {
+        std::fprintf(stderr, "%s: cannot read %s: %s\n", program, path.c_str(), std::strerror(EISDIR));
+        return false;
+      }
+      if (S_ISREG(st.st_mode)) {
+        start_ = lseek(fd_, 0, SEEK_CUR);
+        if (start_ >= 0 && st.st_size >= start_) size_ = static_cast<std::uint64_t>(st.st_size - start_);
+      }
+    }
+    return true;
+  }
+
+  // The first n bytes (fewer if the input is shorter), left to be read.
+  const std::vector<std::uint8_t>& Peek(std::size_t n) {
+    while (peeked_.size() < n) {
+      std::uint8_t b[4096];
+      const std::size_t got = ReadFd(b, std::min(sizeof b, n - peeked_.size()));
+      if (got == 0) break;
+      peeked_.insert(peeked_.end(), b, b + got);
+    }
+    return peeked_;
+  }
+
+  // Up to n bytes; 0 at the end or after a read error (failed()).
+  std::size_t Read(std::uint8_t* dst, std::size_t n) {
+    if (taken_ < peeked_.size()) {
+      n = std::min(n, peeked_.size() - taken_);
+      std::memcpy(dst, peeked_.data() + taken_, n);
+      taken_ += n;
+      return n;
+    }
+    return ReadFd(dst, n);
+  }
+
+  // Back to the first byte; false if the input is not a regular file.
+  bool Rewind() {
+    if (start_ < 0 || lseek(fd_, start_, SEEK_SET) != start_) return false;
+    peeked_.clear();
+    taken_ = 0;
+    return true;
+  }
+
+  // Everything not yet read, appended to *out; false on a read error.
+  bool ReadRest(std::vector<std::uint8_t>* out) {
+    if (size_) out->reserve(static_cast<std::size_t>(size_) + 1);
+    std::uint8_t b[65536];
+    for (std::size_t n; (n = Read(b, sizeof b)) > 0;) out->insert(out->end(), b, b + n);
+    return !failed_;
+  }
+
+  std::uint64_t size() const { return size_; }  // a regular file's bytes, else 0
+  bool failed() const { return failed_; }
+  // Prints the read error, if there was one; true if there was.
+  bool ReportError() const {
+    if (failed_) std::fprintf(stderr, "%s: cannot read %s: %s\n", program_, path_.c_str(), std::strerror(errno_));
+    return failed_;
+  }
+
+ private:
+  std::size_t ReadFd(std::uint8_t* dst, std::size_t n) {
+    if (failed_) return 0;
+    for (;;) {
+      const ssize_t got = ::read(fd_, dst, n);
+      if (got >= 0) return static_cast<std::size_t>(got);
+      if (errno == EINTR) continue;
+      failed_ = true;
+      errno_ = errno;
+      return 0;
+    }
+  }
+
+  const char* program_ = "";
+  std::string path_;
+  int fd_ = -1;
+  off_t start_ = -1;
+  std::uint64_t size_ = 0;
+  std::vector<std::uint8_t> peeked_;
+  std::size_t taken_ = 0;
+  bool failed_ = false;
+  int errno_ = 0;
+};
+
 // The output file.  A named output is written to a temporary file in the
 // same directory, which Commit renames to the output's name; without a
 // Commit (a failed run) the temporary file is removed and whatever was at
@@ -86,9 +192,17 @@ class Output {
       std::fprintf(stderr, "%s: %s is the input file; refusing to write over it\n", program, path.c_str());
       return false;
     }
-    if (stat(path.c_str(), &out_st) == 0 && S_ISDIR(out_st.st_mode)) {
+    const bool exists = stat(path.c_str(), &out_st) == 0;
+    if (exists && S_ISDIR(out_st.st_mode)) {
       std::fprintf(stderr, "%s: cannot create %s: %s\n", program, path.c_str(), std::strerror(EISDIR));
       return false;
+    }
+    if (exists && !S_ISREG(out_st.st_mode)) {
+      // A device or a pipe (/dev/null, a FIFO) is written as it is.
+      f_ = std::fopen(path.c_str(), "wb");
+      if (!f_) std::fprintf(stderr, "%s: cannot create %s: %s\n", program, path.c_str(), std::strerror(errno));
+      direct_ = f_ != nullptr;
+      return direct_;
     }
     const std::size_t slash = path.find_last_of('/');
     temp_ = (slash == std::string::npos ? std::string() : path.substr(0, slash + 1)) + "." +
@@ -120,7 +234,7 @@ class Output {
     if (!f_ || f_ == stdout) return f_ != nullptr;
     const bool closed = std::fclose(f_) == 0;
     f_ = nullptr;
-    if (!closed || std::rename(temp_.c_str(), path_.c_str()) != 0) {
+    if (!closed || (!direct_ && std::rename(temp_.c_str(), path_.c_str()) != 0)) {
       std::fprintf(stderr, "%s: cannot write %s: %s\n", program_, path_.c_str(), std::strerror(errno));
       Abort();
       return false;
@@ -141,6 +255,7 @@ class Output {
   const char* program_ = "";
   std::string path_, temp_;
   std::FILE* f_ = nullptr;
+  bool direct_ = false;  // written in place (not a regular file)
 };
 
 // --version: the program, the library it runs against and its version.
