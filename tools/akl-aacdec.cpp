@@ -28,6 +28,7 @@ const char kUsage[] =
     "options:\n"
     "  --raw        write raw interleaved little-endian 16-bit samples instead of WAV\n"
     "  --no-sbr     play only the AAC-LC core of HE-AAC streams (half the rate and bandwidth)\n"
+    "  --no-ps      play HE-AAC v2 (parametric stereo) streams as their mono signal\n"
     "  --no-gapless keep every decoded sample of an MP4 file; by default its edit list\n"
     "               (or iTunSMPB comment) trims the encoder's priming and padding\n"
     "  --damage-report\n"
@@ -122,6 +123,8 @@ int main(int argc, char** argv) {
     }
     if (a == "--no-sbr") {
       options.sbr = false;
+    } else if (a == "--no-ps") {
+      options.ps = false;
     } else if (a == "--raw") {
       raw = true;
     } else if (a == "--no-gapless") {

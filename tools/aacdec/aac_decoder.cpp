@@ -374,12 +374,13 @@ class Decoder {
   Status DecodeCce(Cursor& c);
   void SeparateNoiseEnergies(ChannelStream& ch);
   int ChooseShift(const ChannelStream& a, const ChannelStream* b) const;
-  Status SpectralSingle(ChannelStream& ch);
+  Status SpectralSingle(ChannelStream& ch, int slot);  // slot: the channel's row of quantized_ and main_x_
   Status SpectralPair(Element& e);
   Status SpectralElement(Element* e, ChannelStream* cce);
   Status Finish(ChannelStream& ch);  // deinterleave; TNS runs separately
   Status Tns(ChannelStream& ch);
-  void Predict(ChannelStream& ch);                          // Main: after M/S, before intensity
+  void MainInput(const ChannelStream& ch, float* x) const;  // Main: the predictor's input, see there
+  void Predict(ChannelStream& ch, float* x);                // Main: after M/S, before intensity
   void LongTermPredict(ChannelStream& ch, int prev_shape);  // LTP: before TNS
   void ToolWarning(const char* tool, Status st);
   void ApplyDependentCoupling(int type, int tag, int domain, Element& e);
@@ -395,6 +396,13 @@ class Decoder {
   int DestroyedSyncBlocks(const std::uint8_t* p, std::size_t len) const;
   bool ExtraBlocksFit(Cursor c, const Akl8u* end, bool crc);
   bool StartOutput();
+  // Ends a wait for the parametric-stereo decision (no SBR header came):
+  // true if blocks were held for it, which then play as decoded.
+  bool PsWaitEnds() {
+    if (ps_wait_ == 0 || ps_decided_) return false;
+    ps_decided_ = true;
+    return have_layout_;
+  }
 
   PcmSink* sink_;
   DecodeStats* stats_;
@@ -403,6 +411,11 @@ class Decoder {
   bool sbr_seen_ = false;            // an SBR payload was found (or the configuration signals SBR)
   int sbr_down_ = -1;                // 1/0: the configuration says down-sampled or not; -1: by the core rate
   std::vector<float> sbr_out_;       // channels x 1024 x the SBR output factor
+  bool ps_seen_ = false;             // parametric stereo signalled or found in a mono stream's first payload
+  bool ps_out_ = false;              // a mono element is played as stereo
+  bool ps_decided_ = false;          // a payload with an SBR header told whether PS is there
+  int ps_wait_ = 0;                  // blocks held back waiting for that payload
+  static constexpr int kPsWait = 1000;
   Windows windows_;
   Imdct imdct_long_;
   Imdct imdct_short_;
@@ -434,6 +447,7 @@ class Decoder {
   std::vector<Akl8u> rebuilt_;  // scratch of DecodeIcsOwnScaleFactors
   const Akl8u* block_end_ = nullptr;  // extra bits of room below the 32-bit limit (see SpectralElement)
   alignas(16) Akl32s quantized_[2][kFrame];
+  alignas(16) float main_x_[2][kFrame];  // Main: the predictor's input (MainInput)
   AklAACLtpInfo ltp_info_{};  // filled by the readers, copied to each channel
   PredictionTools tools_;      // Main and LTP profile tools (prediction.hpp)
   long tool_failures_ = 0;
@@ -692,6 +706,11 @@ Status Decoder::DecodeRawBlock(Cursor& c, const Akl8u* end) {
         sbr_in_block = sbr_in_block || ext == 13 || ext == 14;
         if ((ext == 13 || ext == 14) && num_elements_ > 0) {
           Element& prev = *elements_[static_cast<std::size_t>(num_elements_ - 1)];
+          if (!output_started_ && !ps_seen_ && prev.type == kSce && num_elements_ == 1) {
+            const int has = SbrPayloadHasPs(bytes, count, 2 * sample_rate_);
+            ps_seen_ = has == 1;
+            ps_decided_ = has >= 0;
+          }
           prev.sbr_count = count;
           std::memcpy(prev.sbr_bytes, bytes, static_cast<std::size_t>(count));
         }
@@ -752,7 +771,7 @@ int Decoder::ChooseShift(const ChannelStream& a, const ChannelStream* b) const {
 }
 
 // Dequantization and noise substitution of one channel.
-Status Decoder::SpectralSingle(ChannelStream& ch) {
+Status Decoder::SpectralSingle(ChannelStream& ch, int slot) {
   const AklAACIcsInfo& ics = ch.ics();
   const int wl = ch.win_len();
   ApplyShift(ch, ChooseShift(ch, nullptr));
@@ -768,7 +787,11 @@ Status Decoder::SpectralSingle(ChannelStream& ch) {
                                             ics.numWindowGroups, ics.windowGroupLength, sfi_, wl, &noise_seed_);
     if (st != kStsOk) return st;
   }
-  Predict(ch);
+  if (tools_.main_profile()) {
+    alignas(16) float x[kFrame];
+    std::memcpy(x, main_x_[slot], sizeof(x));
+    Predict(ch, x);
+  }
   return kStsOk;
 }
 
@@ -776,8 +799,8 @@ Status Decoder::SpectralPair(Element& e) {
   ChannelStream& l = e.ch[0];
   ChannelStream& r = e.ch[1];
   if (!e.common_window) {
-    if (const Status st = SpectralSingle(l); st != kStsOk) return st;
-    return SpectralSingle(r);
+    if (const Status st = SpectralSingle(l, 0); st != kStsOk) return st;
+    return SpectralSingle(r, 1);
   }
   const AklAACIcsInfo& ics = l.ics();
   const int wl = l.win_len();
@@ -813,8 +836,26 @@ Status Decoder::SpectralPair(Element& e) {
                                                    ics.numWindowGroups, ics.windowGroupLength, ics.maxSfb, sfi_, wl);
     if (st != kStsOk) return st;
   }
-  Predict(l);
-  Predict(r);
+  if (tools_.main_profile()) {
+    // The predictor's input takes M/S in single precision where the library
+    // applied it to the integer spectra.
+    alignas(16) float xl[kFrame], xr[kFrame];
+    std::memcpy(xl, main_x_[0], sizeof(xl));
+    std::memcpy(xr, main_x_[1], sizeof(xr));
+    if (e.ms_mask_present == 1 || e.ms_mask_present == 2) {
+      const SwbRow& bands = kSwb[sfi_];
+      for (int b = 0; b < ics.maxSfb && ics.windowSequence != kEightShort; ++b) {
+        if (merged[b] == 13 || merged[b] == 14 || merged[b] == 15 || (e.ms_mask_present == 1 && !e.ms_used[b])) continue;
+        for (int i = bands.offset[b]; i < bands.offset[b + 1]; ++i) {
+          const float m = xl[i], s = xr[i];
+          xl[i] = m + s;
+          xr[i] = m - s;
+        }
+      }
+    }
+    Predict(l, xl);
+    Predict(r, xr);
+  }
   if (intensity) {
     // A band that is noise on the left and intensity on the right takes the
     // right channel's intensity code (the merged array marks it as noise).
@@ -838,6 +879,8 @@ Status Decoder::SpectralElement(Element* e, ChannelStream* cce) {
   for (int c = 0; c < nch; ++c) std::memcpy(quantized_[c], chs[c]->spec, sizeof(quantized_[c]));
   const Akl32s seed = noise_seed_;
   for (int c = 0; c < nch; ++c) tools_.Save(chs[c]->key);  // a retry predicts from the same state
+  if (tools_.main_profile())
+    for (int c = 0; c < nch; ++c) MainInput(*chs[c], main_x_[c]);
   Status st = kStsOk;
   for (int attempt = 0; attempt < 2; ++attempt) {
     headroom_ = attempt == 0 ? 0 : kRetryHeadroom;
@@ -846,7 +889,7 @@ Status Decoder::SpectralElement(Element* e, ChannelStream* cce) {
       for (int c = 0; c < nch; ++c) tools_.Restore(chs[c]->key);
       noise_seed_ = seed;
     }
-    st = e && e->type == kCpe ? SpectralPair(*e) : SpectralSingle(*chs[0]);
+    st = e && e->type == kCpe ? SpectralPair(*e) : SpectralSingle(*chs[0], 0);
     for (int c = 0; c < nch && st == kStsOk; ++c) st = Finish(*chs[c]);
     for (int c = 0; c < nch && st == kStsOk && e; ++c)
       LongTermPredict(*chs[c], states_[static_cast<std::size_t>(chs[c]->key)].prev_shape);
@@ -879,8 +922,40 @@ void Decoder::ToolWarning(const char* tool, Status st) {
                 (tool_failures_ == 3 ? "; further cases are not reported" : ""));
 }
 
-void Decoder::Predict(ChannelStream& ch) {
-  if (const Status st = tools_.Predict(ch.key, ch.spec, ch.shift, ch.ics(), ch.cb); st != kStsOk)
+// The predictors' state is kept in a short float format and every estimate
+// is rounded to it, so their input must be the dequantized lines exactly as a
+// single-precision decoder has them (|q|^(4/3) and 2^((sf - 100) / 4) each
+// rounded to single precision, then their product), not the integer
+// spectrum: lines far below the frame's loudest one keep only a few bits
+// there, and an input one step off moves a truncated state now and then, so
+// an estimate drifts for a few frames (up to 4 steps of output on a Main
+// stream at 88.2 kHz).  Bands other than 1..11 are 0 here: noise bands are
+// not predicted (their predictors restart) and intensity bands are written
+// by intensity stereo afterwards.  Long windows only; a short frame passes
+// through the predictors.
+void Decoder::MainInput(const ChannelStream& ch, float* x) const {
+  static const std::vector<float> pow43 = [] {
+    std::vector<float> t(8192);
+    for (int i = 0; i < 8192; ++i) t[static_cast<std::size_t>(i)] = static_cast<float>(std::pow(i, 4.0 / 3.0));
+    return t;
+  }();
+  std::fill(x, x + kFrame, 0.0f);
+  const AklAACIcsInfo& ics = ch.ics();
+  if (ics.windowSequence == kEightShort) return;
+  const SwbRow& bands = kSwb[sfi_];
+  for (int b = 0; b < ics.maxSfb; ++b) {
+    if (ch.cb[b] < 1 || ch.cb[b] > 11) continue;
+    const float gain = static_cast<float>(std::exp2(0.25 * (ch.sf[b] - 100)));
+    for (int i = bands.offset[b]; i < bands.offset[b + 1]; ++i) {
+      const int q = ch.spec[i];
+      const int m = q < -8191 || q > 8191 ? 8191 : std::abs(q);  // larger magnitudes fail the dequantizer
+      x[i] = (q < 0 ? -pow43[static_cast<std::size_t>(m)] : pow43[static_cast<std::size_t>(m)]) * gain;
+    }
+  }
+}
+
+void Decoder::Predict(ChannelStream& ch, float* x) {
+  if (const Status st = tools_.Predict(ch.key, x, ch.spec, ch.shift, ch.ics(), ch.cb); st != kStsOk)
     ToolWarning("frequency-domain prediction", st);
 }
 
@@ -1029,6 +1104,14 @@ bool Decoder::StartOutput() {
     sbr_ = std::make_unique<SbrDecoder>(sample_rate_, sbr_down_ >= 0 ? sbr_down_ == 1 : sample_rate_ > 24000,
                                         [this](const std::string& m) { sink_->Warn(m); });
   }
+  if (sbr_ && ps_seen_ && options_.ps && pos.size() == 1 && layout_.elements[0].type == kSce) {
+    // Parametric stereo: the mono element becomes a stereo pair.
+    sbr_->EnablePs();
+    ps_out_ = true;
+    pos = {kFL, kFR};
+    wav_order_ = {0, 1};
+    channel_mask_ = kFL | kFR;
+  }
   StreamFormat f;
   f.sample_rate = sample_rate_ * (sbr_ ? sbr_->OutputFactor() : 1);
   f.channels = static_cast<int>(pos.size());
@@ -1119,19 +1202,28 @@ bool Decoder::EmitBlock(bool damaged, const char* kind) {
       ++held_blocks_;
       return true;
     }
+    // A mono HE-AAC stream that does not signal parametric stereo: the
+    // output waits (kPsWait blocks at most; they are decoded again) for the
+    // first SBR header, whose payload tells whether it is stereo.
+    if (sbr_seen_ && options_.sbr && options_.ps && !ps_seen_ && !ps_decided_ && can_rewind_ && ps_wait_ < kPsWait &&
+        layout_.elements.size() == 1 && layout_.elements[0].type == kSce) {
+      ++ps_wait_;
+      ++held_blocks_;
+      return true;
+    }
     if (!StartOutput()) return false;
     if (held_blocks_ > 0 && can_rewind_) {
       rewind_requested_ = true;
       return true;
     }
     const int held_len = kFrame * (sbr_ ? sbr_->OutputFactor() : 1);
-    pcm_.assign(states_.size() * static_cast<std::size_t>(held_len), 0);
+    pcm_.assign((states_.size() + (ps_out_ ? 1 : 0)) * static_cast<std::size_t>(held_len), 0);
     for (; held_blocks_ > 0; --held_blocks_) {
       stats_->samples += held_len;
       if (!sink_->Frame(pcm_.data(), held_len)) return false;
     }
   }
-  const int channels = static_cast<int>(states_.size());
+  int channels = static_cast<int>(states_.size());
   out_.resize(static_cast<std::size_t>(channels) * kFrame);
   std::vector<bool> written(static_cast<std::size_t>(channels), false);
 
@@ -1217,7 +1309,7 @@ bool Decoder::EmitBlock(bool damaged, const char* kind) {
   const float* rows_src = out_.data();
   if (sbr_) {
     len = kFrame * sbr_->OutputFactor();
-    sbr_out_.resize(static_cast<std::size_t>(channels) * static_cast<std::size_t>(len));
+    sbr_out_.resize(static_cast<std::size_t>(channels + (ps_out_ ? 1 : 0)) * static_cast<std::size_t>(len));
     if (!damaged) {
       for (int k = 0; k < num_elements_; ++k) {
         const Element& e = *elements_[static_cast<std::size_t>(k)];
@@ -1228,7 +1320,7 @@ bool Decoder::EmitBlock(bool damaged, const char* kind) {
     for (const LayoutElement& le : layout_.elements) {
       const int nch = le.type == kCpe ? 2 : 1;
       const float* in[2];
-      float* sout[2];
+      float* sout[2] = {nullptr, ps_out_ ? sbr_out_.data() + len : nullptr};
       for (int c = 0; c < nch; ++c) {
         in[c] = out_.data() + static_cast<std::size_t>(le.first_channel + c) * kFrame;
         sout[c] = sbr_out_.data() + static_cast<std::size_t>(le.first_channel + c) * static_cast<std::size_t>(len);
@@ -1239,6 +1331,10 @@ bool Decoder::EmitBlock(bool damaged, const char* kind) {
   }
   // Clipping, rounding to nearest and interleaving in WAV order: the
   // library's SSE2 join, one row pointer per WAV position.
+  if (ps_out_) {
+    if (!sbr_) return false;
+    channels = 2;
+  }
   pcm_.resize(static_cast<std::size_t>(channels) * static_cast<std::size_t>(len));
   rows_.resize(static_cast<std::size_t>(channels));
   for (int c = 0; c < channels; ++c)
@@ -1552,6 +1648,10 @@ DecodeResult Decoder::Run(const std::uint8_t* data, std::size_t size, std::strin
       }
       // The end of the data with blocks still held back and no layout: the
       // configuration with the most votes decides.
+      if (!rewind_requested_ && !output_started_ && can_rewind_ && held_blocks_ > 0 && PsWaitEnds()) {
+        if (!StartOutput()) return DecodeResult::kSinkStopped;
+        rewind_requested_ = true;
+      }
       if (!rewind_requested_ && !output_started_ && can_rewind_ && held_blocks_ > 0) {
         const auto best = std::max_element(config_votes_.begin(), config_votes_.end());
         if (*best > 0) {
@@ -1616,6 +1716,7 @@ DecodeResult Decoder::RunAccessUnits(const RawConfig& config, const AccessUnit* 
     // when the signalled rate is the core's own.
     if (options_.sbr) {
       sbr_seen_ = true;
+      ps_seen_ = config.ps;
       sbr_down_ = config.sbr_rate == sample_rate_;
     } else {
       sbr_warned_ = true;
@@ -1628,7 +1729,18 @@ DecodeResult Decoder::RunAccessUnits(const RawConfig& config, const AccessUnit* 
   can_rewind_ = true;
   std::size_t held_at = 0;
   DecodeStats held_stats = *stats_;
-  for (std::size_t i = 0; i < count; ++i) {
+  for (std::size_t i = 0; i <= count; ++i) {
+    if (i == count) {
+      // The end with blocks held back for the parametric-stereo decision:
+      // mono, from the first of them.
+      if (output_started_ || held_blocks_ == 0 || !can_rewind_ || !PsWaitEnds()) break;
+      if (!StartOutput()) return DecodeResult::kSinkStopped;
+      can_rewind_ = false;
+      held_blocks_ = 0;
+      *stats_ = held_stats;
+      i = held_at - 1;  // wraps to held_at at the loop's increment
+      continue;
+    }
     if (!output_started_ && held_blocks_ == 0) {
       held_at = i;
       held_stats = *stats_;
