@@ -59,6 +59,9 @@ const Case kCases[] = {
     // were 4 steps off while the predictors took the integer spectrum as input.
     {"am00_88 frames 3200-3259", "conformance/aac/am00_88_f2900.adts", "conformance/aac/am00_88_f3200.s16", false, false,
      0.5, 2, 300 * 1024, true},
+    // The cut holds one eight-short frame; the long-stop frame after it uses
+    // LTP, from a history that holds the short frame's output (without LTP
+    // there: max 5286).
     {"ap05_48 (LTP)", "conformance/aac/ap05_48.adts", "conformance/aac/ap05_48.s16", false, false, 0.5, 2},
     {"al18_44 (PNS)", "conformance/aac/al18_44.adts", "conformance/aac/al18_44.s16", false, true, 1.0, 1.0},
     {"tv 22k05 mono speech", "aac_ref/aac_lc_22k05_mono_32_speech.aac", "aac_ref/aac_lc_22k05_mono_32_speech.aac.faad.f32", true, false, 0.35, 1},
