@@ -54,6 +54,9 @@ const Case kCases[] = {
     {"ct_faac-adts (faac, short)", "conformance/aac/ct_faac-adts.adts", "conformance/aac/ct_faac-adts.s16", false, false, 0.5, 2,
      1024},  // FFmpeg's raw ADTS input drops the first frame's output here
     {"am05_44 (Main, 5.1)", "conformance/aac/am05_44.adts", "conformance/aac/am05_44.s16", false, false, 0.5, 2},
+    // Frames 44-59: a channel pair's first prediction under M/S is at 47.
+    {"am05_44 frames 44-59", "conformance/aac/am05_44_f0.adts", "conformance/aac/am05_44_f44.s16", false, false, 0.5, 2,
+     44 * 1024, true},
     {"am00_88 (Main, 88.2 kHz)", "conformance/aac/am00_88.adts", "conformance/aac/am00_88.s16", false, false, 0.5, 2},
     // Frames 2900-3259 decoded cold, compared from 3200 on: frames 3227-3228
     // were 4 steps off while the predictors took the integer spectrum as input.
