@@ -63,6 +63,20 @@ TEST(SbrTables, StartStopBandsAndShapes) {
       EXPECT_EQ(t.k2, r.k2);
     }
   }
+  // Linear bands of width 2 round their count to the nearest pair: the
+  // header of the HE-AAC v2 check streams (44.1 kHz, k0 8, k2 43) gives 18
+  // bands (the last of width 1) and six patches.
+  {
+    aacdec::SbrHeader h;
+    h.stop_freq = 8;
+    h.freq_scale = 0;
+    h.alter_scale = 1;
+    aacdec::SbrTables t;
+    ASSERT_EQ(aacdec::BuildSbrTables(h, 44100, &t), SbrError::kNone);
+    EXPECT_EQ(t.n_master, 18);
+    EXPECT_EQ(t.f_master[1] - t.f_master[0], 1);
+    EXPECT_EQ(t.num_patches, 6);
+  }
   // Every header at 44.1 and 48 kHz output: tables are monotonic, the
   // patches tile the high band from kx without gaps, sources lie below k0.
   int built = 0;
@@ -95,7 +109,7 @@ TEST(SbrTables, StartStopBandsAndShapes) {
               k += t.patch_bands[p];
             }
             ASSERT_LE(k, t.kx + t.m);
-            ASSERT_LE(t.num_patches, 5);
+            ASSERT_LE(t.num_patches, 6);
           }
         }
       }
@@ -154,6 +168,8 @@ TEST(SbrDecoder, ConformanceStreamsMatchReference) {
       {"al_sbr_cm_48_2.f370-409", 2, 48000, 4},          // dual rate, channel pair, header mid-stream
       {"al_sbr_cm_48_5.1.f0-23", 6, 48000, 0},           // SCE, two CPEs, LFE
       {"al_sbr_sr_48_2_fsaac48.f0-39", 2, 48000, 0},     // down-sampled SBR on a 48 kHz core
+      {"al_sbr_ps_04_new.f53-84", 2, 32000, 4},          // parametric stereo, 20 bands
+      {"al_sbr_ps_06_new.f80-111", 2, 32000, 4},         // parametric stereo, unrestricted
   };
   for (const Row& r : rows) {
     SCOPED_TRACE(r.name);
@@ -193,6 +209,42 @@ TEST(SbrDecoder, CoreOnlyOnRequest) {
   EXPECT_EQ(sink.pcm.size(), static_cast<std::size_t>(stats.frames) * 1024 * 2);
   ASSERT_EQ(sink.warnings.size(), 1u);
   EXPECT_NE(sink.warnings[0].find("--no-sbr"), std::string::npos);
+}
+
+// Parametric stereo: --no-ps plays the mono signal; damage never changes
+// the layout or the length, and each warning comes once.
+TEST(SbrDecoder, ParametricStereoOptionsAndDamage) {
+  const std::vector<std::uint8_t> clean = ReadFile("al_sbr_ps_04_new.f53-84.adts");
+  {
+    Sink sink;
+    aacdec::DecodeStats stats;
+    std::string message;
+    aacdec::DecodeOptions options;
+    options.ps = false;
+    ASSERT_EQ(aacdec::DecodeAacBuffer(clean.data(), clean.size(), &sink, &stats, &message, options),
+              aacdec::DecodeResult::kOk);
+    EXPECT_EQ(sink.format.channels, 1);
+    EXPECT_EQ(sink.format.sample_rate, 32000);
+    EXPECT_EQ(sink.pcm.size(), static_cast<std::size_t>(stats.frames) * 2048);
+  }
+  std::mt19937 rng(21);
+  for (int trial = 0; trial < 8; ++trial) {
+    std::vector<std::uint8_t> in = clean;
+    for (int n = 0; n < 12; ++n) {
+      const std::size_t at = 7 + rng() % (in.size() - 7);
+      if (in[at] == 0xFF || (at > 0 && in[at - 1] == 0xFF)) continue;
+      in[at] = static_cast<std::uint8_t>(in[at] ^ (1u << (rng() % 8)));
+    }
+    Sink sink;
+    aacdec::DecodeStats stats;
+    std::string message;
+    if (aacdec::DecodeAacBuffer(in.data(), in.size(), &sink, &stats, &message) != aacdec::DecodeResult::kOk) continue;
+    EXPECT_EQ(sink.format.channels, 2);
+    EXPECT_EQ(sink.pcm.size(), static_cast<std::size_t>(stats.samples) * 2);
+    EXPECT_EQ(stats.samples, stats.frames * 2048);
+    std::set<std::string> seen;
+    for (const std::string& w : sink.warnings) EXPECT_TRUE(seen.insert(w).second) << "repeated: " << w;
+  }
 }
 
 // Damaged streams: every block still comes out at the doubled rate (SBR
