@@ -43,12 +43,7 @@ const Pool& Channels(bool short_windows) {
   static bool built = false;
   if (!built) {
     built = true;
-    static std::uint32_t codes[121];
-    static std::uint8_t lengths[121];
-    for (int i = 0; i < 121; ++i) {
-      codes[i] = akl::aac::kSfCodes[i].code;
-      lengths[i] = akl::aac::kSfCodes[i].len;
-    }
+    static const aklkit::ScaleFactorCodes sf_codes;
     static std::vector<std::vector<Akl8u>> keep;
     for (const char* name : {"ct_faac-adts.aac", "al05_44.adts", "al06_44.adts", "al17_44.adts", "al04_44.adts",
                              "aac_lc_44k1_st_128_mix_msall_is_tns.aac", "aac_lc_32k_st_96_clicks_tns.aac"}) {
@@ -65,7 +60,7 @@ const Pool& Channels(bool short_windows) {
         std::vector<aactest::ChannelStart> starts;
         aactest::WalkConfig cfg;
         cfg.sampling_frequency_index = h.samplingFrequencyIndex;
-        cfg.sf_book = {codes, lengths};
+        cfg.sf_codes = &sf_codes;
         cfg.starts = &starts;
         aactest::RawBlockWalker walker(cfg);
         Akl32s off = 0;

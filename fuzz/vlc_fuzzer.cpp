@@ -284,14 +284,38 @@ void HostileExtras(Params& p, const Book& b, aklsVLCDecodeSpec_32s* spec, bool u
   const auto* ctx = akl::AlignUp(reinterpret_cast<const akl::vlc::DecodeSpec*>(spec), 64);
   const int len = p.Int(0, 64);
   if (ctx->entryWidth != 8 && len > 0) {
-    std::vector<Akl16s> out(static_cast<std::size_t>(len));
-    Akl8u* ptr = bytes.data();
-    int off = p.Byte() % 8;
-    const Status s1 = aklsVLCDecodeUTupleEscBlock_AAC_1u16s(&ptr, &off, out.data(), len, spec);
+    // A hostile book can make these decoders consume far more than the
+    // stream's own bytes, so each runs first on a generously padded copy;
+    // then again on a copy cut right after the aligned word that follows the
+    // word holding the last bit consumed (as far as the read contract lets a
+    // decoder look), which must give the same values and cursor.
+    const auto exact_replay = [&](int bit_offset, auto&& decode) {
+      std::vector<std::uint8_t> padded = bytes;
+      padded.resize(padded.size() + 4096, 0);
+      std::vector<Akl16s> out(static_cast<std::size_t>(len));
+      Akl8u* ptr = padded.data();
+      int off = bit_offset;
+      const Status s = decode(&ptr, &off, out.data());
+      if (s != kStsOk) return s;
+      const std::size_t bits = static_cast<std::size_t>(ptr - padded.data()) * 8 + static_cast<std::size_t>(off);
+      const std::size_t need = std::min(padded.size(), 4 * ((bits + 31) / 32 + 1));
+      std::vector<std::uint8_t> cut(padded.begin(), padded.begin() + static_cast<std::ptrdiff_t>(need));
+      std::vector<Akl16s> again(static_cast<std::size_t>(len));
+      Akl8u* ptr2 = cut.data();
+      int off2 = bit_offset;
+      Trap(decode(&ptr2, &off2, again.data()) == kStsOk);
+      Trap(ptr2 - cut.data() == ptr - padded.data() && off2 == off && again == out);
+      return s;
+    };
+    const int aac_offset = p.Byte() % 8;
+    const Status s1 = exact_replay(aac_offset, [&](Akl8u** pp, int* po, Akl16s* o) {
+      return aklsVLCDecodeUTupleEscBlock_AAC_1u16s(pp, po, o, len, spec);
+    });
     Trap(s1 == kStsOk || s1 == kStsVLCDataErr);
-    ptr = bytes.data();
-    off = 0;
-    Trap(aklsVLCDecodeUTupleEscBlock_MP3_1u16s(&ptr, &off, p.Byte() % 14, out.data(), len, spec) == kStsOk);
+    const int linbits = p.Byte() % 14;
+    Trap(exact_replay(0, [&](Akl8u** pp, int* po, Akl16s* o) {
+           return aklsVLCDecodeUTupleEscBlock_MP3_1u16s(pp, po, linbits, o, len, spec);
+         }) == kStsOk);
   }
   if (use_alloc) {
     const int k = 1 + p.Byte() % 63;

@@ -1975,6 +1975,101 @@ AKLAC_API Status aklsSynthesisDownFilterFree_SBR_CToR_32fc32f(AklsSynthesisDownS
  * 1); kStsContextMismatch.  Row pointers are not checked. */
 AKLAC_API Status aklsSynthesisDownFilter_SBR_CToR_32fc32f_D2L(const Akl32fc* const* ppSrc, Akl32f* pDst,
                                                               int numSlots, AklsSynthesisDownState_SBR_32f* pState);
+/* Parametric-stereo hybrid filter bank, float.  The analysis splits the
+ * lowest QMF bands of a (mono) SBR signal into narrower sub-bands for the
+ * stereo parameters; the synthesis adds them back into their QMF bands.
+ * `config` names the layout by its number of stereo parameter bands:
+ *  - 20: QMF band 0 -> 8 complex sub-bands, pairs (2, 5) and (3, 4) added,
+ *    giving 6; bands 1 and 2 -> 2 real-filter sub-bands each: 10 hybrid
+ *    bands from QMF bands 0..2.
+ *  - 34: band 0 -> 12, band 1 -> 8, bands 2, 3, 4 -> 4 complex sub-bands
+ *    each: 32 hybrid bands from QMF bands 0..4.
+ * Each sub-band filter is y_q(t) = sum_{n=0}^{12} G_q(n) x(t - n) on the QMF
+ * band's complex samples x, from a symmetric 13-tap prototype g (the
+ * standard's prototypes for Q = 8, 2 in the 20 layout and Q = 12, 8, 4 in
+ * the 34 layout): G_q(n) = g(n) exp(i 2 pi (q + 1/2)(n - 6)/Q), q = 0..Q-1,
+ * and for the real pair G_0(n) = g(n), G_1(n) = g(n) (-1)^(n - 6).
+ * Hybrid band order k (used by both operations):
+ *  - 20: k 0, 1 = band 0 sub-bands q 6, 7; k 2, 3 = q 0, 1; k 4 = q 2 + q 5;
+ *    k 5 = q 3 + q 4; k 6 = band 1 G_1, k 7 = band 1 G_0; k 8 = band 2 G_0,
+ *    k 9 = band 2 G_1.
+ *  - 34: k 0..11 = band 0 q 0..11; k 12..19 = band 1 q 0..7; k 20..23,
+ *    24..27, 28..31 = bands 2, 3, 4 q 0..3.
+ * The filters of one band add up to a delay of exactly 6 slots, so the
+ * synthesis (a plain sum) returns each QMF band 6 slots late, and an output
+ * slot t of the analysis is centred on input slot t - 6: a decoder either
+ * feeds the analysis 6 slots ahead of the bands it leaves unsplit, or
+ * delays those bands by 6 slots.  Against a direct double-precision
+ * evaluation of the filters the analysis differs by less than 1e-6 of the
+ * input peak (13 float products per output, taps rounded once to float);
+ * the synthesis is exact but for float rounding of at most 12 additions.
+ * The analysis context (tag 0x434D416C, filter-bank life cycle: GetSize,
+ * Init, InitAlloc, Free returning Status and keeping the tag) holds the
+ * filters and the last 12 slots of QMF bands 0..4 of one channel, for both
+ * layouts, so a stream may change layout between calls; a new context
+ * starts from zero history, Init on the same memory resets it.  It is a
+ * State: one per channel and stream, never shared by two threads at once.
+ * The synthesis needs no context. */
+typedef struct AklsAnalysisState_PS_32fc AklsAnalysisState_PS_32fc; /* tag 0x434D416C */
+
+/* Bytes that aklsAnalysisFilterInit_PS_32fc needs (alignment slack included).
+ *   pSize  out  the size
+ * Statuses: kStsNullPtr. */
+AKLAC_API Status aklsAnalysisFilterGetSize_PS_32fc(int* pSize);
+
+/* Builds a hybrid analysis context with zero history in caller memory of at
+ * least the GetSize size (any alignment; built at the next 16-byte boundary).
+ *   pState  in/out  the memory
+ * Statuses: kStsNullPtr. */
+AKLAC_API Status aklsAnalysisFilterInit_PS_32fc(AklsAnalysisState_PS_32fc* pState);
+
+/* Allocates (aklMalloc) and builds a hybrid analysis context.
+ *   ppState  out  the raw pointer to pass to the other operations
+ * Statuses: kStsNullPtr; kStsMemAllocErr (*ppState unwritten). */
+AKLAC_API Status aklsAnalysisFilterInitAlloc_PS_32fc(AklsAnalysisState_PS_32fc** ppState);
+
+/* Releases a hybrid analysis context built by InitAlloc (caller memory is
+ * left alone); the tag is kept.
+ *   pState  in  the context
+ * Statuses: kStsNullPtr; kStsContextMismatch (wrong tag, nothing released). */
+AKLAC_API Status aklsAnalysisFilterFree_PS_32fc(AklsAnalysisState_PS_32fc* pState);
+
+/* Hybrid analysis of numSlots QMF time slots.
+ *   pSrc      in      numSlots rows of srcStep complex QMF samples, oldest
+ *                     first; bands 0..4 of each row are read (all five in
+ *                     both layouts: the history serves both)
+ *   srcStep   in      row step of pSrc in elements, at least 5
+ *   pDst      out     numSlots rows of dstStep elements; row t receives the
+ *                     10 (config 20) or 32 (config 34) hybrid samples of
+ *                     slot t, centred on input slot t - 6; the rest of each
+ *                     row is left alone
+ *   dstStep   in      row step of pDst, at least 10 or 32
+ *   numSlots  in      at least 1
+ *   config    in      20 or 34
+ *   pState    in/out  the context (history carried between calls)
+ * Checks, in this order: kStsNullPtr (pSrc, pDst, pState); kStsSizeErr
+ * (numSlots below 1); kStsBadArgErr (config not 20 or 34); kStsSizeErr
+ * (srcStep below 5, dstStep below the hybrid band count);
+ * kStsContextMismatch.  Nothing is written before the checks pass. */
+AKLAC_API Status aklsAnalysisFilter_PS_32fc_D2(const Akl32fc* pSrc, int srcStep, Akl32fc* pDst, int dstStep,
+                                               int numSlots, int config, AklsAnalysisState_PS_32fc* pState);
+
+/* Hybrid synthesis of numSlots slots: each QMF band 0..2 (config 20) or
+ * 0..4 (config 34) is the sum of its hybrid bands in the order above.
+ *   pSrc      in   numSlots rows of srcStep elements, hybrid bands 0..9 or 0..31
+ *   srcStep   in   at least 10 or 32
+ *   pDst      out  numSlots rows of dstStep elements; elements 0..2 or 0..4
+ *                  of each row are written, the rest left alone
+ *   dstStep   in   at least 3 or 5
+ *   numSlots  in   at least 1
+ *   config    in   20 or 34
+ * Checks, in this order: kStsNullPtr (pSrc, pDst); kStsSizeErr (numSlots
+ * below 1); kStsBadArgErr (config); kStsSizeErr (srcStep, dstStep).
+ * pSrc and pDst may be the same memory with the same step (each output
+ * band lies at or before the first hybrid band it sums and is written after
+ * its own bands are read). */
+AKLAC_API Status aklsSynthesisFilter_PS_32fc_D2(const Akl32fc* pSrc, int srcStep, Akl32fc* pDst, int dstStep,
+                                                int numSlots, int config);
 /* @sbr-end */
 
 /* ========================================================================

@@ -2,7 +2,6 @@
 // WAV file or raw 16-bit PCM, using only the aklac library's public interface.
 #include <unistd.h>
 
-#include <bit>
 #include <chrono>
 #include <ctime>
 #include <cstdio>
@@ -14,6 +13,7 @@
 #include "aacdec/aac_decoder.hpp"
 #include "mp4/aac_input.hpp"
 #include "cli_io.hpp"
+#include "kit/wav_writer.hpp"
 
 namespace {
 
@@ -44,37 +44,17 @@ const char kUsage[] =
     "1 failure (unreadable input, unsupported stream, write error; also a damaged MP4\n"
     "file, after the audio before the damage), 2 usage.\n";
 
-void PutTag(std::vector<unsigned char>& b, const char* tag) {
-  for (const char* c = tag; *c; ++c) b.push_back(static_cast<unsigned char>(*c));
-}
-
-void PutLe(std::vector<unsigned char>& b, std::uint32_t v, int bytes) {
-  for (int i = 0; i < bytes; ++i) b.push_back(static_cast<unsigned char>(v >> (8 * i)));
-}
-
 class FileSink : public aacdec::PcmSink {
  public:
-  FileSink(std::FILE* f, bool raw, bool quiet, bool progress) : f_(f), raw_(raw), quiet_(quiet), progress_(progress) {}
+  FileSink(std::FILE* f, bool raw, bool quiet, bool progress) : wav_(f, raw), quiet_(quiet), progress_(progress) {}
 
   bool Format(const aacdec::StreamFormat& fmt) override {
     format_ = fmt;
-    if (raw_) return true;
-    header_offset_ok_ = std::ftell(f_) == 0;
-    const auto header = WavHeader(0xFFFFFFFFu - 64);
-    return std::fwrite(header.data(), 1, header.size(), f_) == header.size();
+    return wav_.Start(aklkit::WavFormat{fmt.sample_rate, fmt.channels, fmt.channel_mask});
   }
 
   bool Frame(const std::int16_t* pcm, int frames) override {
-    const std::size_t n = static_cast<std::size_t>(frames) * static_cast<std::size_t>(format_.channels);
-    data_bytes_ += 2 * n;
-    if constexpr (std::endian::native == std::endian::little) return std::fwrite(pcm, 2, n, f_) == n;
-    buf_.resize(2 * n);
-    for (std::size_t i = 0; i < n; ++i) {
-      const auto v = static_cast<std::uint16_t>(pcm[i]);
-      buf_[2 * i] = static_cast<unsigned char>(v & 0xFF);
-      buf_[2 * i + 1] = static_cast<unsigned char>(v >> 8);
-    }
-    return std::fwrite(buf_.data(), 1, buf_.size(), f_) == buf_.size();
+    return wav_.Write(pcm, static_cast<std::size_t>(frames));
   }
 
   void Warn(const std::string& msg) override {
@@ -91,55 +71,20 @@ class FileSink : public aacdec::PcmSink {
     progress_shown_ = true;
   }
 
-  // Writes the final sizes into the WAV header when the output can seek.
-  void Close() {
+  // Writes the final sizes into the WAV header when the output can seek;
+  // false if a write failed.
+  bool Close() {
     if (progress_shown_) std::fprintf(stderr, "\r                 \r");
-    if (raw_ || !header_offset_ok_ || format_.channels == 0) return;
-    if (std::fseek(f_, 0, SEEK_SET) != 0) return;
-    const auto header = WavHeader(static_cast<std::uint32_t>(std::min<std::uint64_t>(data_bytes_, 0xFFFFFF00u)));
-    std::fwrite(header.data(), 1, header.size(), f_);
+    return wav_.Finish();
   }
 
   const aacdec::StreamFormat& format() const { return format_; }
 
  private:
-  std::vector<unsigned char> WavHeader(std::uint32_t data_bytes) const {
-    const bool extensible = format_.channels > 2 || (format_.channel_mask != 0 && format_.channel_mask != 0x4 &&
-                                                     format_.channel_mask != 0x3);
-    const std::uint32_t fmt_size = extensible ? 40 : 16;
-    const auto block = static_cast<std::uint32_t>(2 * format_.channels);
-    std::vector<unsigned char> b;
-    PutTag(b, "RIFF");
-    PutLe(b, 4 + (8 + fmt_size) + 8 + data_bytes, 4);
-    PutTag(b, "WAVEfmt ");
-    PutLe(b, fmt_size, 4);
-    PutLe(b, extensible ? 0xFFFE : 1, 2);
-    PutLe(b, static_cast<std::uint32_t>(format_.channels), 2);
-    PutLe(b, static_cast<std::uint32_t>(format_.sample_rate), 4);
-    PutLe(b, static_cast<std::uint32_t>(format_.sample_rate) * block, 4);
-    PutLe(b, block, 2);
-    PutLe(b, 16, 2);
-    if (extensible) {
-      PutLe(b, 22, 2);
-      PutLe(b, 16, 2);
-      PutLe(b, format_.channel_mask, 4);
-      // KSDATAFORMAT_SUBTYPE_PCM
-      const unsigned char guid[16] = {0x01, 0x00, 0x00, 0x00, 0x00, 0x00, 0x10, 0x00,
-                                      0x80, 0x00, 0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71};
-      for (unsigned char g : guid) b.push_back(g);
-    }
-    PutTag(b, "data");
-    PutLe(b, data_bytes, 4);
-    return b;
-  }
-
-  std::FILE* f_;
-  bool raw_, quiet_, progress_;
+  aklkit::WavWriter wav_;
+  bool quiet_, progress_;
   bool progress_shown_ = false;
-  bool header_offset_ok_ = false;
   aacdec::StreamFormat format_;
-  std::uint64_t data_bytes_ = 0;
-  std::vector<unsigned char> buf_;
   std::chrono::steady_clock::time_point last_{};
 };
 
@@ -189,8 +134,7 @@ int main(int argc, char** argv) {
   const aacdec::DecodeResult r = aacdec::DecodeAacInput(data.data(), data.size(), options, &sink, &stats, &message, &damage);
   const double cpu = static_cast<double>(std::clock() - cpu0) / CLOCKS_PER_SEC;
   const double wall = std::chrono::duration<double>(std::chrono::steady_clock::now() - wall0).count();
-  sink.Close();
-  const bool write_ok = std::fflush(out) == 0 && !std::ferror(out);
+  const bool write_ok = sink.Close();
   if (out != stdout) std::fclose(out);
   if (r == aacdec::DecodeResult::kRefused || r == aacdec::DecodeResult::kNoAudio) {
     std::fprintf(stderr, "akl-aacdec: %s: %s\n", files[0].c_str(), message.c_str());

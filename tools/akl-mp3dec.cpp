@@ -2,7 +2,6 @@
 // (or raw PCM) with the aklac library; see --help.
 #include <unistd.h>
 
-#include <bit>
 #include <chrono>
 #include <cstdio>
 #include <cstring>
@@ -12,6 +11,7 @@
 
 #include "mp3dec/mp3_stream.hpp"
 #include "cli_io.hpp"
+#include "kit/wav_writer.hpp"
 #include "mp4/mp3_input.hpp"
 
 namespace {
@@ -43,92 +43,26 @@ const char kUsage[] =
     "Layers I and II are not supported (their frames are dropped).  The summary\n"
     "counts bytes skipped, frames concealed and frames dropped, by kind.\n";
 
-void PutLe(std::vector<unsigned char>& b, std::uint32_t v, int bytes) {
-  for (int i = 0; i < bytes; ++i) b.push_back(static_cast<unsigned char>(v >> (8 * i)));
-}
-
-std::vector<unsigned char> WavHeader(int rate, int channels, std::uint64_t data_bytes) {
-  const std::uint32_t data = data_bytes > 0xFFFFFFF0u - 36 ? 0xFFFFFFF0u - 36 : static_cast<std::uint32_t>(data_bytes);
-  std::vector<unsigned char> h;
-  h.reserve(44);
-  const char* riff = "RIFF";
-  h.insert(h.end(), riff, riff + 4);
-  PutLe(h, 36 + data, 4);
-  const char* wave = "WAVEfmt ";
-  h.insert(h.end(), wave, wave + 8);
-  PutLe(h, 16, 4);
-  PutLe(h, 1, 2);
-  PutLe(h, static_cast<std::uint32_t>(channels), 2);
-  PutLe(h, static_cast<std::uint32_t>(rate), 4);
-  PutLe(h, static_cast<std::uint32_t>(rate * channels * 2), 4);
-  PutLe(h, static_cast<std::uint32_t>(channels * 2), 2);
-  PutLe(h, 16, 2);
-  const char* d = "data";
-  h.insert(h.end(), d, d + 4);
-  PutLe(h, data, 4);
-  return h;
-}
-
 class FileSink : public aklmp3::PcmSink {
  public:
-  FileSink(std::FILE* f, bool raw, bool progress) : f_(f), raw_(raw), progress_(progress) {}
+  FileSink(std::FILE* f, bool raw, bool progress) : wav_(f, raw), progress_(progress) {}
 
-  void Format(int rate, int channels) override {
-    rate_ = rate;
-    channels_ = channels;
-    if (!raw_) {
-      // Sizes are patched at the end when the output can seek; a pipe keeps
-      // the largest size, which readers take as "until the end".
-      const auto h = WavHeader(rate, channels, 0xFFFFFFFFull);
-      Put(h.data(), h.size());
-    }
-  }
-  void Write(const std::int16_t* s, std::size_t frames) override {
-    const std::size_t n = frames * static_cast<std::size_t>(channels_);
-    if constexpr (std::endian::native == std::endian::little) {
-      // The samples already are little-endian s16: write them as they lie.
-      Put(s, n * 2);
-    } else {
-      bytes_.resize(n * 2);
-      for (std::size_t i = 0; i < n; ++i) {
-        const auto v = static_cast<std::uint16_t>(s[i]);
-        bytes_[2 * i] = static_cast<unsigned char>(v & 0xFF);
-        bytes_[2 * i + 1] = static_cast<unsigned char>(v >> 8);
-      }
-      Put(bytes_.data(), bytes_.size());
-    }
-    data_bytes_ += n * 2;
-  }
+  void Format(int rate, int channels) override { wav_.Start(aklkit::WavFormat{rate, channels, 0}); }
+  void Write(const std::int16_t* s, std::size_t frames) override { wav_.Write(s, frames); }
   void Progress(std::size_t done, std::size_t total) override {
     if (!progress_ || total == 0) return;
     const auto now = std::chrono::steady_clock::now();
     if (done < total && now - last_ < std::chrono::milliseconds(200)) return;
     last_ = now;
     std::fprintf(stderr, "\rakl-mp3dec: %3d%%", static_cast<int>(100.0 * static_cast<double>(done) / static_cast<double>(total)));
-    shown_ = true;
     if (done >= total) std::fprintf(stderr, "\r                \r");
   }
-  bool Finish() {
-    if (!raw_ && rate_ && std::fseek(f_, 0, SEEK_SET) == 0) {
-      const auto h = WavHeader(rate_, channels_, data_bytes_);
-      Put(h.data(), h.size());
-    }
-    return !failed_ && std::fflush(f_) == 0;
-  }
-  bool failed() const { return failed_; }
+  bool Finish() { return wav_.Finish(); }
 
  private:
-  void Put(const void* p, std::size_t n) {
-    if (!failed_ && std::fwrite(p, 1, n, f_) != n) failed_ = true;
-  }
-  std::FILE* f_;
-  bool raw_, progress_;
-  int rate_ = 0, channels_ = 0;
-  std::uint64_t data_bytes_ = 0;
-  std::vector<unsigned char> bytes_;
+  aklkit::WavWriter wav_;
+  bool progress_;
   std::chrono::steady_clock::time_point last_{};
-  bool shown_ = false;
-  bool failed_ = false;
 };
 
 }  // namespace

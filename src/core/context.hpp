@@ -39,6 +39,7 @@ inline constexpr ContextTag kTagAnalysisPqmfMp3 = 0x434D4168;
 // 0x434D4169 is not used.
 inline constexpr ContextTag kTagAnalysisEncSbr = 0x434D416A;
 inline constexpr ContextTag kTagSynthesisDts = 0x434D416B;
+inline constexpr ContextTag kTagHybridPs32fc = 0x434D416C;  // parametric-stereo hybrid analysis
 
 inline constexpr std::size_t kVlcContextAlign = 64;
 inline constexpr std::size_t kContextAlign = 16;

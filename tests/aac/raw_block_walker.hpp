@@ -1,45 +1,35 @@
 // Walks the syntax elements of one AAC raw data block with the library's
 // exports: SCE, CPE, LFE, CCE, DSE, PCE, FIL, END.  Meant to be copied by a
-// decoder: apart from the coupling element's gain code words (decoded here
-// bit by bit with the scale-factor code book handed in) it uses only aklac.h.
+// decoder: it uses only aklac.h and the client kit (tools/kit: bit fields on
+// the cursor, the coupling element's gain codes on the VLC engine).
 #pragma once
 
 #include <cstdint>
 #include <vector>
 
 #include "aklac.h"
+#include "kit/aac_scale_factors.hpp"
+#include "kit/bits.hpp"
 
 namespace aactest {
 
-// A plain byte-wise reader over the caller's cursor, for the few fields the
-// exports leave to their caller (element ids, tags, coupling fields).
+// The few fields the exports leave to their caller (element ids, tags,
+// coupling fields), read on the caller's cursor through the client kit.
 inline std::uint32_t ReadBits(Akl8u** pp, Akl32s* off, int n) {
-  std::uint32_t v = 0;
-  for (int i = 0; i < n; ++i) {
-    v = (v << 1) | static_cast<std::uint32_t>(((**pp) >> (7 - *off)) & 1);
-    if (++*off == 8) {
-      *off = 0;
-      ++*pp;
-    }
-  }
+  aklkit::BitCursor c{*pp, *off};
+  const std::uint32_t v = aklkit::ReadBits(c, n);
+  *pp = c.p;
+  *off = c.off;
   return v;
 }
 
-struct ScaleFactorBook {
-  const std::uint32_t* codes;  // 121 code words, index = difference + 60
-  const std::uint8_t* lengths;
-};
-
-// Decodes one scale-factor code word bit by bit; -1 if none matches in 19 bits.
-inline int ReadScaleFactorCode(Akl8u** pp, Akl32s* off, const ScaleFactorBook& book) {
-  std::uint32_t code = 0;
-  for (int len = 1; len <= 19; ++len) {
-    code = (code << 1) | ReadBits(pp, off, 1);
-    for (int i = 0; i < 121; ++i) {
-      if (book.lengths[i] == len && book.codes[i] == code) return i;
-    }
-  }
-  return -1;
+// One scale-factor code word (a coupling gain), on the library's VLC engine.
+inline int ReadScaleFactorCode(Akl8u** pp, Akl32s* off, const aklkit::ScaleFactorCodes& codes) {
+  aklkit::BitCursor c{*pp, *off};
+  const int d = codes.Decode(c);
+  *pp = c.p;
+  *off = c.off;
+  return d;
 }
 
 enum ElementId { kSce = 0, kCpe = 1, kCce = 2, kLfe = 3, kDse = 4, kPce = 5, kFil = 6, kEnd = 7 };
@@ -72,7 +62,7 @@ struct WalkConfig {
   int audio_object_type = 2;  // 1 main, 2 LC, 4 LTP
   int pred_sfb_max = 0;       // for main profile
   bool general = false;       // LC streams through aklsNoiselessDecode_AAC (noise bands)
-  ScaleFactorBook sf_book{};
+  const aklkit::ScaleFactorCodes* sf_codes = nullptr;  // for coupling gains
   std::vector<ChannelStart>* starts = nullptr;  // if set, every channel stream's start is appended
   // Band offsets of the sampling rate (long and short rows), for the escape count; optional.
   const std::uint16_t* swb_long = nullptr;
@@ -256,13 +246,13 @@ class RawBlockWalker {
     for (int c = 1; c < gain_lists; ++c) {
       const bool common = ind_sw || ReadBits(pp, off, 1) != 0;
       if (common) {
-        if (ReadScaleFactorCode(pp, off, cfg_.sf_book) < 0) return kStsErr;
+        ReadScaleFactorCode(pp, off, *cfg_.sf_codes);
         continue;
       }
       const int groups = ch.ics.windowSequence == 2 ? ch.ics.numWindowGroups : 1;
       for (int g = 0; g < groups; ++g) {
         for (int sfb = 0; sfb < ch.ics.maxSfb; ++sfb) {
-          if (ch.sfb_cb[g * ch.ics.maxSfb + sfb] != 0 && ReadScaleFactorCode(pp, off, cfg_.sf_book) < 0) return kStsErr;
+          if (ch.sfb_cb[g * ch.ics.maxSfb + sfb] != 0) ReadScaleFactorCode(pp, off, *cfg_.sf_codes);
         }
       }
     }

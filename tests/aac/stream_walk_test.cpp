@@ -34,14 +34,9 @@ struct StreamCase {
   int general_failed; // frames the general decoder stops in
 };
 
-aactest::ScaleFactorBook SfBook() {
-  static std::uint32_t codes[121];
-  static std::uint8_t lengths[121];
-  for (int i = 0; i < 121; ++i) {
-    codes[i] = akl::aac::kSfCodes[i].code;
-    lengths[i] = akl::aac::kSfCodes[i].len;
-  }
-  return {codes, lengths};
+const aklkit::ScaleFactorCodes* SfCodes() {
+  static const aklkit::ScaleFactorCodes codes;
+  return &codes;
 }
 
 struct WalkResult {
@@ -79,7 +74,7 @@ WalkResult WalkStream(const std::string& file, bool general) {
     cfg.sampling_frequency_index = h.samplingFrequencyIndex;
     cfg.audio_object_type = h.profile + 1;
     cfg.pred_sfb_max = h.profile == 0 ? kPredSfbMax[h.samplingFrequencyIndex] : 0;
-    cfg.sf_book = SfBook();
+    cfg.sf_codes = SfCodes();
     cfg.swb_long = akl::aac::kSwbOffsetLong[h.samplingFrequencyIndex];
     cfg.swb_short = akl::aac::kSwbOffsetShort[h.samplingFrequencyIndex];
     cfg.general = general;

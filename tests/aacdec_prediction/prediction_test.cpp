@@ -23,35 +23,45 @@ AklAACIcsInfo LongIcs(int max_sfb) {
   return ics;
 }
 
-std::vector<Akl32s> Frame(std::mt19937& rng, int f) {
-  std::vector<Akl32s> x(1024);
-  std::normal_distribution<double> g(0.0, 200.0);
-  for (int i = 0; i < 1024; ++i) x[static_cast<std::size_t>(i)] = static_cast<Akl32s>(std::lround(8000 * std::sin(0.3 * f * (i % 7 + 1)) + g(rng)));
+// A frame in the standard's scale (the predictors' input).
+std::vector<float> Frame(std::mt19937& rng, int f) {
+  std::vector<float> x(1024);
+  std::normal_distribution<double> g(0.0, 25.0);
+  for (int i = 0; i < 1024; ++i) x[static_cast<std::size_t>(i)] = static_cast<float>(1000 * std::sin(0.3 * f * (i % 7 + 1)) + g(rng));
   return x;
 }
 
-// The same frames at shift 0 and at shift -2 (lines four times larger): the
-// predicted lines agree within the rounding of the coarser scale, and the
-// predictions are not trivial.
+// The same input written to spectra at shift 0 and at shift -2 (lines four
+// times larger): the predicted lines agree within the rounding of the coarser
+// scale, the predictions are not trivial, and a band without prediction
+// keeps the caller's lines.
 TEST(PredictionTools, MainFollowsTheChannelScale) {
   aacdec::PredictionTools a, b;
   ASSERT_TRUE(a.Configure(1, 4));
   ASSERT_TRUE(b.Configure(1, 4));
   EXPECT_EQ(a.pred_sfb_max(), 40);
   std::mt19937 rng(5);
-  const AklAACIcsInfo ics = LongIcs(40);
+  AklAACIcsInfo ics = LongIcs(40);
+  ics.predictionUsed[10] = 0;  // lines 40..47 at 44.1 kHz
   Akl8u cb[64];
   std::memset(cb, 1, sizeof(cb));
   long changed = 0;
   for (int f = 0; f < 30; ++f) {
-    std::vector<Akl32s> x = Frame(rng, f), y = x;
-    for (Akl32s& v : y) v *= 4;
-    const std::vector<Akl32s> before = x;
-    ASSERT_EQ(a.Predict(0, x.data(), 0, ics, cb), kStsOk);
-    ASSERT_EQ(b.Predict(0, y.data(), -2, ics, cb), kStsOk);
+    std::vector<float> xa = Frame(rng, f), xb = xa;
+    std::vector<Akl32s> sa(1024, 12345), sb(1024, 4 * 12345);
+    ASSERT_EQ(a.Predict(0, xa.data(), sa.data(), 0, ics, cb), kStsOk);
+    ASSERT_EQ(b.Predict(0, xb.data(), sb.data(), -2, ics, cb), kStsOk);
+    EXPECT_EQ(xa, xb);
     for (int i = 0; i < 1024; ++i) {
-      ASSERT_LE(std::abs(y[static_cast<std::size_t>(i)] - 4 * x[static_cast<std::size_t>(i)]), 2) << f << " " << i;
-      changed += x[static_cast<std::size_t>(i)] != before[static_cast<std::size_t>(i)];
+      const std::size_t k = static_cast<std::size_t>(i);
+      ASSERT_LE(std::abs(sb[k] - 4 * sa[k]), 2) << f << " " << i;
+      if (sa[k] != 12345) {
+        ++changed;
+        ASSERT_EQ(sa[k], static_cast<Akl32s>(std::nearbyint(xa[k] * 8.0))) << f << " " << i;
+      }
+      if ((i >= 40 && i < 48) || i >= 672) {
+        ASSERT_EQ(sa[k], 12345) << f << " " << i;
+      }
     }
   }
   EXPECT_GT(changed, 5000);
@@ -65,17 +75,20 @@ TEST(PredictionTools, RestoreRepeatsAFrame) {
   const AklAACIcsInfo ics = LongIcs(30);
   Akl8u cb[64];
   std::memset(cb, 2, sizeof(cb));
+  std::vector<Akl32s> spec(1024);
   for (int f = 0; f < 5; ++f) {
-    std::vector<Akl32s> x = Frame(rng, f);
-    ASSERT_EQ(t.Predict(3, x.data(), 1, ics, cb), kStsOk);
+    std::vector<float> x = Frame(rng, f);
+    ASSERT_EQ(t.Predict(3, x.data(), spec.data(), 1, ics, cb), kStsOk);
   }
-  const std::vector<Akl32s> in = Frame(rng, 5);
-  std::vector<Akl32s> first = in, second = in;
+  const std::vector<float> in = Frame(rng, 5);
+  std::vector<float> first = in, second = in;
+  std::vector<Akl32s> s1(1024, 0), s2(1024, 0);
   t.Save(3);
-  ASSERT_EQ(t.Predict(3, first.data(), 1, ics, cb), kStsOk);
+  ASSERT_EQ(t.Predict(3, first.data(), s1.data(), 1, ics, cb), kStsOk);
   t.Restore(3);
-  ASSERT_EQ(t.Predict(3, second.data(), 1, ics, cb), kStsOk);
+  ASSERT_EQ(t.Predict(3, second.data(), s2.data(), 1, ics, cb), kStsOk);
   EXPECT_EQ(first, second);
+  EXPECT_EQ(s1, s2);
   EXPECT_NE(first, in);
 }
 
@@ -88,12 +101,13 @@ TEST(PredictionTools, BadResetGroupLeavesTheFrame) {
   ics.predictorResetGroupNum = 31;
   Akl8u cb[64] = {};
   std::vector<Akl32s> x(1024, 77);
-  EXPECT_EQ(t.Predict(0, x.data(), 0, ics, cb), kStsBadArgErr);
+  std::vector<float> in(1024, 9.5f);
+  EXPECT_EQ(t.Predict(0, in.data(), x.data(), 0, ics, cb), kStsBadArgErr);
   EXPECT_EQ(x, std::vector<Akl32s>(1024, 77));
   // Other object types leave everything alone.
   aacdec::PredictionTools lc;
   ASSERT_TRUE(lc.Configure(2, 4));
-  EXPECT_EQ(lc.Predict(0, x.data(), 0, LongIcs(20), cb), kStsOk);
+  EXPECT_EQ(lc.Predict(0, in.data(), x.data(), 0, LongIcs(20), cb), kStsOk);
   EXPECT_EQ(x, std::vector<Akl32s>(1024, 77));
   EXPECT_EQ(aacdec::PredictionTools::reader_object_type(4), 4);
   EXPECT_EQ(aacdec::PredictionTools::reader_object_type(5), 2);

@@ -35,6 +35,7 @@ struct Case {
   bool energy;         // compare band energies (noise substitution)
   double rms_bound, max_bound;  // in 16-bit steps; or dB bounds for energy cases (overall, per band)
   int skip = 0;        // our leading samples per channel that the reference lacks
+  bool repo_only = false;  // a stretch cut from the middle: measured from the repository in --full runs too
 };
 
 // Paths in the repository (truncated copies) and under the shared folder.
@@ -54,6 +55,10 @@ const Case kCases[] = {
      1024},  // FFmpeg's raw ADTS input drops the first frame's output here
     {"am05_44 (Main, 5.1)", "conformance/aac/am05_44.adts", "conformance/aac/am05_44.s16", false, false, 0.5, 2},
     {"am00_88 (Main, 88.2 kHz)", "conformance/aac/am00_88.adts", "conformance/aac/am00_88.s16", false, false, 0.5, 2},
+    // Frames 2900-3259 decoded cold, compared from 3200 on: frames 3227-3228
+    // were 4 steps off while the predictors took the integer spectrum as input.
+    {"am00_88 frames 3200-3259", "conformance/aac/am00_88_f2900.adts", "conformance/aac/am00_88_f3200.s16", false, false,
+     0.5, 2, 300 * 1024, true},
     {"ap05_48 (LTP)", "conformance/aac/ap05_48.adts", "conformance/aac/ap05_48.s16", false, false, 0.5, 2},
     {"al18_44 (PNS)", "conformance/aac/al18_44.adts", "conformance/aac/al18_44.s16", false, true, 1.0, 1.0},
     {"tv 22k05 mono speech", "aac_ref/aac_lc_22k05_mono_32_speech.aac", "aac_ref/aac_lc_22k05_mono_32_speech.aac.faad.f32", true, false, 0.35, 1},
@@ -277,7 +282,7 @@ int main(int argc, char** argv) {
   bool all_ok = true;
   for (const Case& c : kCases) {
     // The loud corpus lives only in the repository, complete.
-    const bool repo = full.empty() || std::strncmp(c.stream, "loud/", 5) == 0;
+    const bool repo = full.empty() || c.repo_only || std::strncmp(c.stream, "loud/", 5) == 0;
     const std::string s = repo ? data + "/" + c.stream : FullPath(full, c.stream);
     const std::string rf = repo ? data + "/" + c.ref : FullPath(full, c.ref);
     const Result r = Measure(c, s, rf);

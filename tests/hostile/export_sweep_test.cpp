@@ -489,7 +489,10 @@ TEST(HostileSweep, EveryExportIsCovered) {
       "aklsFDPFree_32f", "aklsFDPGetSize_32f", "aklsFDPInitAlloc_32f", "aklsFDPInit_32f", "aklsFDPReset_32f",
       "aklsFDP_32f", "aklsLongTermPredict_AAC_32s", "aklsLongTermReconstruct_AAC_32s", "aklsLtpUpdate_AAC_32s",
       "aklsMDCTFree_AAC_32s", "aklsMDCTFwd_AAC_32s", "aklsMDCTFwd_AAC_32s_I", "aklsMDCTGetSize_AAC_32s",
-      "aklsMDCTInitAlloc_AAC_32s", "aklsMDCTInit_AAC_32s", "aklsMDCTInv_AAC_32s16s", "aklsMDCTInv_AAC_32s_I"};
+      "aklsMDCTInitAlloc_AAC_32s", "aklsMDCTInit_AAC_32s", "aklsMDCTInv_AAC_32s16s", "aklsMDCTInv_AAC_32s_I",
+      // Parametric-stereo hybrid bank: check order, tags and allocation failures in tests/sbr/ps_hybrid_test.cpp.
+      "aklsAnalysisFilterFree_PS_32fc", "aklsAnalysisFilterGetSize_PS_32fc", "aklsAnalysisFilterInitAlloc_PS_32fc",
+      "aklsAnalysisFilterInit_PS_32fc", "aklsAnalysisFilter_PS_32fc_D2", "aklsSynthesisFilter_PS_32fc_D2"};
   std::vector<std::string> missing;
 #define AKL_EXPORT(name, ...) \
   if (!covered.count(#name) && !elsewhere.count(#name)) missing.push_back(#name);

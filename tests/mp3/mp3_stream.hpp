@@ -1,6 +1,6 @@
 // Splits a Layer III stream into frames and assembles each frame's main
 // data from the bit reservoir, as a decoder does.  Shared by the stream
-// tests and the benchmark; uses only the public header.
+// tests and the benchmark; uses only the public header and the client kit.
 #pragma once
 
 #include <cstddef>
@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "aklac.h"
+#include "kit/mpeg_audio.hpp"
 
 namespace akl::test {
 
@@ -18,19 +19,17 @@ struct Mp3Frame {
   AklMP3FrameHeader h{};
 };
 
+// A Layer III header of MPEG-1 or MPEG-2 (not 2.5), as the client kit reads it.
 inline bool PlausibleHeader(const std::uint8_t* p) {
-  return p[0] == 0xFF && (p[1] & 0xE0) == 0xE0 && ((p[1] >> 1) & 3) == 1 && (p[2] >> 4) != 15 &&
-         ((p[2] >> 2) & 3) != 3 && (p[1] & 0x10) != 0;  // MPEG-1 or MPEG-2 (not 2.5)
+  aklkit::MpegHeader h;
+  return aklkit::ParseMpegHeader(p, &h) && h.layer == 3 && h.version != 25;
 }
 
 // Frame length in bytes; 0 for free format.
 inline int FrameLength(const AklMP3FrameHeader& h) {
-  static const int kKbps[2][15] = {{0, 8, 16, 24, 32, 40, 48, 56, 64, 80, 96, 112, 128, 144, 160},
-                                   {0, 32, 40, 48, 56, 64, 80, 96, 112, 128, 160, 192, 224, 256, 320}};
-  static const int kRate[2][3] = {{22050, 24000, 16000}, {44100, 48000, 32000}};
-  const int kbps = kKbps[h.id][h.bitrateIndex];
-  if (kbps == 0) return 0;
-  return (h.id ? 144000 : 72000) * kbps / kRate[h.id][h.samplingFreqIndex] + h.paddingBit;
+  const int version = h.id ? 10 : 20;
+  return aklkit::MpegFrameBytes(version, 3, aklkit::MpegKbps(version, 3, h.bitrateIndex),
+                                aklkit::MpegSampleRate(version, h.samplingFreqIndex), h.paddingBit);
 }
 
 // All whole frames from the first plausible header on (junk before it and

@@ -22,6 +22,8 @@
 #include <vector>
 
 #include "aklac.h"
+#include "kit/adts.hpp"
+#include "kit/bits.hpp"
 
 namespace aacdec {
 namespace {
@@ -51,35 +53,10 @@ constexpr SwbRow kSwb[24] = {
 #include "aacdec/swb_offsets.inc"
 };
 
-// ---- bit cursor over a padded frame buffer ----
-struct Cursor {
-  Akl8u* p;
-  Akl32s off;
-};
-
-std::uint32_t ReadBits(Cursor& c, int n) {
-  std::uint32_t v = 0;
-  while (n > 0) {
-    const int avail = 8 - c.off;
-    const int take = std::min(avail, n);
-    const std::uint32_t bits = (static_cast<std::uint32_t>(*c.p) >> (avail - take)) & ((1u << take) - 1u);
-    v = (v << take) | bits;
-    c.off += take;
-    n -= take;
-    if (c.off == 8) {
-      c.off = 0;
-      ++c.p;
-    }
-  }
-  return v;
-}
-
-void ByteAlign(Cursor& c) {
-  if (c.off != 0) {
-    c.off = 0;
-    ++c.p;
-  }
-}
+// ---- bit cursor over a padded frame buffer (kit/bits.hpp) ----
+using Cursor = aklkit::BitCursor;
+using aklkit::ByteAlign;
+using aklkit::ReadBits;
 
 // ---- windows ----
 double BesselI0(double x) {
@@ -397,12 +374,13 @@ class Decoder {
   Status DecodeCce(Cursor& c);
   void SeparateNoiseEnergies(ChannelStream& ch);
   int ChooseShift(const ChannelStream& a, const ChannelStream* b) const;
-  Status SpectralSingle(ChannelStream& ch);
+  Status SpectralSingle(ChannelStream& ch, int slot);  // slot: the channel's row of quantized_ and main_x_
   Status SpectralPair(Element& e);
   Status SpectralElement(Element* e, ChannelStream* cce);
   Status Finish(ChannelStream& ch);  // deinterleave; TNS runs separately
   Status Tns(ChannelStream& ch);
-  void Predict(ChannelStream& ch);                          // Main: after M/S, before intensity
+  void MainInput(const ChannelStream& ch, float* x) const;  // Main: the predictor's input, see there
+  void Predict(ChannelStream& ch, float* x);                // Main: after M/S, before intensity
   void LongTermPredict(ChannelStream& ch, int prev_shape);  // LTP: before TNS
   void ToolWarning(const char* tool, Status st);
   void ApplyDependentCoupling(int type, int tag, int domain, Element& e);
@@ -457,6 +435,7 @@ class Decoder {
   std::vector<Akl8u> rebuilt_;  // scratch of DecodeIcsOwnScaleFactors
   const Akl8u* block_end_ = nullptr;  // extra bits of room below the 32-bit limit (see SpectralElement)
   alignas(16) Akl32s quantized_[2][kFrame];
+  alignas(16) float main_x_[2][kFrame];  // Main: the predictor's input (MainInput)
   AklAACLtpInfo ltp_info_{};  // filled by the readers, copied to each channel
   PredictionTools tools_;      // Main and LTP profile tools (prediction.hpp)
   long tool_failures_ = 0;
@@ -610,7 +589,7 @@ Status Decoder::DecodeCce(Cursor& c) {
   for (int list = 1; list < cce.num_gain_lists; ++list) {
     const bool common = cce.ind_sw ? true : ReadBits(c, 1) != 0;
     if (common) {
-      const int diff = sf_codes_.Decode(&c.p, &c.off);
+      const int diff = sf_codes_.Decode(c);
       const auto g = static_cast<float>(std::pow(step, -diff));
       for (int i = 0; i < kBandSlots; ++i) cce.gain[list][i] = g;
       continue;
@@ -623,7 +602,7 @@ Status Decoder::DecodeCce(Cursor& c) {
           cce.gain[list][slot] = 0.0f;
           continue;
         }
-        acc += sf_codes_.Decode(&c.p, &c.off);
+        acc += sf_codes_.Decode(c);
         int expo = acc;
         double s = 1.0;
         if (sign) {
@@ -775,7 +754,7 @@ int Decoder::ChooseShift(const ChannelStream& a, const ChannelStream* b) const {
 }
 
 // Dequantization and noise substitution of one channel.
-Status Decoder::SpectralSingle(ChannelStream& ch) {
+Status Decoder::SpectralSingle(ChannelStream& ch, int slot) {
   const AklAACIcsInfo& ics = ch.ics();
   const int wl = ch.win_len();
   ApplyShift(ch, ChooseShift(ch, nullptr));
@@ -791,7 +770,11 @@ Status Decoder::SpectralSingle(ChannelStream& ch) {
                                             ics.numWindowGroups, ics.windowGroupLength, sfi_, wl, &noise_seed_);
     if (st != kStsOk) return st;
   }
-  Predict(ch);
+  if (tools_.main_profile()) {
+    alignas(16) float x[kFrame];
+    std::memcpy(x, main_x_[slot], sizeof(x));
+    Predict(ch, x);
+  }
   return kStsOk;
 }
 
@@ -799,8 +782,8 @@ Status Decoder::SpectralPair(Element& e) {
   ChannelStream& l = e.ch[0];
   ChannelStream& r = e.ch[1];
   if (!e.common_window) {
-    if (const Status st = SpectralSingle(l); st != kStsOk) return st;
-    return SpectralSingle(r);
+    if (const Status st = SpectralSingle(l, 0); st != kStsOk) return st;
+    return SpectralSingle(r, 1);
   }
   const AklAACIcsInfo& ics = l.ics();
   const int wl = l.win_len();
@@ -836,8 +819,26 @@ Status Decoder::SpectralPair(Element& e) {
                                                    ics.numWindowGroups, ics.windowGroupLength, ics.maxSfb, sfi_, wl);
     if (st != kStsOk) return st;
   }
-  Predict(l);
-  Predict(r);
+  if (tools_.main_profile()) {
+    // The predictor's input takes M/S in single precision where the library
+    // applied it to the integer spectra.
+    alignas(16) float xl[kFrame], xr[kFrame];
+    std::memcpy(xl, main_x_[0], sizeof(xl));
+    std::memcpy(xr, main_x_[1], sizeof(xr));
+    if (e.ms_mask_present == 1 || e.ms_mask_present == 2) {
+      const SwbRow& bands = kSwb[sfi_];
+      for (int b = 0; b < ics.maxSfb && ics.windowSequence != kEightShort; ++b) {
+        if (merged[b] == 13 || merged[b] == 14 || merged[b] == 15 || (e.ms_mask_present == 1 && !e.ms_used[b])) continue;
+        for (int i = bands.offset[b]; i < bands.offset[b + 1]; ++i) {
+          const float m = xl[i], s = xr[i];
+          xl[i] = m + s;
+          xr[i] = m - s;
+        }
+      }
+    }
+    Predict(l, xl);
+    Predict(r, xr);
+  }
   if (intensity) {
     // A band that is noise on the left and intensity on the right takes the
     // right channel's intensity code (the merged array marks it as noise).
@@ -861,6 +862,8 @@ Status Decoder::SpectralElement(Element* e, ChannelStream* cce) {
   for (int c = 0; c < nch; ++c) std::memcpy(quantized_[c], chs[c]->spec, sizeof(quantized_[c]));
   const Akl32s seed = noise_seed_;
   for (int c = 0; c < nch; ++c) tools_.Save(chs[c]->key);  // a retry predicts from the same state
+  if (tools_.main_profile())
+    for (int c = 0; c < nch; ++c) MainInput(*chs[c], main_x_[c]);
   Status st = kStsOk;
   for (int attempt = 0; attempt < 2; ++attempt) {
     headroom_ = attempt == 0 ? 0 : kRetryHeadroom;
@@ -869,7 +872,7 @@ Status Decoder::SpectralElement(Element* e, ChannelStream* cce) {
       for (int c = 0; c < nch; ++c) tools_.Restore(chs[c]->key);
       noise_seed_ = seed;
     }
-    st = e && e->type == kCpe ? SpectralPair(*e) : SpectralSingle(*chs[0]);
+    st = e && e->type == kCpe ? SpectralPair(*e) : SpectralSingle(*chs[0], 0);
     for (int c = 0; c < nch && st == kStsOk; ++c) st = Finish(*chs[c]);
     for (int c = 0; c < nch && st == kStsOk && e; ++c)
       LongTermPredict(*chs[c], states_[static_cast<std::size_t>(chs[c]->key)].prev_shape);
@@ -902,8 +905,40 @@ void Decoder::ToolWarning(const char* tool, Status st) {
                 (tool_failures_ == 3 ? "; further cases are not reported" : ""));
 }
 
-void Decoder::Predict(ChannelStream& ch) {
-  if (const Status st = tools_.Predict(ch.key, ch.spec, ch.shift, ch.ics(), ch.cb); st != kStsOk)
+// The predictors' state is kept in a short float format and every estimate
+// is rounded to it, so their input must be the dequantized lines exactly as a
+// single-precision decoder has them (|q|^(4/3) and 2^((sf - 100) / 4) each
+// rounded to single precision, then their product), not the integer
+// spectrum: lines far below the frame's loudest one keep only a few bits
+// there, and an input one step off moves a truncated state now and then, so
+// an estimate drifts for a few frames (up to 4 steps of output on a Main
+// stream at 88.2 kHz).  Bands other than 1..11 are 0 here: noise bands are
+// not predicted (their predictors restart) and intensity bands are written
+// by intensity stereo afterwards.  Long windows only; a short frame passes
+// through the predictors.
+void Decoder::MainInput(const ChannelStream& ch, float* x) const {
+  static const std::vector<float> pow43 = [] {
+    std::vector<float> t(8192);
+    for (int i = 0; i < 8192; ++i) t[static_cast<std::size_t>(i)] = static_cast<float>(std::pow(i, 4.0 / 3.0));
+    return t;
+  }();
+  std::fill(x, x + kFrame, 0.0f);
+  const AklAACIcsInfo& ics = ch.ics();
+  if (ics.windowSequence == kEightShort) return;
+  const SwbRow& bands = kSwb[sfi_];
+  for (int b = 0; b < ics.maxSfb; ++b) {
+    if (ch.cb[b] < 1 || ch.cb[b] > 11) continue;
+    const float gain = static_cast<float>(std::exp2(0.25 * (ch.sf[b] - 100)));
+    for (int i = bands.offset[b]; i < bands.offset[b + 1]; ++i) {
+      const int q = ch.spec[i];
+      const int m = q < -8191 || q > 8191 ? 8191 : std::abs(q);  // larger magnitudes fail the dequantizer
+      x[i] = (q < 0 ? -pow43[static_cast<std::size_t>(m)] : pow43[static_cast<std::size_t>(m)]) * gain;
+    }
+  }
+}
+
+void Decoder::Predict(ChannelStream& ch, float* x) {
+  if (const Status st = tools_.Predict(ch.key, x, ch.spec, ch.shift, ch.ics(), ch.cb); st != kStsOk)
     ToolWarning("frequency-domain prediction", st);
 }
 
@@ -1273,19 +1308,16 @@ bool Decoder::EmitBlock(bool damaged, const char* kind) {
 }
 
 // Fixed ADTS header fields at p (7 bytes readable): 0 if not a plausible
-// header, else the frame length.
+// header (kit/adts.hpp), else the frame length.
 static int AdtsFrameLength(const std::uint8_t* p, int* sfi, int* profile, int* config, int* blocks, int* protection_absent) {
-  if (p[0] != 0xFF || (p[1] & 0xF6) != 0xF0) return 0;  // sync, layer 0
-  *protection_absent = p[1] & 1;
-  *profile = p[2] >> 6;
-  *sfi = (p[2] >> 2) & 15;
-  *config = ((p[2] & 1) << 2) | (p[3] >> 6);
-  const int len = ((p[3] & 3) << 11) | (p[4] << 3) | (p[5] >> 5);
-  *blocks = (p[6] & 3) + 1;
-  if (*sfi > 12) return 0;
-  const int header = *protection_absent ? 7 : 9;
-  if (len < header + 1) return 0;
-  return len;
+  aklkit::AdtsHeader h;
+  if (!aklkit::ParseAdtsHeader(p, &h)) return 0;
+  *protection_absent = h.protection_absent;
+  *profile = h.profile;
+  *sfi = h.sfi;
+  *config = h.config;
+  *blocks = h.blocks;
+  return h.frame_length;
 }
 
 // The length of an ID3v2 tag at pos (header, body and any footer), or of an

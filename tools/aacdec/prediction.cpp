@@ -67,7 +67,7 @@ PredictionTools::Channel& PredictionTools::At(int key) {
   return *c;
 }
 
-Status PredictionTools::Predict(int key, Akl32s* spec, int shift, const AklAACIcsInfo& ics, const Akl8u* cb) {
+Status PredictionTools::Predict(int key, float* x, Akl32s* spec, int shift, const AklAACIcsInfo& ics, const Akl8u* cb) {
   if (!main_profile()) return kStsOk;
   Channel& ch = At(key);
   if (!ch.fdp.at) {
@@ -78,18 +78,19 @@ Status PredictionTools::Predict(int key, Akl32s* spec, int shift, const AklAACIc
       return st;
     }
   }
-  // The standard's scale: Q3 lines times 2^(shift - 3).
-  const float to_std = std::ldexp(1.0f, shift - 3);
-  alignas(16) Akl32f x[1024];
-  for (int i = 0; i < 1024; ++i) x[i] = static_cast<float>(spec[i]) * to_std;
-  const Status st = aklsFDP_32f(x, x, &ics, cb, ch.state());
+  alignas(16) Akl32f y[1024];
+  const Status st = aklsFDP_32f(x, y, &ics, cb, ch.state());
   if (st != kStsOk) {
     aklsFDPReset_32f(ch.state());
     return st;
   }
   if (ics.windowSequence == 2) return kStsOk;  // passed through unchanged
+  // Back to Q3 at the channel's scale, only where an estimate was added:
+  // the other lines keep the library's dequantization.
   const double back = std::ldexp(1.0, 3 - shift);
-  for (int i = 0; i < 1024; ++i) spec[i] = Saturate(static_cast<double>(x[i]) * back);
+  for (int i = 0; i < 1024; ++i)
+    if (y[i] != x[i]) spec[i] = Saturate(static_cast<double>(y[i]) * back);
+  std::memcpy(x, y, sizeof(y));
   return kStsOk;
 }
 

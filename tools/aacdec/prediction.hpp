@@ -35,10 +35,12 @@ class PredictionTools {
   static int reader_object_type(int object_type) { return object_type == 1 || object_type == 4 ? object_type : 2; }
 
   // Spectra are Q3 times 2^-shift (the decoder's per-frame scale).
-  // Main: predicts the spectrum of one channel in place.  On a failure
-  // (a reset group out of range, a bad maxSfb) the spectrum is left as it
-  // was, the channel's predictors restart and the status is returned.
-  Status Predict(int key, Akl32s* spec, int shift, const AklAACIcsInfo& ics, const Akl8u* cb);
+  // Main: runs the channel's predictors over x (1024 lines in the standard's
+  // scale, as a single-precision decoder dequantizes them; overwritten) and
+  // writes every line the prediction changed into spec.  On a failure (a
+  // reset group out of range, a bad maxSfb) spec is left as it was, the
+  // channel's predictors restart and the status is returned.
+  Status Predict(int key, float* x, Akl32s* spec, int shift, const AklAACIcsInfo& ics, const Akl8u* cb);
 
   // LTP: adds the long-term estimate to the spectrum (before TNS).  TNS of
   // the frame, when present, filters the estimate first.  prev_shape is the

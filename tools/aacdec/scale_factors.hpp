@@ -13,24 +13,12 @@
 #include <vector>
 
 #include "aklac.h"
+#include "kit/aac_scale_factors.hpp"
 
 namespace aacdec {
 
-// The scale-factor code book as a library VLC decoding context.
-class ScaleFactorCodes {
- public:
-  ScaleFactorCodes();
-  ~ScaleFactorCodes();
-  ScaleFactorCodes(const ScaleFactorCodes&) = delete;
-  ScaleFactorCodes& operator=(const ScaleFactorCodes&) = delete;
-  bool ok() const { return spec_ != nullptr; }
-  // One code at the cursor: the difference -60..60 it stands for.  The book
-  // is complete, so every bit string decodes.
-  int Decode(Akl8u** p, Akl32s* offset) const;
-
- private:
-  aklsVLCDecodeSpec_32s* spec_ = nullptr;
-};
+// The scale-factor code book on the library's VLC engine (kit/).
+using aklkit::ScaleFactorCodes;
 
 // The arrays one channel stream decodes into (as aklsNoiselessDecode_AAC
 // writes them); info->pIcsInfo is set by the caller.

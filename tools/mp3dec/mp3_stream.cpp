@@ -6,77 +6,19 @@
 #include <memory>
 
 #include "aklac.h"
+#include "kit/mpeg_audio.hpp"
 
 namespace aklmp3 {
 
 namespace {
 
 // ---------------------------------------------------------------------------
-// Frame headers as far as finding frames needs them.
+// Frame headers as far as finding frames needs them (kit/mpeg_audio.hpp).
 
-struct RawHeader {
-  int version = 0;  // 10 = MPEG-1, 20 = MPEG-2, 25 = MPEG-2.5
-  int layer = 0;    // 1, 2 or 3
-  bool crc = false;
-  int bitrate_index = 0;
-  int sfi = 0;
-  int padding = 0;
-  int mode = 0;
-  int sample_rate = 0;
-  int channels = 0;
-  int samples = 0;     // per channel and frame
-  int side_bytes = 0;  // Layer III side information
-  int frame_bytes = 0;  // 0 for free format
-};
+using aklkit::MpegHeader;
+using aklkit::ParseMpegHeader;
 
-constexpr int kBitrateKbps[3][15] = {
-    {0, 32, 40, 48, 56, 64, 80, 96, 112, 128, 160, 192, 224, 256, 320},  // MPEG-1 Layer III
-    {0, 8, 16, 24, 32, 40, 48, 56, 64, 80, 96, 112, 128, 144, 160},      // MPEG-2/2.5 Layers II, III
-    {0, 32, 48, 56, 64, 80, 96, 112, 128, 160, 192, 224, 256, 320, 384},  // MPEG-1 Layer II
-};
-constexpr int kBitrateLayer1[2][15] = {
-    {0, 32, 64, 96, 128, 160, 192, 224, 256, 288, 320, 352, 384, 416, 448},
-    {0, 32, 48, 56, 64, 80, 96, 112, 128, 144, 160, 176, 192, 224, 256},
-};
-constexpr int kRates[3] = {44100, 48000, 32000};
-
-bool ParseHeader(const std::uint8_t* p, RawHeader* h) {
-  if (p[0] != 0xFF || (p[1] & 0xE0) != 0xE0) return false;
-  const int vbits = (p[1] >> 3) & 3, lbits = (p[1] >> 1) & 3;
-  const int bri = p[2] >> 4, sfi = (p[2] >> 2) & 3;
-  if (vbits == 1 || lbits == 0 || bri == 15 || sfi == 3) return false;
-  h->version = vbits == 3 ? 10 : vbits == 2 ? 20 : 25;
-  h->layer = 4 - lbits;
-  h->crc = (p[1] & 1) == 0;
-  h->bitrate_index = bri;
-  h->sfi = sfi;
-  h->padding = (p[2] >> 1) & 1;
-  h->mode = p[3] >> 6;
-  h->sample_rate = kRates[sfi] / (h->version == 10 ? 1 : h->version == 20 ? 2 : 4);
-  h->channels = h->mode == 3 ? 1 : 2;
-  const bool mpeg1 = h->version == 10;
-  int kbps;
-  if (h->layer == 1)
-    kbps = kBitrateLayer1[mpeg1 ? 0 : 1][bri];
-  else if (h->layer == 2)
-    kbps = kBitrateKbps[mpeg1 ? 2 : 1][bri];
-  else
-    kbps = kBitrateKbps[mpeg1 ? 0 : 1][bri];
-  if (h->layer == 1) {
-    h->samples = 384;
-    h->frame_bytes = kbps ? (12000 * kbps / h->sample_rate + h->padding) * 4 : 0;
-  } else if (h->layer == 2) {
-    h->samples = 1152;
-    h->frame_bytes = kbps ? 144000 * kbps / h->sample_rate + h->padding : 0;
-  } else {
-    h->samples = mpeg1 ? 1152 : 576;
-    h->frame_bytes = kbps ? (mpeg1 ? 144000 : 72000) * kbps / h->sample_rate + h->padding : 0;
-  }
-  h->side_bytes = mpeg1 ? (h->channels == 1 ? 17 : 32) : (h->channels == 1 ? 9 : 17);
-  return true;
-}
-
-bool SameStream(const RawHeader& a, const RawHeader& b) {
+bool SameStream(const MpegHeader& a, const MpegHeader& b) {
   return a.version == b.version && a.layer == b.layer && a.sfi == b.sfi;
 }
 
@@ -160,7 +102,7 @@ std::size_t StripTrailingTags(const std::uint8_t* d, std::size_t begin, std::siz
 struct Frame {
   std::size_t pos = 0;
   int bytes = 0;
-  RawHeader h;
+  MpegHeader h;
   bool damaged_header = false;  // h is the previous frame's header (see Next)
 };
 
@@ -175,7 +117,7 @@ class FrameWalker {
     const std::size_t start = pos_;
     *skipped = 0;
     *truncated = false;
-    RawHeader h;
+    MpegHeader h;
     int len = 0;
     if (locked_ && HeaderAt(pos_, &h, &len)) {
       // The stream goes on one frame length (of the last frame's format)
@@ -193,7 +135,7 @@ class FrameWalker {
           const std::size_t q = pos_ + static_cast<std::size_t>(c);
           if (!ResumesAt(q)) continue;
           if (SameStream(h, last_)) return Take(f, start, pos_, c, h, skipped, truncated);
-          RawHeader guess = last_;
+          MpegHeader guess = last_;
           guess.padding = c - base;
           const bool taken = Take(f, start, pos_, c, guess, skipped, truncated);
           f->damaged_header = true;
@@ -220,7 +162,7 @@ class FrameWalker {
       // with the previous header, to be concealed in place.
       const std::size_t gap = q - start, base = static_cast<std::size_t>(last_len_ - last_.padding);
       if (locked_ && q > start && (gap == base || gap == base + 1) && SameStream(last_, h) && gap <= kMaxFrameBytes) {
-        RawHeader guess = last_;
+        MpegHeader guess = last_;
         guess.padding = static_cast<int>(gap - base);
         const bool taken = Take(f, start, start, static_cast<int>(gap), guess, skipped, truncated);
         f->damaged_header = true;
@@ -238,7 +180,7 @@ class FrameWalker {
   // A header of the stream being followed at q, followed by a valid header
   // (or the end of the data).
   bool ResumesAt(std::size_t q) {
-    RawHeader nh;
+    MpegHeader nh;
     int nl;
     if (!HeaderAt(q, &nh, &nl) || !SameStream(nh, last_)) return false;
     const std::size_t n = q + static_cast<std::size_t>(nl);
@@ -249,7 +191,7 @@ class FrameWalker {
   std::uint64_t work() const { return work_; }
 
  private:
-  bool Take(Frame* f, std::size_t start, std::size_t pos, int len, const RawHeader& h, std::size_t* skipped,
+  bool Take(Frame* f, std::size_t start, std::size_t pos, int len, const MpegHeader& h, std::size_t* skipped,
             bool* truncated) {
     *skipped = pos - start;
     locked_ = true;
@@ -271,10 +213,10 @@ class FrameWalker {
   }
 
   // A valid header at pos whose frame length is known (h and len may be null).
-  bool HeaderAt(std::size_t pos, RawHeader* h, int* len) {
+  bool HeaderAt(std::size_t pos, MpegHeader* h, int* len) {
     work_ += 4;
-    RawHeader tmp;
-    if (pos + 4 > end_ || !ParseHeader(d_ + pos, &tmp)) return false;
+    MpegHeader tmp;
+    if (pos + 4 > end_ || !ParseMpegHeader(d_ + pos, &tmp)) return false;
     const int n = FrameLength(pos, tmp);
     if (n <= 0) return false;
     if (h) *h = tmp;
@@ -293,7 +235,7 @@ class FrameWalker {
       if (!ff) return to;
       p = q;
       int len;
-      RawHeader h;
+      MpegHeader h;
       if (!HeaderAt(p, &h, &len)) continue;
       const std::size_t n1 = p + static_cast<std::size_t>(len);
       if (n1 == end_) return p;
@@ -312,7 +254,7 @@ class FrameWalker {
     return to;
   }
 
-  int FrameLength(std::size_t pos, const RawHeader& h) {
+  int FrameLength(std::size_t pos, const MpegHeader& h) {
     if (h.frame_bytes) return h.frame_bytes;
     if (h.layer != 3) return 0;  // free-format Layers I/II are not followed
     if (free_bytes_ && free_version_ == h.version && free_sfi_ == h.sfi) return free_bytes_ + h.padding;
@@ -322,8 +264,8 @@ class FrameWalker {
     const std::size_t from = pos + 4 + static_cast<std::size_t>(h.side_bytes);
     if (limit > from) work_ += limit - from;
     for (std::size_t q = from; q + 4 <= limit; ++q) {
-      RawHeader nh;
-      if (ParseHeader(d_ + q, &nh) && SameStream(h, nh) && nh.bitrate_index == 0) {
+      MpegHeader nh;
+      if (ParseMpegHeader(d_ + q, &nh) && SameStream(h, nh) && nh.bitrate_index == 0) {
         free_bytes_ = static_cast<int>(q - pos) - h.padding;
         free_version_ = h.version;
         free_sfi_ = h.sfi;
@@ -337,7 +279,7 @@ class FrameWalker {
   std::size_t pos_;
   std::size_t end_;
   bool locked_ = false;
-  RawHeader last_;  // the last frame taken, and its length
+  MpegHeader last_;  // the last frame taken, and its length
   int last_len_ = 0;
   int free_bytes_ = 0, free_version_ = 0, free_sfi_ = 0;
   std::uint64_t work_ = 0;
@@ -352,7 +294,7 @@ struct XingInfo {
   int delay = 0, padding = 0;
 };
 
-XingInfo ReadXing(const std::uint8_t* f, int bytes, const RawHeader& h) {
+XingInfo ReadXing(const std::uint8_t* f, int bytes, const MpegHeader& h) {
   XingInfo x;
   const int off = 4 + (h.crc ? 2 : 0) + h.side_bytes;
   if (off + 8 <= bytes && (std::memcmp(f + off, "Xing", 4) == 0 || std::memcmp(f + off, "Info", 4) == 0)) {
@@ -371,24 +313,6 @@ XingInfo ReadXing(const std::uint8_t* f, int bytes, const RawHeader& h) {
     x.present = true;
   }
   return x;
-}
-
-// CRC-16 of the standard (x^16 + x^15 + x^2 + 1, register preset to ones)
-// over the header's last two bytes and the side information.
-std::uint16_t Crc16(const std::uint8_t* header, const std::uint8_t* side, int side_bytes) {
-  std::uint32_t crc = 0xFFFF;
-  auto feed = [&crc](std::uint8_t byte) {
-    for (int b = 7; b >= 0; --b) {
-      const std::uint32_t in = (byte >> b) & 1u;
-      const std::uint32_t top = (crc >> 15) & 1u;
-      crc = (crc << 1) & 0xFFFF;
-      if (top ^ in) crc ^= 0x8005;
-    }
-  };
-  feed(header[2]);
-  feed(header[3]);
-  for (int i = 0; i < side_bytes; ++i) feed(side[i]);
-  return static_cast<std::uint16_t>(crc);
 }
 
 // ---------------------------------------------------------------------------
@@ -454,7 +378,7 @@ class Engine {
   // if the frame (or one of its granules) had to be concealed.  A frame with
   // a damaged header (rh guessed from the previous one) is concealed, but its
   // main data still goes into the bit reservoir for the frames after it.
-  const char* Decode(const std::uint8_t* frame, int bytes, const RawHeader& rh, bool damaged_header) {
+  const char* Decode(const std::uint8_t* frame, int bytes, const MpegHeader& rh, bool damaged_header) {
     const char* why = damaged_header ? kConcealLostHeader : nullptr;
     auto conceal = [&why](const char* kind) {
       if (!why) why = kind;
@@ -469,7 +393,7 @@ class Engine {
     const int head = 4 + (rh.crc ? 2 : 0);
     const int main_bytes = bytes - head - rh.side_bytes;
     if (main_bytes < 0) good = false;
-    if (good && rh.crc && Crc16(frame, frame + head, rh.side_bytes) != static_cast<std::uint16_t>(hdr.crcWord)) {
+    if (good && rh.crc && aklkit::Layer3Crc(frame, rh.side_bytes) != static_cast<std::uint16_t>(hdr.crcWord)) {
       good = false;
       conceal(kConcealCrc);
     }
@@ -586,13 +510,13 @@ void DeclareDamageKinds(aklcli::DamageReport& dr) {
 }
 
 // The Layer III header a unit starts with, if it has one; false otherwise.
-bool UnitHeader(const AccessUnit& u, RawHeader* h) { return u.size >= 4 && ParseHeader(u.data, h); }
+bool UnitHeader(const AccessUnit& u, MpegHeader* h) { return u.size >= 4 && ParseMpegHeader(u.data, h); }
 
 }  // namespace
 
 DecodeStats DecodeUnits(const AccessUnit* units, std::size_t count, PcmSink* sink) {
   DecodeStats st;
-  RawHeader h;
+  MpegHeader h;
   for (std::size_t i = 0; i < count; ++i) {
     if (!UnitHeader(units[i], &h)) continue;
     if (h.layer != 3 || h.version == 25) {

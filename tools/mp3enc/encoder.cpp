@@ -15,6 +15,7 @@
 // all packing are library operations; frames are assembled here with the
 // bit reservoir.
 #include "mp3enc/encoder.hpp"
+#include "kit/mpeg_audio.hpp"
 
 #include <algorithm>
 #include <cmath>
@@ -44,9 +45,9 @@ constexpr short kSfbShort[6][14] = {
     {0, 4, 8, 12, 16, 22, 28, 38, 50, 64, 80, 100, 126, 192},
     {0, 4, 8, 12, 16, 22, 30, 42, 58, 78, 104, 138, 180, 192},
 };
-constexpr int kKbps[2][15] = {{0, 8, 16, 24, 32, 40, 48, 56, 64, 80, 96, 112, 128, 144, 160},
-                              {0, 32, 40, 48, 56, 64, 80, 96, 112, 128, 160, 192, 224, 256, 320}};
-constexpr int kRates[2][3] = {{22050, 24000, 16000}, {44100, 48000, 32000}};
+// Bit rates and sampling rates by id (1 MPEG-1, 0 MPEG-2) and index.
+int Kbps(int id, int index) { return aklkit::MpegKbps(id ? 10 : 20, 3, index); }
+int SampleRate(int id, int sfi) { return aklkit::MpegSampleRate(id ? 10 : 20, sfi); }
 constexpr int kSlen1[16] = {0, 0, 0, 0, 3, 1, 1, 1, 2, 2, 2, 3, 3, 3, 4, 4};
 constexpr int kSlen2[16] = {0, 1, 2, 3, 0, 1, 2, 3, 1, 2, 3, 1, 2, 3, 2, 3};
 
@@ -105,23 +106,12 @@ struct Pow43Table {
 };
 const Pow43Table kPow43;
 
-// CRC-16 (x^16 + x^15 + x^2 + 1, preset to ones) over header bytes 2..3 and the side information.
-std::uint16_t Crc16(const std::uint8_t* p, int n, std::uint32_t crc) {
-  for (int i = 0; i < n; ++i)
-    for (int b = 7; b >= 0; --b) {
-      const std::uint32_t in = (p[i] >> b) & 1u, top = (crc >> 15) & 1u;
-      crc = (crc << 1) & 0xFFFF;
-      if (top ^ in) crc ^= 0x8005;
-    }
-  return static_cast<std::uint16_t>(crc);
-}
-
 }  // namespace
 
-int BitrateKbps(int id, int index) { return index >= 1 && index <= 14 ? kKbps[id][index] : 0; }
+int BitrateKbps(int id, int index) { return index >= 1 && index <= 14 ? Kbps(id, index) : 0; }
 int BitrateIndex(int id, int kbps) {
   for (int i = 1; i < 15; ++i)
-    if (kKbps[id][i] == kbps) return i;
+    if (Kbps(id, i) == kbps) return i;
   return -1;
 }
 
@@ -161,7 +151,7 @@ bool Encoder::Init(const EncoderConfig& c, std::string* error) {
   id_ = -1;
   for (int id = 0; id < 2; ++id)
     for (int s = 0; s < 3; ++s)
-      if (kRates[id][s] == c.rate) id_ = id, sfi_ = s;
+      if (SampleRate(id, s) == c.rate) id_ = id, sfi_ = s;
   if (id_ < 0) {
     *error = "unsupported sampling rate " + std::to_string(c.rate) +
              " Hz (32000, 44100, 48000, 16000, 22050 or 24000 Hz are supported)";
@@ -186,7 +176,7 @@ bool Encoder::Init(const EncoderConfig& c, std::string* error) {
                " Layer III rate at " + std::to_string(c.rate) + " Hz";
       return false;
     }
-    if (c.rc == RateControl::kAbr && (c.kbps < kKbps[id_][1] || c.kbps > kKbps[id_][14])) {
+    if (c.rc == RateControl::kAbr && (c.kbps < Kbps(id_, 1) || c.kbps > Kbps(id_, 14))) {
       *error = "average bit rate out of range";
       return false;
     }
@@ -238,8 +228,7 @@ bool Encoder::Init(const EncoderConfig& c, std::string* error) {
 }
 
 int Encoder::FrameBytes(int index, int pad) const {
-  const int k = kKbps[id_][index];
-  return (id_ == 1 ? 144000 : 72000) * k / cfg_.rate + pad;
+  return aklkit::MpegFrameBytes(id_ ? 10 : 20, 3, Kbps(id_, index), cfg_.rate, pad);
 }
 
 int Encoder::MaxReservoirBytes(int index) const {
@@ -656,7 +645,7 @@ void Encoder::EncodeFrame() {
   int index = cbr_index_;
   int pad = 0;
   if (cfg_.rc == RateControl::kCbr) {
-    const double exact = (id_ == 1 ? 144000.0 : 72000.0) * kKbps[id_][index] / cfg_.rate;
+    const double exact = (id_ == 1 ? 144000.0 : 72000.0) * Kbps(id_, index) / cfg_.rate;
     slot_frac_ += exact - std::floor(exact);
     if (slot_frac_ >= 1.0 - 1e-9) {
       pad = 1;
@@ -732,7 +721,7 @@ void Encoder::EncodeFrame() {
     }
     if (cfg_.rc == RateControl::kAbr) {
       // Steer the thresholds so that the average approaches the target.
-      const double got = kKbps[id_][index];
+      const double got = Kbps(id_, index);
       abr_bias_ += 0.02 * (got - cfg_.kbps) / std::max(1, cfg_.kbps) * 10.0;
       abr_bias_ = std::clamp(abr_bias_, -12.0, 12.0);
     }
@@ -779,17 +768,16 @@ void Encoder::EncodeFrame() {
   std::vector<std::uint8_t> frame(static_cast<std::size_t>(fbytes), 0);
   Akl8u* q = frame.data();
   aklsPackFrameHeader_MP3(&h, &q);
-  Akl8u* side_at = q;
   aklsPackSideInfo_MP3(side, &q, main_begin, 0, scfsi, &h);
   if (cfg_.crc) {
-    const std::uint16_t crc = Crc16(side_at, side_bytes_, Crc16(frame.data() + 2, 2, 0xFFFF));
+    const std::uint16_t crc = aklkit::Layer3Crc(frame.data(), side_bytes_);
     h.crcWord = crc;
     Akl8u* r = frame.data();
     aklsPackFrameHeader_MP3(&h, &r);
   }
   QueueFrame(std::move(frame), 4 + crc_bytes + side_bytes_);
   EmitMainData(main, 0);
-  kbps_sum_ += kKbps[id_][index];
+  kbps_sum_ += Kbps(id_, index);
   frame_gr_.clear();
 }
 
