@@ -17,6 +17,8 @@
 
 namespace {
 
+const char kUsageLine[] = "usage: akl-aacdec [options] INPUT OUTPUT";
+
 const char kUsage[] =
     "usage: akl-aacdec [options] INPUT OUTPUT\n"
     "Decodes an AAC stream (LC, Main, LTP and HE-AAC; MP4, M4A, 3GP, MOV, ADTS or\n"
@@ -26,12 +28,18 @@ const char kUsage[] =
     "options:\n"
     "  --raw        write raw interleaved little-endian 16-bit samples instead of WAV\n"
     "  --no-sbr     play only the AAC-LC core of HE-AAC streams (half the rate and bandwidth)\n"
+    "  --no-ps      play HE-AAC v2 (parametric stereo) streams as their mono signal\n"
     "  --no-gapless keep every decoded sample of an MP4 file; by default its edit list\n"
     "               (or iTunSMPB comment) trims the encoder's priming and padding\n"
     "  --damage-report\n"
     "               list every kind of damage in the summary, zero counts too\n"
     "  -q, --quiet  print nothing but errors (no warnings, progress or summary)\n"
     "  -h, --help   show this text\n"
+    "  --version    print the program's and the library's versions\n"
+    "  --           end of options: the names that follow are files\n"
+    "\n"
+    "A named OUTPUT is written under a temporary name beside it and takes its\n"
+    "name only when the run succeeds; OUTPUT may not be the INPUT file.\n"
     "\n"
     "The container is recognised from the content, not the file name.  ADTS and ADIF\n"
     "output holds every decoded frame, the encoder's priming included.  Multichannel\n"
@@ -94,14 +102,29 @@ int main(int argc, char** argv) {
   bool raw = false, quiet = false, full_report = false;
   aacdec::InputOptions options;
   std::vector<std::string> files;
+  bool options_done = false;
   for (int i = 1; i < argc; ++i) {
     const std::string a = argv[i];
+    if (options_done || a == "-" || a.empty() || a[0] != '-') {
+      files.push_back(a);
+      continue;
+    }
+    if (a == "--") {
+      options_done = true;
+      continue;
+    }
+    if (a == "--version") {
+      aklcli::PrintVersion("akl-aacdec");
+      return 0;
+    }
     if (a == "--help" || a == "-h") {
       std::fputs(kUsage, stdout);
       return 0;
     }
     if (a == "--no-sbr") {
       options.sbr = false;
+    } else if (a == "--no-ps") {
+      options.ps = false;
     } else if (a == "--raw") {
       raw = true;
     } else if (a == "--no-gapless") {
@@ -110,23 +133,19 @@ int main(int argc, char** argv) {
       full_report = true;
     } else if (a == "--quiet" || a == "-q") {
       quiet = true;
-    } else if (a.size() > 1 && a[0] == '-' && a != "-") {
-      std::fprintf(stderr, "akl-aacdec: unknown option '%s'\n%s", a.c_str(), kUsage);
-      return 2;
     } else {
-      files.push_back(a);
+      return aklcli::UsageError("akl-aacdec", kUsageLine, "unknown option '" + a + "'");
     }
   }
   if (files.size() != 2) {
-    std::fputs(kUsage, stderr);
-    return 2;
+    return aklcli::UsageError("akl-aacdec", kUsageLine, files.size() < 2 ? "missing INPUT or OUTPUT" : "more than one INPUT and OUTPUT");
   }
   std::vector<std::uint8_t> data;
   if (!aklcli::ReadInput("akl-aacdec", files[0], &data)) return 1;
-  std::FILE* out = aklcli::OpenOutput("akl-aacdec", files[1]);
-  if (!out) return 1;
+  aklcli::Output out;
+  if (!out.Open("akl-aacdec", files[1], files[0])) return 1;
   // Progress only on a terminal, and only for inputs that take a while.
-  FileSink sink(out, raw, quiet, isatty(STDERR_FILENO) != 0 && data.size() > (1u << 20));
+  FileSink sink(out.file(), raw, quiet, isatty(STDERR_FILENO) != 0 && data.size() > (1u << 20));
   aacdec::DecodeStats stats;
   std::string message, damage;
   const std::clock_t cpu0 = std::clock();
@@ -135,15 +154,15 @@ int main(int argc, char** argv) {
   const double cpu = static_cast<double>(std::clock() - cpu0) / CLOCKS_PER_SEC;
   const double wall = std::chrono::duration<double>(std::chrono::steady_clock::now() - wall0).count();
   const bool write_ok = sink.Close();
-  if (out != stdout) std::fclose(out);
   if (r == aacdec::DecodeResult::kRefused || r == aacdec::DecodeResult::kNoAudio) {
     std::fprintf(stderr, "akl-aacdec: %s: %s\n", files[0].c_str(), message.c_str());
     return 1;
   }
   if (r == aacdec::DecodeResult::kSinkStopped || !write_ok) {
-    std::fprintf(stderr, "akl-aacdec: error writing %s\n", files[1].c_str());
+    std::fprintf(stderr, "akl-aacdec: error writing %s: %s\n", files[1].c_str(), std::strerror(errno));
     return 1;
   }
+  if (!out.Commit()) return 1;
   if (!quiet) {
     const auto& f = sink.format();
     const double seconds = f.sample_rate ? static_cast<double>(stats.samples) / f.sample_rate : 0.0;

@@ -2,6 +2,7 @@
 // (or raw PCM) with the aklac library; see --help.
 #include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <cstring>
@@ -12,9 +13,12 @@
 #include "mp3dec/mp3_stream.hpp"
 #include "cli_io.hpp"
 #include "kit/wav_writer.hpp"
+#include "mp4/bmff.hpp"
 #include "mp4/mp3_input.hpp"
 
 namespace {
+
+const char kUsageLine[] = "usage: akl-mp3dec [options] INPUT OUTPUT";
 
 const char kUsage[] =
     "usage: akl-mp3dec [options] INPUT OUTPUT\n"
@@ -33,6 +37,11 @@ const char kUsage[] =
     "                list every kind of damage in the summary, zero counts too\n"
     "  -q, --quiet   print nothing but errors\n"
     "  -h, --help    show this text\n"
+    "  --version     print the program's and the library's versions\n"
+    "  --            end of options: the names that follow are files\n"
+    "\n"
+    "A named OUTPUT is written under a temporary name beside it and takes its\n"
+    "name only when the run succeeds; OUTPUT may not be the INPUT file.\n"
     "\n"
     "ID3v2, ID3v1, APE and Lyrics3 tags and the Xing/Info/VBRI frame are skipped.\n"
     "Damaged or truncated frames are concealed (decoded as silence) and counted;\n"
@@ -42,6 +51,18 @@ const char kUsage[] =
     "frames at another sampling rate are dropped (and counted).  MPEG-2.5 and\n"
     "Layers I and II are not supported (their frames are dropped).  The summary\n"
     "counts bytes skipped, frames concealed and frames dropped, by kind.\n";
+
+// The input file as the frame loop's byte source.
+class InputSource : public aklmp3::ByteSource {
+ public:
+  explicit InputSource(aklcli::InputFile* in) : in_(in) {}
+  std::size_t Read(std::uint8_t* dst, std::size_t n) override { return in_->Read(dst, n); }
+  bool Rewind() override { return in_->Rewind(); }
+  std::uint64_t Size() const override { return in_->size(); }
+
+ private:
+  aklcli::InputFile* in_;
+};
 
 class FileSink : public aklmp3::PcmSink {
  public:
@@ -71,8 +92,21 @@ int main(int argc, char** argv) {
   bool raw = false, quiet = false, full_report = false;
   aklmp3::DecodeOptions opt;
   std::vector<std::string> files;
+  bool options_done = false;
   for (int i = 1; i < argc; ++i) {
     const std::string a = argv[i];
+    if (options_done || a == "-" || a.empty() || a[0] != '-') {
+      files.push_back(a);
+      continue;
+    }
+    if (a == "--") {
+      options_done = true;
+      continue;
+    }
+    if (a == "--version") {
+      aklcli::PrintVersion("akl-mp3dec");
+      return 0;
+    }
     if (a == "--help" || a == "-h") {
       std::fputs(kUsage, stdout);
       return 0;
@@ -84,34 +118,40 @@ int main(int argc, char** argv) {
       full_report = true;
     } else if (a == "--quiet" || a == "-q") {
       quiet = true;
-    } else if (a.size() > 1 && a[0] == '-' && a != "-") {
-      std::fprintf(stderr, "akl-mp3dec: unknown option %s (see --help)\n", a.c_str());
-      return 2;
     } else {
-      files.push_back(a);
+      return aklcli::UsageError("akl-mp3dec", kUsageLine, "unknown option '" + a + "'");
     }
   }
   if (files.size() != 2) {
-    std::fputs(kUsage, stderr);
-    return 2;
+    return aklcli::UsageError("akl-mp3dec", kUsageLine, files.size() < 2 ? "missing INPUT or OUTPUT" : "more than one INPUT and OUTPUT");
   }
 
-  std::vector<std::uint8_t> input;
-  if (!aklcli::ReadInput("akl-mp3dec", files[0], &input)) return 1;
-  std::FILE* out = aklcli::OpenOutput("akl-mp3dec", files[1]);
-  if (!out) return 1;
-  const bool progress = !quiet && isatty(STDERR_FILENO) && input.size() > (4u << 20);
-  FileSink sink(out, raw, progress);
+  aklcli::InputFile in;
+  if (!in.Open("akl-mp3dec", files[0])) return 1;
+  aklcli::Output out;
+  if (!out.Open("akl-mp3dec", files[1], files[0])) return 1;
+  const bool progress = !quiet && isatty(STDERR_FILENO) && in.size() > (4u << 20);
+  FileSink sink(out.file(), raw, progress);
   const std::clock_t cpu0 = std::clock();
   const auto wall0 = std::chrono::steady_clock::now();
   std::string refusal, damage;
   std::vector<std::string> warnings;
-  const aklmp3::DecodeStats st =
-      aklmp3::DecodeInput(input.data(), input.size(), opt, &sink, &refusal, &warnings, &damage);
+  aklmp3::DecodeStats st;
+  const std::vector<std::uint8_t>& head = in.Peek(8);
+  if (mp4::LooksLikeIsoBmff(head.data(), head.size())) {
+    // An MP4 file is read whole: its index may be at its end.
+    std::vector<std::uint8_t> input;
+    if (!in.ReadRest(&input)) return in.ReportError(), 1;
+    st = aklmp3::DecodeInput(input.data(), input.size(), opt, &sink, &refusal, &warnings, &damage);
+  } else {
+    // Anything else is decoded as it is read.
+    InputSource source(&in);
+    st = aklmp3::DecodeStream(&source, opt, &sink);
+    if (in.ReportError()) return 1;
+  }
   const double cpu = static_cast<double>(std::clock() - cpu0) / CLOCKS_PER_SEC;
   const double wall = std::chrono::duration<double>(std::chrono::steady_clock::now() - wall0).count();
   const bool write_ok = sink.Finish();
-  if (out != stdout) std::fclose(out);
 
   if (!quiet)
     for (const std::string& w : warnings) std::fprintf(stderr, "akl-mp3dec: warning: %s\n", w.c_str());
@@ -126,9 +166,10 @@ int main(int argc, char** argv) {
     return 1;
   }
   if (!write_ok) {
-    std::fprintf(stderr, "akl-mp3dec: error writing %s\n", files[1].c_str());
+    std::fprintf(stderr, "akl-mp3dec: error writing %s: %s\n", files[1].c_str(), std::strerror(errno));
     return 1;
   }
+  if (!out.Commit()) return 1;
   if (!quiet) {
     if (st.unsupported_frames)
       std::fprintf(stderr, "akl-mp3dec: warning: dropped %ld %s frames (not supported)\n", st.unsupported_frames,

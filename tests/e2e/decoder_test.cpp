@@ -464,3 +464,55 @@ TEST(Mp3Decoder, NonstandardStreams) {
   EXPECT_EQ(he.stats.damage.Count(Tally::kDroppedFrames, aklmp3::kDropRate), 150u);
   EXPECT_LE(MaxDiff(he, 0, he_ref, 1, 0, he_ref.size()), 1);
 }
+
+// A stream read from a pipe: in small pieces, no second pass.
+class PipeSource : public aklmp3::ByteSource {
+ public:
+  explicit PipeSource(const std::vector<std::uint8_t>& d) : d_(d) {}
+  std::size_t Read(std::uint8_t* dst, std::size_t n) override {
+    n = std::min({n, d_.size() - pos_, std::size_t{1} + (pos_ * 7919) % 1500});  // 1..1500 bytes a read
+    std::memcpy(dst, d_.data() + pos_, n);
+    pos_ += n;
+    return n;
+  }
+  bool Rewind() override { return false; }
+
+ private:
+  const std::vector<std::uint8_t>& d_;
+  std::size_t pos_ = 0;
+};
+
+// Decoded in one pass as it arrives, a stream gives the PCM, statistics and
+// damage report of the two-pass decode, whatever it holds: tags, junk,
+// damage, a truncated end.
+TEST(Mp3Decoder, OnePassFromAPipeMatchesTwoPasses) {
+  const auto clean = Read("mp3_ref/mp3_m1_44k1_js_128_music.mp3");
+  const auto gapless = Read("mp3_e2e/sine_gapless.mp3");
+  ASSERT_FALSE(clean.empty());
+  ASSERT_FALSE(gapless.empty());
+  std::vector<std::uint8_t> junk(3000, 0x5A), damaged = clean;
+  for (std::size_t i = 2000; i < damaged.size(); i += 977) damaged[i] ^= 0x24;
+  auto cat = [](std::initializer_list<const std::vector<std::uint8_t>*> parts) {
+    std::vector<std::uint8_t> out;
+    for (const auto* p : parts) out.insert(out.end(), p->begin(), p->end());
+    return out;
+  };
+  std::vector<std::uint8_t> id3v1(128, ' ');
+  std::memcpy(id3v1.data(), "TAG", 3);
+  std::vector<std::uint8_t> cut(clean.begin(), clean.end() - 300);
+  const std::vector<std::uint8_t> streams[] = {clean, gapless, cat({&junk, &clean, &junk, &clean, &id3v1}), damaged,
+                                               cut, cat({&gapless, &gapless})};
+  for (std::size_t i = 0; i < std::size(streams); ++i) {
+    const Decoded two = Decode(streams[i]);
+    Decoded one;
+    Sink sink(&one);
+    PipeSource pipe(streams[i]);
+    one.stats = aklmp3::DecodeStream(&pipe, aklmp3::DecodeOptions{}, &sink);
+    EXPECT_EQ(one.pcm, two.pcm) << i;
+    EXPECT_EQ(one.stats.frames, two.stats.frames) << i;
+    EXPECT_EQ(one.stats.damaged, two.stats.damaged) << i;
+    EXPECT_EQ(one.stats.tag_bytes, two.stats.tag_bytes) << i;
+    EXPECT_EQ(one.stats.frame_bytes, two.stats.frame_bytes) << i;
+    EXPECT_EQ(one.stats.damage.Total(aklcli::Tally::kSkippedBytes), two.stats.damage.Total(aklcli::Tally::kSkippedBytes)) << i;
+  }
+}

@@ -63,6 +63,20 @@ TEST(SbrTables, StartStopBandsAndShapes) {
       EXPECT_EQ(t.k2, r.k2);
     }
   }
+  // Linear bands of width 2 round their count to the nearest pair: the
+  // header of the HE-AAC v2 check streams (44.1 kHz, k0 8, k2 43) gives 18
+  // bands (the last of width 1) and six patches.
+  {
+    aacdec::SbrHeader h;
+    h.stop_freq = 8;
+    h.freq_scale = 0;
+    h.alter_scale = 1;
+    aacdec::SbrTables t;
+    ASSERT_EQ(aacdec::BuildSbrTables(h, 44100, &t), SbrError::kNone);
+    EXPECT_EQ(t.n_master, 18);
+    EXPECT_EQ(t.f_master[1] - t.f_master[0], 1);
+    EXPECT_EQ(t.num_patches, 6);
+  }
   // Every header at 44.1 and 48 kHz output: tables are monotonic, the
   // patches tile the high band from kx without gaps, sources lie below k0.
   int built = 0;
@@ -95,7 +109,7 @@ TEST(SbrTables, StartStopBandsAndShapes) {
               k += t.patch_bands[p];
             }
             ASSERT_LE(k, t.kx + t.m);
-            ASSERT_LE(t.num_patches, 5);
+            ASSERT_LE(t.num_patches, 6);
           }
         }
       }
@@ -132,6 +146,58 @@ TEST(SbrParser, Statuses) {
   }
 }
 
+// A real payload carried with a CRC: the header payload of frame 53 of
+// al_sbr_ps_04_new (SBR header, one channel, parametric stereo in its
+// extended data) as sent (extension 13), and rewritten as extension 14 with
+// the 10-bit CRC (x^10 + x^9 + x^5 + x^4 + x + 1, from zero) of every bit
+// after it.  Both parse alike; a flipped bit in the CRC or in the data is a
+// CRC error.
+TEST(SbrParser, CrcOnARealPayload) {
+  const std::vector<std::uint8_t> plain = {0xdf, 0xc8, 0x00, 0x20, 0x00, 0x73, 0x36, 0x52,
+                                           0x00, 0x00, 0x04, 0x2f, 0xfe, 0xff, 0xe0, 0x00};
+  std::vector<int> rest;  // the bits after the extension type
+  for (std::size_t i = 4; i < 8 * plain.size(); ++i) rest.push_back((plain[i / 8] >> (7 - i % 8)) & 1);
+  while ((4 + 10 + rest.size()) % 8) rest.push_back(0);
+  unsigned crc = 0;
+  for (int bit : rest) {
+    const unsigned in = static_cast<unsigned>(bit) ^ ((crc >> 9) & 1u);
+    crc = (crc << 1) & 0x3FFu;
+    if (in) crc ^= 0x233u;
+  }
+  std::vector<int> bits = {1, 1, 1, 0};
+  for (int i = 9; i >= 0; --i) bits.push_back((crc >> i) & 1);
+  bits.insert(bits.end(), rest.begin(), rest.end());
+  std::vector<std::uint8_t> with_crc(bits.size() / 8, 0);
+  for (std::size_t i = 0; i < bits.size(); ++i)
+    if (bits[i]) with_crc[i / 8] = static_cast<std::uint8_t>(with_crc[i / 8] | (0x80 >> (i % 8)));
+  auto parse = [](const std::vector<std::uint8_t>& bytes, aacdec::SbrFrameData* data, aacdec::PsSyntax* ps,
+                  int* ps_result) {
+    aacdec::SbrHeader h;
+    aacdec::SbrTables t;
+    bool have = false, reset = false, coupling = false;
+    aacdec::SbrFrameData prev[2];
+    return aacdec::ParseSbrPayload(bytes.data(), static_cast<int>(bytes.size()), 1, 32000, &h, &have, &t, &reset,
+                                   data, &coupling, prev, ps, ps_result);
+  };
+  aacdec::SbrFrameData a[2], b[2];
+  aacdec::PsSyntax pa, pb;
+  int ra = 0, rb = 0;
+  ASSERT_EQ(parse(plain, a, &pa, &ra), SbrError::kNone);
+  ASSERT_EQ(parse(with_crc, b, &pb, &rb), SbrError::kNone);
+  EXPECT_EQ(ra, 1);
+  EXPECT_EQ(rb, 1);
+  EXPECT_EQ(a[0].num_env, b[0].num_env);
+  EXPECT_EQ(a[0].env, b[0].env);
+  EXPECT_EQ(a[0].noise, b[0].noise);
+  EXPECT_EQ(pa.iid, pb.iid);
+  EXPECT_EQ(pa.icc, pb.icc);
+  for (const std::size_t bit : {std::size_t{6}, std::size_t{40}}) {  // in the CRC, in the header
+    std::vector<std::uint8_t> bad = with_crc;
+    bad[bit / 8] = static_cast<std::uint8_t>(bad[bit / 8] ^ (0x80 >> (bit % 8)));
+    EXPECT_EQ(parse(bad, b, &pb, &rb), SbrError::kCrc) << bit;
+  }
+}
+
 double Rms(const std::vector<std::int16_t>& a, const std::vector<std::int16_t>& b, std::size_t from, int* max_diff) {
   double s = 0;
   *max_diff = 0;
@@ -154,6 +220,8 @@ TEST(SbrDecoder, ConformanceStreamsMatchReference) {
       {"al_sbr_cm_48_2.f370-409", 2, 48000, 4},          // dual rate, channel pair, header mid-stream
       {"al_sbr_cm_48_5.1.f0-23", 6, 48000, 0},           // SCE, two CPEs, LFE
       {"al_sbr_sr_48_2_fsaac48.f0-39", 2, 48000, 0},     // down-sampled SBR on a 48 kHz core
+      {"al_sbr_ps_04_new.f53-84", 2, 32000, 4},          // parametric stereo, 20 bands
+      {"al_sbr_ps_06_new.f80-111", 2, 32000, 4},         // parametric stereo, unrestricted
   };
   for (const Row& r : rows) {
     SCOPED_TRACE(r.name);
@@ -193,6 +261,42 @@ TEST(SbrDecoder, CoreOnlyOnRequest) {
   EXPECT_EQ(sink.pcm.size(), static_cast<std::size_t>(stats.frames) * 1024 * 2);
   ASSERT_EQ(sink.warnings.size(), 1u);
   EXPECT_NE(sink.warnings[0].find("--no-sbr"), std::string::npos);
+}
+
+// Parametric stereo: --no-ps plays the mono signal; damage never changes
+// the layout or the length, and each warning comes once.
+TEST(SbrDecoder, ParametricStereoOptionsAndDamage) {
+  const std::vector<std::uint8_t> clean = ReadFile("al_sbr_ps_04_new.f53-84.adts");
+  {
+    Sink sink;
+    aacdec::DecodeStats stats;
+    std::string message;
+    aacdec::DecodeOptions options;
+    options.ps = false;
+    ASSERT_EQ(aacdec::DecodeAacBuffer(clean.data(), clean.size(), &sink, &stats, &message, options),
+              aacdec::DecodeResult::kOk);
+    EXPECT_EQ(sink.format.channels, 1);
+    EXPECT_EQ(sink.format.sample_rate, 32000);
+    EXPECT_EQ(sink.pcm.size(), static_cast<std::size_t>(stats.frames) * 2048);
+  }
+  std::mt19937 rng(21);
+  for (int trial = 0; trial < 8; ++trial) {
+    std::vector<std::uint8_t> in = clean;
+    for (int n = 0; n < 12; ++n) {
+      const std::size_t at = 7 + rng() % (in.size() - 7);
+      if (in[at] == 0xFF || (at > 0 && in[at - 1] == 0xFF)) continue;
+      in[at] = static_cast<std::uint8_t>(in[at] ^ (1u << (rng() % 8)));
+    }
+    Sink sink;
+    aacdec::DecodeStats stats;
+    std::string message;
+    if (aacdec::DecodeAacBuffer(in.data(), in.size(), &sink, &stats, &message) != aacdec::DecodeResult::kOk) continue;
+    EXPECT_EQ(sink.format.channels, 2);
+    EXPECT_EQ(sink.pcm.size(), static_cast<std::size_t>(stats.samples) * 2);
+    EXPECT_EQ(stats.samples, stats.frames * 2048);
+    std::set<std::string> seen;
+    for (const std::string& w : sink.warnings) EXPECT_TRUE(seen.insert(w).second) << "repeated: " << w;
+  }
 }
 
 // Damaged streams: every block still comes out at the doubled rate (SBR

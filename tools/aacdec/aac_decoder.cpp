@@ -396,6 +396,13 @@ class Decoder {
   int DestroyedSyncBlocks(const std::uint8_t* p, std::size_t len) const;
   bool ExtraBlocksFit(Cursor c, const Akl8u* end, bool crc);
   bool StartOutput();
+  // Ends a wait for the parametric-stereo decision (no SBR header came):
+  // true if blocks were held for it, which then play as decoded.
+  bool PsWaitEnds() {
+    if (ps_wait_ == 0 || ps_decided_) return false;
+    ps_decided_ = true;
+    return have_layout_;
+  }
 
   PcmSink* sink_;
   DecodeStats* stats_;
@@ -404,6 +411,11 @@ class Decoder {
   bool sbr_seen_ = false;            // an SBR payload was found (or the configuration signals SBR)
   int sbr_down_ = -1;                // 1/0: the configuration says down-sampled or not; -1: by the core rate
   std::vector<float> sbr_out_;       // channels x 1024 x the SBR output factor
+  bool ps_seen_ = false;             // parametric stereo signalled or found in a mono stream's first payload
+  bool ps_out_ = false;              // a mono element is played as stereo
+  bool ps_decided_ = false;          // a payload with an SBR header told whether PS is there
+  int ps_wait_ = 0;                  // blocks held back waiting for that payload
+  static constexpr int kPsWait = 1000;
   Windows windows_;
   Imdct imdct_long_;
   Imdct imdct_short_;
@@ -694,6 +706,11 @@ Status Decoder::DecodeRawBlock(Cursor& c, const Akl8u* end) {
         sbr_in_block = sbr_in_block || ext == 13 || ext == 14;
         if ((ext == 13 || ext == 14) && num_elements_ > 0) {
           Element& prev = *elements_[static_cast<std::size_t>(num_elements_ - 1)];
+          if (!output_started_ && !ps_seen_ && prev.type == kSce && num_elements_ == 1) {
+            const int has = SbrPayloadHasPs(bytes, count, 2 * sample_rate_);
+            ps_seen_ = has == 1;
+            ps_decided_ = has >= 0;
+          }
           prev.sbr_count = count;
           std::memcpy(prev.sbr_bytes, bytes, static_cast<std::size_t>(count));
         }
@@ -1087,6 +1104,14 @@ bool Decoder::StartOutput() {
     sbr_ = std::make_unique<SbrDecoder>(sample_rate_, sbr_down_ >= 0 ? sbr_down_ == 1 : sample_rate_ > 24000,
                                         [this](const std::string& m) { sink_->Warn(m); });
   }
+  if (sbr_ && ps_seen_ && options_.ps && pos.size() == 1 && layout_.elements[0].type == kSce) {
+    // Parametric stereo: the mono element becomes a stereo pair.
+    sbr_->EnablePs();
+    ps_out_ = true;
+    pos = {kFL, kFR};
+    wav_order_ = {0, 1};
+    channel_mask_ = kFL | kFR;
+  }
   StreamFormat f;
   f.sample_rate = sample_rate_ * (sbr_ ? sbr_->OutputFactor() : 1);
   f.channels = static_cast<int>(pos.size());
@@ -1177,19 +1202,28 @@ bool Decoder::EmitBlock(bool damaged, const char* kind) {
       ++held_blocks_;
       return true;
     }
+    // A mono HE-AAC stream that does not signal parametric stereo: the
+    // output waits (kPsWait blocks at most; they are decoded again) for the
+    // first SBR header, whose payload tells whether it is stereo.
+    if (sbr_seen_ && options_.sbr && options_.ps && !ps_seen_ && !ps_decided_ && can_rewind_ && ps_wait_ < kPsWait &&
+        layout_.elements.size() == 1 && layout_.elements[0].type == kSce) {
+      ++ps_wait_;
+      ++held_blocks_;
+      return true;
+    }
     if (!StartOutput()) return false;
     if (held_blocks_ > 0 && can_rewind_) {
       rewind_requested_ = true;
       return true;
     }
     const int held_len = kFrame * (sbr_ ? sbr_->OutputFactor() : 1);
-    pcm_.assign(states_.size() * static_cast<std::size_t>(held_len), 0);
+    pcm_.assign((states_.size() + (ps_out_ ? 1 : 0)) * static_cast<std::size_t>(held_len), 0);
     for (; held_blocks_ > 0; --held_blocks_) {
       stats_->samples += held_len;
       if (!sink_->Frame(pcm_.data(), held_len)) return false;
     }
   }
-  const int channels = static_cast<int>(states_.size());
+  int channels = static_cast<int>(states_.size());
   out_.resize(static_cast<std::size_t>(channels) * kFrame);
   std::vector<bool> written(static_cast<std::size_t>(channels), false);
 
@@ -1275,7 +1309,7 @@ bool Decoder::EmitBlock(bool damaged, const char* kind) {
   const float* rows_src = out_.data();
   if (sbr_) {
     len = kFrame * sbr_->OutputFactor();
-    sbr_out_.resize(static_cast<std::size_t>(channels) * static_cast<std::size_t>(len));
+    sbr_out_.resize(static_cast<std::size_t>(channels + (ps_out_ ? 1 : 0)) * static_cast<std::size_t>(len));
     if (!damaged) {
       for (int k = 0; k < num_elements_; ++k) {
         const Element& e = *elements_[static_cast<std::size_t>(k)];
@@ -1286,7 +1320,7 @@ bool Decoder::EmitBlock(bool damaged, const char* kind) {
     for (const LayoutElement& le : layout_.elements) {
       const int nch = le.type == kCpe ? 2 : 1;
       const float* in[2];
-      float* sout[2];
+      float* sout[2] = {nullptr, ps_out_ ? sbr_out_.data() + len : nullptr};
       for (int c = 0; c < nch; ++c) {
         in[c] = out_.data() + static_cast<std::size_t>(le.first_channel + c) * kFrame;
         sout[c] = sbr_out_.data() + static_cast<std::size_t>(le.first_channel + c) * static_cast<std::size_t>(len);
@@ -1297,6 +1331,10 @@ bool Decoder::EmitBlock(bool damaged, const char* kind) {
   }
   // Clipping, rounding to nearest and interleaving in WAV order: the
   // library's SSE2 join, one row pointer per WAV position.
+  if (ps_out_) {
+    if (!sbr_) return false;
+    channels = 2;
+  }
   pcm_.resize(static_cast<std::size_t>(channels) * static_cast<std::size_t>(len));
   rows_.resize(static_cast<std::size_t>(channels));
   for (int c = 0; c < channels; ++c)
@@ -1610,6 +1648,10 @@ DecodeResult Decoder::Run(const std::uint8_t* data, std::size_t size, std::strin
       }
       // The end of the data with blocks still held back and no layout: the
       // configuration with the most votes decides.
+      if (!rewind_requested_ && !output_started_ && can_rewind_ && held_blocks_ > 0 && PsWaitEnds()) {
+        if (!StartOutput()) return DecodeResult::kSinkStopped;
+        rewind_requested_ = true;
+      }
       if (!rewind_requested_ && !output_started_ && can_rewind_ && held_blocks_ > 0) {
         const auto best = std::max_element(config_votes_.begin(), config_votes_.end());
         if (*best > 0) {
@@ -1674,6 +1716,7 @@ DecodeResult Decoder::RunAccessUnits(const RawConfig& config, const AccessUnit* 
     // when the signalled rate is the core's own.
     if (options_.sbr) {
       sbr_seen_ = true;
+      ps_seen_ = config.ps;
       sbr_down_ = config.sbr_rate == sample_rate_;
     } else {
       sbr_warned_ = true;
@@ -1686,7 +1729,18 @@ DecodeResult Decoder::RunAccessUnits(const RawConfig& config, const AccessUnit* 
   can_rewind_ = true;
   std::size_t held_at = 0;
   DecodeStats held_stats = *stats_;
-  for (std::size_t i = 0; i < count; ++i) {
+  for (std::size_t i = 0; i <= count; ++i) {
+    if (i == count) {
+      // The end with blocks held back for the parametric-stereo decision:
+      // mono, from the first of them.
+      if (output_started_ || held_blocks_ == 0 || !can_rewind_ || !PsWaitEnds()) break;
+      if (!StartOutput()) return DecodeResult::kSinkStopped;
+      can_rewind_ = false;
+      held_blocks_ = 0;
+      *stats_ = held_stats;
+      i = held_at - 1;  // wraps to held_at at the loop's increment
+      continue;
+    }
     if (!output_started_ && held_blocks_ == 0) {
       held_at = i;
       held_stats = *stats_;

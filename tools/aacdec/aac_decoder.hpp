@@ -64,6 +64,7 @@ enum class DecodeResult { kOk, kRefused, kNoAudio, kSinkStopped };
 
 struct DecodeOptions {
   bool sbr = true;  // false: play the AAC-LC core of HE-AAC streams only (--no-sbr)
+  bool ps = true;   // false: play HE-AAC v2 streams as their mono core with SBR (--no-ps)
 };
 
 // Decodes a whole ADTS or ADIF stream held in memory.  On kRefused or
@@ -88,6 +89,7 @@ struct RawConfig {
   std::size_t pce_size = 0;
   int pce_bit = 0;
   int sbr_rate = 0;          // SBR signalled: its output rate (the core's own rate: down-sampled SBR)
+  bool ps = false;           // parametric stereo signalled
 };
 
 // Decodes `count` access units.  On kRefused or kNoAudio, *message says why.

@@ -136,8 +136,10 @@ void GeometricWidths(int a, int b, int n, int* widths) {
 bool MasterTable(const SbrHeader& h, int k0, int k2, SbrTables* t) {
   int n = 0;
   if (h.freq_scale == 0) {
+    // Pairs of bands of width dk: 2 INT((k2 - k0) / 2) for dk = 1, but
+    // 2 NINT((k2 - k0) / 4) for dk = 2.
     const int dk = h.alter_scale ? 2 : 1;
-    const int num = 2 * ((k2 - k0) / (2 * dk));
+    const int num = dk == 1 ? 2 * ((k2 - k0) / 2) : 2 * ((k2 - k0 + 2) / 4);
     if (num < 1 || num > 64) return false;
     int widths[64];
     for (int k = 0; k < num; ++k) widths[k] = dk;
@@ -209,7 +211,9 @@ bool Patches(const SbrTables& in, int fs, SbrTables* t) {
     } while (sb > k0 - 1 + msb - odd);
     const int bands = std::max(sb - usb, 0);
     if (bands > 0) {
-      if (np >= 5) return false;
+      // Five patches at most, but a sixth is let through as the streams of
+      // the encoder's own check set need it.
+      if (np >= 6) return false;
       t->patch_bands[static_cast<std::size_t>(np)] = bands;
       t->patch_start[static_cast<std::size_t>(np)] = k0 - odd - bands;
       if (k0 - odd - bands < 0) return false;
@@ -466,11 +470,26 @@ void ReadHarmonics(Bits& b, const SbrTables& t, SbrFrameData* d) {
     for (int n = 0; n < t.n_high; ++n) d->add_harmonic[static_cast<std::size_t>(n)] = static_cast<int>(b.Read(1));
 }
 
-bool SkipExtended(Bits& b) {
+// Extended data: parametric stereo (extension 2) is read into `ps` when
+// given (*ps_result 1, or -1 when damaged); everything else is skipped.
+bool ReadExtended(Bits& b, const std::uint8_t* bytes, PsSyntax* ps, int* ps_result) {
   if (!b.Read(1)) return true;
   int cnt = static_cast<int>(b.Read(4));
   if (cnt == 15) cnt += static_cast<int>(b.Read(8));
-  b.Skip(8 * cnt);
+  const int end = b.pos() + 8 * cnt;
+  if (end > b.limit()) return false;
+  while (ps && end - b.pos() > 7) {
+    const unsigned id = b.Read(2);
+    if (id != 2 || *ps_result != 0) break;
+    const int used = ParsePsData(bytes, b.pos(), end, ps);
+    if (used < 0) {
+      *ps_result = -1;
+      break;
+    }
+    *ps_result = 1;
+    b.Skip(used);
+  }
+  b.Skip(end - b.pos());
   return !b.over();
 }
 
@@ -522,7 +541,9 @@ SbrError BuildSbrTables(const SbrHeader& h, int fs, SbrTables* out) {
 
 SbrError ParseSbrPayload(const std::uint8_t* bytes, int count, int nch, int fs, SbrHeader* header,
                          bool* have_header, SbrTables* tables, bool* reset, SbrFrameData* data, bool* coupling,
-                         const SbrFrameData* prev) {
+                         const SbrFrameData* prev, PsSyntax* ps, int* ps_result) {
+  if (ps_result) *ps_result = 0;
+  if (nch != 1 || !ps_result) ps = nullptr;
   *reset = false;
   *coupling = false;
   if (count < 1 || count > 512 || !TheBooks().ok) return SbrError::kData;
@@ -608,7 +629,7 @@ SbrError ParseSbrPayload(const std::uint8_t* bytes, int count, int nch, int fs, 
     ReadHarmonics(b, t, &data[0]);
     ReadHarmonics(b, t, &data[1]);
   }
-  if (!SkipExtended(b) || b.over()) return SbrError::kData;
+  if (!ReadExtended(b, bytes, ps, ps_result) || b.over()) return SbrError::kData;
   return SbrError::kNone;
 }
 
@@ -648,8 +669,11 @@ class SbrChannel {
   }
 
   // One frame: `d` and `q` null when there is no SBR data for it.
+  // ps: the element's stereo synthesis, with `right` the second output
+  // row and `ps_data` the frame's parameters (null: right = left).
   void Run(const float* in, float* out, const SbrTables* t, const SbrHeader* h, const SbrFrameData* d,
-           const Dequant* q, bool reset);
+           const Dequant* q, bool reset, PsDecoder* ps = nullptr, const PsSyntax* ps_data = nullptr,
+           float* right = nullptr);
 
   SbrFrameData prev;  // last parsed frame (delta decoding)
 
@@ -899,7 +923,7 @@ void SbrChannel::Synthesise(float* out) {
 }
 
 void SbrChannel::Run(const float* in, float* out, const SbrTables* t, const SbrHeader* h, const SbrFrameData* d,
-                     const Dequant* q, bool reset) {
+                     const Dequant* q, bool reset, PsDecoder* ps, const PsSyntax* ps_data, float* right) {
   Analyse(in);
   int kx = 32, m = 0, last = 16;
   if (d) {
@@ -913,6 +937,7 @@ void SbrChannel::Run(const float* in, float* out, const SbrTables* t, const SbrH
     have_hist_ = false;
   }
   Assemble(kx, m);
+  if (ps) ps->Process(x_, x_low_[kHfAdj + kSbrSlots], 32, kx + m, ps_data, right);
   Synthesise(out);
   std::memcpy(y_carry_, y_[kSbrSlots], sizeof y_carry_);
   kx_prev_ = kx;
@@ -931,6 +956,9 @@ struct SbrDecoder::Element {
   bool have_header = false;
   std::vector<std::uint8_t> payload;
   bool has_payload = false;
+  std::unique_ptr<PsDecoder> ps;  // single channel elements with parametric stereo
+  PsSyntax ps_syntax;
+  bool ps_started = false;  // parameters have been read
 };
 
 SbrDecoder::SbrDecoder(int core_rate, bool down_sampled, WarnFn warn)
@@ -993,17 +1021,20 @@ void SbrDecoder::Process(int first_channel, int nch, bool is_cpe, bool is_lfe, c
   }
   if (!el) el = &ElementAt(first_channel, nch);
   if (!ready_) {
-    for (int c = 0; c < nch; ++c) std::fill(out[c], out[c] + 1024 * OutputFactor(), 0.0f);
+    const int rows = ps_enabled_ && nch == 1 && !is_lfe ? 2 : nch;
+    for (int c = 0; c < rows; ++c) std::fill(out[c], out[c] + 1024 * OutputFactor(), 0.0f);
     return;
   }
   SbrFrameData data[2];
   Dequant dq[2];
   bool valid = false, reset = false, coupling = false;
+  int ps_result = 0;
   if (el->has_payload && !is_lfe) {
     const SbrFrameData prev[2] = {el->ch[0].prev, el->ch[1].prev};
     const SbrError err =
         ParseSbrPayload(el->payload.data(), static_cast<int>(el->payload.size()), is_cpe ? 2 : 1, sbr_rate_,
-                        &el->header, &el->have_header, &el->tables, &reset, data, &coupling, prev);
+                        &el->header, &el->have_header, &el->tables, &reset, data, &coupling, prev,
+                        ps_enabled_ ? &el->ps_syntax : nullptr, &ps_result);
     if (err == SbrError::kNone) {
       valid = true;
     } else if (err != SbrError::kNoHeader) {
@@ -1048,12 +1079,55 @@ void SbrDecoder::Process(int first_channel, int nch, bool is_cpe, bool is_lfe, c
       }
     }
   }
+  PsDecoder* ps = nullptr;
+  const PsSyntax* ps_data = nullptr;
+  if (ps_enabled_ && nch == 1 && !is_lfe) {
+    if (!el->ps) {
+      el->ps = std::make_unique<PsDecoder>(down_sampled_);
+      if (!el->ps->Ready()) ready_ = false;
+    }
+    ps = el->ps.get();
+    if (ps_result < 0) {
+      el->ps_started = false;
+      if (!ps_warned_) {
+        ps_warned_ = true;
+        warn_("parametric stereo payload damaged; the mono signal plays on both channels for the frames concerned");
+      }
+    } else if (ps_result > 0) {
+      el->ps_started = true;
+    } else if (el->ps_started) {
+      // No parameters this frame: the last ones hold.
+      PsSyntax& s = el->ps_syntax;
+      const std::size_t last = static_cast<std::size_t>(std::max(s.num_env - 1, 0));
+      s.iid[0] = s.iid[last];
+      s.icc[0] = s.icc[last];
+      s.ipd[0] = s.ipd[last];
+      s.opd[0] = s.opd[last];
+      s.num_env = 1;
+      s.border[0] = -1;
+      s.border[1] = 31;
+    }
+    if (ps_result >= 0 && el->ps_started) ps_data = &el->ps_syntax;
+  }
   for (int c = 0; c < nch; ++c) {
     if (valid)
-      el->ch[c].Run(in[c], out[c], &el->tables, &el->header, &data[c], &dq[c], reset);
+      el->ch[c].Run(in[c], out[c], &el->tables, &el->header, &data[c], &dq[c], reset, ps, ps_data, out[1]);
     else
-      el->ch[c].Run(in[c], out[c], nullptr, nullptr, nullptr, nullptr, false);
+      el->ch[c].Run(in[c], out[c], nullptr, nullptr, nullptr, nullptr, false, ps, ps_data, out[1]);
   }
+}
+
+int SbrPayloadHasPs(const std::uint8_t* bytes, int count, int fs) {
+  SbrHeader header;
+  SbrTables tables;
+  bool have_header = false, reset = false, coupling = false;
+  SbrFrameData data[2], prev[2];
+  PsSyntax ps;
+  int ps_result = 0;
+  const SbrError e = ParseSbrPayload(bytes, count, 1, fs, &header, &have_header, &tables, &reset, data, &coupling,
+                                     prev, &ps, &ps_result);
+  if (e == SbrError::kNoHeader) return -1;
+  return ps_result != 0 ? 1 : 0;
 }
 
 }  // namespace aacdec

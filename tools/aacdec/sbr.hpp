@@ -10,8 +10,9 @@
 // channels.  An element without a usable payload is upsampled through the
 // same banks with empty high bands, so the output rate never changes.
 //
-// Parametric stereo would plug in between HF adjustment and synthesis: the
-// QMF-domain slots of a frame (SbrChannel::x) are complete at that point.
+// Parametric stereo (ps.hpp) runs between HF adjustment and synthesis on a
+// single channel element once EnablePs was called: that element then fills
+// two output rows, left and right.
 #pragma once
 
 #include <array>
@@ -21,6 +22,7 @@
 #include <string>
 #include <vector>
 
+#include "aacdec/ps.hpp"
 #include "aklac.h"
 
 namespace aacdec {
@@ -80,6 +82,9 @@ class SbrDecoder {
   SbrDecoder& operator=(const SbrDecoder&) = delete;
 
   int OutputFactor() const { return down_sampled_ ? 1 : 2; }
+  // Parametric stereo on single channel elements (their Process gets two
+  // output rows).
+  void EnablePs() { ps_enabled_ = true; }
   bool Ready() const { return ready_; }  // all QMF banks could be built
 
   // The extension payload of a fill element (its bytes from the extension
@@ -102,6 +107,8 @@ class SbrDecoder {
   int sbr_rate_;
   bool down_sampled_;
   bool ready_ = true;
+  bool ps_enabled_ = false;
+  bool ps_warned_ = false;
   WarnFn warn_;
   std::array<bool, static_cast<int>(SbrError::kCount)> warned_{};
   std::vector<std::unique_ptr<Element>> elements_;
@@ -113,6 +120,11 @@ class SbrDecoder {
 // kNone and fills data[0..nch-1] on success.
 SbrError ParseSbrPayload(const std::uint8_t* bytes, int count, int nch, int fs, SbrHeader* header,
                          bool* have_header, SbrTables* tables, bool* reset, SbrFrameData* data, bool* coupling,
-                         const SbrFrameData* prev);
+                         const SbrFrameData* prev, PsSyntax* ps = nullptr, int* ps_result = nullptr);
+
+// 1 if `bytes` (an SBR payload of one channel) carries parametric stereo, 0
+// if not, -1 if it cannot tell (no SBR header in the payload): how a stream
+// that does not signal PS is recognised.
+int SbrPayloadHasPs(const std::uint8_t* bytes, int count, int fs);
 
 }  // namespace aacdec

@@ -2,6 +2,7 @@
 #include "mp3_stream.hpp"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 #include <memory>
 
@@ -23,24 +24,12 @@ bool SameStream(const MpegHeader& a, const MpegHeader& b) {
 }
 
 constexpr int kMaxFrameBytes = 4096;
+// Bytes past a frame that finding it may look at: two more frames and a
+// free-format length scan.
+constexpr std::size_t kLookAhead = 3 * (kMaxFrameBytes + 1) + 64;
 
 // ---------------------------------------------------------------------------
 // Tags around the audio.
-
-std::size_t SkipId3v2(const std::uint8_t* d, std::size_t size) {
-  std::size_t pos = 0;
-  while (size - pos >= 10 && d[pos] == 'I' && d[pos + 1] == 'D' && d[pos + 2] == '3' && d[pos + 3] != 0xFF &&
-         d[pos + 4] != 0xFF && ((d[pos + 6] | d[pos + 7] | d[pos + 8] | d[pos + 9]) & 0x80) == 0) {
-    const std::size_t len = (std::size_t{d[pos + 6]} << 21) | (std::size_t{d[pos + 7]} << 14) |
-                            (std::size_t{d[pos + 8]} << 7) | d[pos + 9];
-    const std::size_t total = 10 + len + ((d[pos + 5] & 0x10) ? 10 : 0);
-    // A tag that claims to run past the end of the file is damaged: leave it
-    // to the frame search rather than swallow the audio after it.
-    if (total > size - pos) return pos;
-    pos += total;
-  }
-  return pos;
-}
 
 std::uint32_t Le32(const std::uint8_t* p) {
   return p[0] | (std::uint32_t{p[1]} << 8) | (std::uint32_t{p[2]} << 16) | (std::uint32_t{p[3]} << 24);
@@ -108,7 +97,19 @@ struct Frame {
 
 class FrameWalker {
  public:
-  FrameWalker(const std::uint8_t* d, std::size_t begin, std::size_t end) : d_(d), pos_(begin), end_(end) {}
+  explicit FrameWalker(std::size_t begin) : pos_(begin) {}
+
+  // The bytes [base, end) of the stream, at w.  `final`: end is the end of
+  // the stream's audio; otherwise more follows, and frames are taken only
+  // while kLookAhead bytes past them are known (need_more() then asks for
+  // the next window).
+  void SetWindow(const std::uint8_t* w, std::size_t base, std::size_t end, bool final) {
+    w_ = w;
+    base_ = base;
+    end_ = end;
+    final_ = final;
+  }
+  bool need_more() const { return need_more_; }
 
   // Next frame; false at the end.  *skipped is the number of bytes passed
   // over before the frame (or, at the end, before the end); *truncated is
@@ -117,6 +118,8 @@ class FrameWalker {
     const std::size_t start = pos_;
     *skipped = 0;
     *truncated = false;
+    need_more_ = false;
+    const std::size_t to = final_ ? end_ : end_ - kLookAhead;
     MpegHeader h;
     int len = 0;
     if (locked_ && HeaderAt(pos_, &h, &len)) {
@@ -155,8 +158,8 @@ class FrameWalker {
         return Take(f, start, pos_, static_cast<int>(q - pos_), h, skipped, truncated);
       return Take(f, start, pos_, len, h, skipped, truncated);
     }
-    const std::size_t q = Search(pos_, end_, 2);
-    if (q < end_ && HeaderAt(q, &h, &len)) {
+    const std::size_t q = Search(pos_, to, 2);
+    if (q < to && HeaderAt(q, &h, &len)) {
       // The stream resumes exactly one frame (of the format it had) after
       // the expected position: that frame's header is damaged.  It is taken
       // with the previous header, to be concealed in place.
@@ -170,8 +173,9 @@ class FrameWalker {
       }
       return Take(f, start, q, len, h, skipped, truncated);
     }
-    *skipped = end_ > start ? end_ - start : 0;
-    pos_ = end_;
+    *skipped = to > start ? to - start : 0;
+    pos_ = std::max(pos_, to);
+    need_more_ = !final_;
     return false;
   }
 
@@ -216,7 +220,7 @@ class FrameWalker {
   bool HeaderAt(std::size_t pos, MpegHeader* h, int* len) {
     work_ += 4;
     MpegHeader tmp;
-    if (pos + 4 > end_ || !ParseMpegHeader(d_ + pos, &tmp)) return false;
+    if (pos + 4 > end_ || !ParseMpegHeader(At(pos), &tmp)) return false;
     const int n = FrameLength(pos, tmp);
     if (n <= 0) return false;
     if (h) *h = tmp;
@@ -229,8 +233,8 @@ class FrameWalker {
   // none.
   std::size_t Search(std::size_t from, std::size_t to, int links) {
     for (std::size_t p = from; p < to && p + 4 <= end_; ++p) {
-      const void* ff = std::memchr(d_ + p, 0xFF, std::min(to, end_ - 3) - p);
-      const std::size_t q = ff ? static_cast<std::size_t>(static_cast<const std::uint8_t*>(ff) - d_) : to;
+      const void* ff = std::memchr(At(p), 0xFF, std::min(to, end_ - 3) - p);
+      const std::size_t q = ff ? base_ + static_cast<std::size_t>(static_cast<const std::uint8_t*>(ff) - w_) : to;
       work_ += q - p;
       if (!ff) return to;
       p = q;
@@ -265,7 +269,7 @@ class FrameWalker {
     if (limit > from) work_ += limit - from;
     for (std::size_t q = from; q + 4 <= limit; ++q) {
       MpegHeader nh;
-      if (ParseMpegHeader(d_ + q, &nh) && SameStream(h, nh) && nh.bitrate_index == 0) {
+      if (ParseMpegHeader(At(q), &nh) && SameStream(h, nh) && nh.bitrate_index == 0) {
         free_bytes_ = static_cast<int>(q - pos) - h.padding;
         free_version_ = h.version;
         free_sfi_ = h.sfi;
@@ -275,9 +279,14 @@ class FrameWalker {
     return 0;
   }
 
-  const std::uint8_t* d_;
+  const std::uint8_t* At(std::size_t pos) const { return w_ + (pos - base_); }
+
+  const std::uint8_t* w_ = nullptr;
+  std::size_t base_ = 0;
   std::size_t pos_;
-  std::size_t end_;
+  std::size_t end_ = 0;
+  bool final_ = true;
+  bool need_more_ = false;
   bool locked_ = false;
   MpegHeader last_;  // the last frame taken, and its length
   int last_len_ = 0;
@@ -472,13 +481,21 @@ class Engine {
         ChannelState& cs = state_[ch];
         aklsMDCTInv_MP3_32s(xr_ + 576 * ch, y_, cs.overlap, bound[ch], &cs.prev_subbands, gsi[ch].blockType,
                             gsi[ch].mixedBlockFlag);
-        Akl16s* out = pcm_ + gr * 576 * out_channels_ + ch;
+        // A stereo frame in mono output (only when the output's format was
+        // chosen before the whole stream was seen) is synthesised as stereo
+        // and mixed down.
+        const int stride = std::max(out_channels_, nch);
+        Akl16s* out = (stride == out_channels_ ? pcm_ + gr * 576 * out_channels_ : wide_) + ch;
         for (int t = 0; t < 18; ++t)
-          aklsSynthPQMF_MP3_32s16s(y_ + 32 * t, out + 32 * t * out_channels_, cs.history, &cs.ring, out_channels_);
+          aklsSynthPQMF_MP3_32s16s(y_ + 32 * t, out + 32 * t * stride, cs.history, &cs.ring, stride);
       }
       if (nch == 1 && out_channels_ == 2) {
         Akl16s* out = pcm_ + gr * 576 * 2;
         for (int i = 0; i < 576; ++i) out[2 * i + 1] = out[2 * i];
+      }
+      if (nch == 2 && out_channels_ == 1) {
+        Akl16s* out = pcm_ + gr * 576;
+        for (int i = 0; i < 576; ++i) out[i] = static_cast<Akl16s>((wide_[2 * i] + wide_[2 * i + 1]) >> 1);
       }
     }
     return why;
@@ -497,6 +514,7 @@ class Engine {
   Akl32s work_[576] = {};
   Akl8s sf_[78] = {};
   Akl16s pcm_[1152 * 2] = {};
+  Akl16s wide_[576 * 2] = {};
 };
 
 
@@ -573,15 +591,191 @@ DecodeStats DecodeUnits(const AccessUnit* units, std::size_t count, PcmSink* sin
   return st;
 }
 
-DecodeStats DecodeBuffer(const std::uint8_t* data, std::size_t size, const DecodeOptions& options, PcmSink* sink) {
+namespace {
+
+// ---------------------------------------------------------------------------
+// The stream's bytes in a bounded window.
+
+constexpr std::size_t kReadChunk = 64 * 1024;
+constexpr std::size_t kKeepBehind = 256 * 1024;  // consumed bytes kept for the trailing tags
+constexpr std::size_t kFirstFrameWindow = 1 << 20;  // how far a one-pass stream is searched for its format
+
+class Window {
+ public:
+  explicit Window(ByteSource* src) : src_(src) {}
+
+  // Drops the bytes before `keep_from` and reads on until `want_end` is
+  // available or the stream ends.  A `keep_from` past the bytes read so far
+  // discards the bytes up to it.
+  void Fill(std::size_t keep_from, std::size_t want_end) {
+    if (keep_from > base_) {
+      const std::size_t drop = std::min(keep_from - base_, buf_.size());
+      buf_.erase(buf_.begin(), buf_.begin() + static_cast<std::ptrdiff_t>(drop));
+      base_ += drop;
+      while (base_ < keep_from && !eof_) {  // bytes to pass over unread
+        std::uint8_t scratch[4096];
+        const std::size_t n = src_->Read(scratch, std::min(sizeof scratch, keep_from - base_));
+        if (n == 0) eof_ = true;
+        base_ += n;
+      }
+    }
+    while (!eof_ && end() < want_end) {
+      const std::size_t have = buf_.size();
+      buf_.resize(have + kReadChunk);
+      const std::size_t n = src_->Read(buf_.data() + have, kReadChunk);
+      buf_.resize(have + n);
+      if (n == 0) eof_ = true;
+    }
+  }
+  // Back to the stream's first byte; false if the source cannot go back.
+  bool Restart() {
+    if (!src_->Rewind()) return false;
+    buf_.clear();
+    base_ = 0;
+    eof_ = false;
+    return true;
+  }
+  const std::uint8_t* data() const { return buf_.data(); }
+  const std::uint8_t* At(std::size_t pos) const { return buf_.data() + (pos - base_); }
+  std::size_t base() const { return base_; }
+  std::size_t end() const { return base_ + buf_.size(); }
+  bool eof() const { return eof_; }
+
+ private:
+  ByteSource* src_;
+  std::vector<std::uint8_t> buf_;
+  std::size_t base_ = 0;
+  bool eof_ = false;
+};
+
+// Leading ID3v2 tags from `pos`: where the audio starts.  A tag that claims
+// to run past the end of the stream is damaged: the frame search starts at
+// it (for a source that cannot go back, whatever follows it is lost).
+std::size_t SkipLeadingTags(Window& w, std::size_t pos, bool* lost) {
+  for (;;) {
+    w.Fill(pos, pos + 10);
+    if (w.end() < pos + 10) return pos;
+    const std::uint8_t* d = w.At(pos);
+    if (!(d[0] == 'I' && d[1] == 'D' && d[2] == '3' && d[3] != 0xFF && d[4] != 0xFF &&
+          ((d[6] | d[7] | d[8] | d[9]) & 0x80) == 0))
+      return pos;
+    const std::size_t len = (std::size_t{d[6]} << 21) | (std::size_t{d[7]} << 14) | (std::size_t{d[8]} << 7) | d[9];
+    const std::size_t total = 10 + len + ((d[5] & 0x10) ? 10 : 0);
+    // The tag ends inside the stream if one byte past its end exists (or
+    // the stream ends exactly with it).
+    w.Fill(pos + total, pos + total);
+    if (w.base() < pos + total || (w.eof() && w.end() < pos + total)) {
+      if (w.Restart()) {
+        w.Fill(pos, pos + 10);
+      } else {
+        *lost = true;
+      }
+      return pos;
+    }
+    pos += total;
+  }
+}
+
+// Frames of the stream from `begin`, window by window.  The end of the audio
+// (trailing tags cut off) is worked out when the stream ends, unless given.
+class StreamWalk {
+ public:
+  StreamWalk(Window* w, std::size_t begin, std::size_t audio_end)
+      : w_(w), walk_(begin), begin_(begin), audio_end_(audio_end) {}
+
+  bool Next(Frame* f, std::size_t* skipped, bool* truncated) {
+    std::size_t junk = 0;
+    for (;;) {
+      Refill();
+      const bool more = walk_.Next(f, skipped, truncated);
+      if (!more && walk_.need_more()) {
+        junk += *skipped;
+        continue;
+      }
+      *skipped += junk;
+      return more;
+    }
+  }
+  std::size_t Position() const { return walk_.Position(); }
+  std::uint64_t work() const { return walk_.work(); }
+  // Once the stream has ended: the end of its audio.
+  std::size_t audio_end() const { return audio_end_; }
+  bool ended() const { return final_; }
+  // Keep every byte from the start (the format search of a one-pass stream).
+  void KeepAll() { keep_all_ = true; }
+
+ private:
+  void Refill() {
+    if (final_) return;
+    const std::size_t pos = walk_.Position();
+    // Frames are looked for up to kLookAhead before the known end, so at
+    // least one byte more than that is needed to make progress.
+    if (w_->end() <= pos + kLookAhead) {
+      const std::size_t keep = keep_all_ ? begin_ : pos > kKeepBehind ? pos - kKeepBehind : 0;
+      w_->Fill(std::max(keep, w_->base()), pos + kLookAhead + 1);
+    }
+    std::size_t end = w_->end();
+    bool final = w_->eof();
+    if (audio_end_ && end >= audio_end_) {
+      end = audio_end_;
+      final = true;
+    } else if (final) {
+      const std::size_t lo = std::max(begin_, w_->base());
+      end = std::max(pos, w_->base() + StripTrailingTags(w_->data(), lo - w_->base(), w_->end() - w_->base()));
+      audio_end_ = end;
+    }
+    final_ = final;
+    walk_.SetWindow(w_->data(), w_->base(), end, final);
+  }
+
+  Window* w_;
+  FrameWalker walk_;
+  std::size_t begin_;
+  std::size_t audio_end_;
+  bool final_ = false;
+  bool keep_all_ = false;
+};
+
+class MemorySource : public ByteSource {
+ public:
+  MemorySource(const std::uint8_t* d, std::size_t n) : d_(d), n_(n) {}
+  std::size_t Read(std::uint8_t* dst, std::size_t n) override {
+    n = std::min(n, n_ - pos_);
+    if (n) std::memcpy(dst, d_ + pos_, n);
+    pos_ += n;
+    return n;
+  }
+  bool Rewind() override {
+    pos_ = 0;
+    return true;
+  }
+  std::uint64_t Size() const override { return n_; }
+
+ private:
+  const std::uint8_t* d_;
+  std::size_t n_, pos_ = 0;
+};
+
+}  // namespace
+
+DecodeStats DecodeStream(ByteSource* source, const DecodeOptions& options, PcmSink* sink) {
   DecodeStats st;
-  const std::size_t begin = SkipId3v2(data, size);
-  const std::size_t end = StripTrailingTags(data, begin, size);
+  Window window(source);
+  bool lost = false;
+  std::size_t begin = SkipLeadingTags(window, 0, &lost);
+  const bool two_pass = source->Rewind();
+  if (two_pass) window.Restart();
+  if (two_pass) begin = SkipLeadingTags(window, 0, &lost);
+  const std::size_t total = static_cast<std::size_t>(source->Size());
 
   // First pass: the output format (first Layer III frame's rate, the most
-  // channels of any frame) and what else is in the stream.
+  // channels of any frame) and what else is in the stream.  A source that
+  // cannot go back (a pipe) is searched for its first Layer III frame only,
+  // within its first MiB, and gives that frame's format.
+  std::size_t audio_end = 0;
   {
-    FrameWalker walk(data, begin, end);
+    StreamWalk walk(&window, begin, 0);
+    if (!two_pass) walk.KeepAll();
     Frame f;
     std::size_t junk;
     bool trunc;
@@ -590,20 +784,30 @@ DecodeStats DecodeBuffer(const std::uint8_t* data, std::size_t size, const Decod
         if (st.unsupported_kind.empty())
           st.unsupported_kind = f.h.version == 25 ? "MPEG-2.5" : f.h.layer == 1 ? "Layer I" : "Layer II";
         ++st.unsupported_frames;
-        continue;
+      } else {
+        if (!st.sample_rate) st.sample_rate = f.h.sample_rate;
+        st.channels = std::max(st.channels, f.h.channels);
+        if (!two_pass) break;
       }
-      if (!st.sample_rate) st.sample_rate = f.h.sample_rate;
-      st.channels = std::max(st.channels, f.h.channels);
+      if (!two_pass && walk.Position() - begin > kFirstFrameWindow) break;
     }
     st.scan_work = walk.work();
+    if (two_pass) {
+      audio_end = walk.audio_end();
+      window.Restart();
+      begin = SkipLeadingTags(window, 0, &lost);
+    }
   }
   if (!st.sample_rate) return st;
-  st.tag_bytes = begin + (size - end);
   sink->Format(st.sample_rate, st.channels);
   DeclareDamageKinds(st.damage);
   aklcli::DamageReport& dr = st.damage;
+  if (!two_pass) {
+    st.unsupported_frames = 0;
+    st.unsupported_kind.clear();
+  }
 
-  FrameWalker walk(data, begin, end);
+  StreamWalk walk(&window, begin, audio_end);
   Engine engine(st.channels);
   std::unique_ptr<Trimmer> trim;
   std::vector<std::uint8_t> buf(kPad + kMaxFrameBytes + kPad);
@@ -611,17 +815,23 @@ DecodeStats DecodeBuffer(const std::uint8_t* data, std::size_t size, const Decod
   std::size_t junk;
   bool trunc;
   bool first = true, any_frame = false;
+  std::size_t end = 0;
   for (;;) {
     const bool more = walk.Next(&f, &junk, &trunc);
     dr.Skip(!any_frame ? kSkipBefore : more ? kSkipBetween : kSkipAfter, junk);
     if (!more) break;
     any_frame = true;
     if (trunc) {
-      dr.Skip(kSkipTruncated, end - f.pos);
+      dr.Skip(kSkipTruncated, walk.audio_end() - f.pos);
       break;
     }
     st.frame_bytes += static_cast<std::uint64_t>(f.bytes);
     if (f.h.layer != 3 || f.h.version == 25) {
+      if (!two_pass) {
+        if (st.unsupported_kind.empty())
+          st.unsupported_kind = f.h.version == 25 ? "MPEG-2.5" : f.h.layer == 1 ? "Layer I" : "Layer II";
+        ++st.unsupported_frames;
+      }
       dr.Drop(kDropUnsupported);
       continue;
     }
@@ -633,7 +843,7 @@ DecodeStats DecodeBuffer(const std::uint8_t* data, std::size_t size, const Decod
       continue;
     }
     std::fill(buf.begin(), buf.end(), 0);
-    std::memcpy(buf.data() + kPad, data + f.pos, static_cast<std::size_t>(f.bytes));
+    std::memcpy(buf.data() + kPad, window.At(f.pos), static_cast<std::size_t>(f.bytes));
     const std::uint8_t* fb = buf.data() + kPad;
     if (first) {
       first = false;
@@ -658,13 +868,21 @@ DecodeStats DecodeBuffer(const std::uint8_t* data, std::size_t size, const Decod
       if (concealed == kConcealReservoir) ++st.reservoir_gaps;
     }
     trim->Write(engine.pcm(), static_cast<std::size_t>(f.h.samples));
-    if ((st.frames & 63) == 0) sink->Progress(walk.Position(), size);
+    if ((st.frames & 63) == 0) sink->Progress(walk.Position(), total);
   }
+  end = walk.audio_end();
+  window.Fill(SIZE_MAX, 0);  // past the trailing tags, to count them
+  st.tag_bytes = begin + (window.end() - end);
   if (trim) st.samples_out = trim->written();
   st.scan_work += walk.work();
   st.damaged = static_cast<long>(dr.Damaged());
-  sink->Progress(size, size);
+  sink->Progress(window.end(), total ? total : window.end());
   return st;
+}
+
+DecodeStats DecodeBuffer(const std::uint8_t* data, std::size_t size, const DecodeOptions& options, PcmSink* sink) {
+  MemorySource source(data, size);
+  return DecodeStream(&source, options, sink);
 }
 
 }  // namespace aklmp3

@@ -68,6 +68,29 @@ struct DecodeStats {
   aklcli::DamageReport damage;  // bytes skipped, frames concealed and dropped, by kind
 };
 
+// Where a stream's bytes come from, in order.
+class ByteSource {
+ public:
+  virtual ~ByteSource() = default;
+  // Up to n bytes into dst; 0 only at the end of the stream.
+  virtual std::size_t Read(std::uint8_t* dst, std::size_t n) = 0;
+  // Back to the first byte for a second pass; false if the source cannot go
+  // back (a pipe).
+  virtual bool Rewind() = 0;
+  // The stream's size in bytes, 0 if unknown.
+  virtual std::uint64_t Size() const { return 0; }
+};
+
+// Decodes a stream as it is read, in bounded memory (a window of a few
+// hundred KiB whatever the stream's length), writing PCM frame by frame.  A
+// source that can go back is read twice: first to find the output format
+// and the end of the audio, then to decode.  One that cannot (a pipe) is
+// decoded as it arrives, about 12 KiB behind the input: its output format is
+// that of its first Layer III frame (searched for in its first MiB; stereo
+// frames in a mono output are mixed down), and trailing tags longer than
+// that look-ahead count as skipped bytes.
+DecodeStats DecodeStream(ByteSource* source, const DecodeOptions& options, PcmSink* sink);
+
 // Decodes a whole stream held in memory.  Returns the statistics; if no
 // Layer III frame was found, stats.frames is 0 (and unsupported_* tells why
 // when frames of another layer or of MPEG-2.5 were seen).

@@ -95,6 +95,7 @@ DecodeResult DecodeMp4(const std::uint8_t* data, std::size_t size, const InputOp
     config.pce_bit = asc.pce_bit_offset;
   }
   if (asc.sbr) config.sbr_rate = static_cast<int>(asc.extension_sample_rate);
+  config.ps = asc.sbr && asc.ps;
   std::vector<AccessUnit> units;
   units.reserve(track.samples.size());
   for (const mp4::SampleRef& s : track.samples) units.push_back({data + s.offset, s.size});
@@ -102,6 +103,7 @@ DecodeResult DecodeMp4(const std::uint8_t* data, std::size_t size, const InputOp
   TrimSink trimmed(sink, movie, track, asc.sample_rate, options.gapless);
   DecodeOptions decode;
   decode.sbr = options.sbr;
+  decode.ps = options.ps;
   const DecodeResult r = DecodeAacAccessUnits(config, units.data(), units.size(), &trimmed, stats, message, decode);
   stats->samples = static_cast<long>(trimmed.passed());
   if (damage) *damage = movie.damage;
@@ -130,6 +132,7 @@ DecodeResult DecodeAacInput(const std::uint8_t* data, std::size_t size, const In
   const std::size_t tags = Id3v2TagsLength(data, size);
   DecodeOptions decode;
   decode.sbr = options.sbr;
+  decode.ps = options.ps;
   return DecodeAacBuffer(data + tags, size - tags, sink, stats, message, decode);
 }
 

@@ -16,6 +16,7 @@ namespace aacdec {
 struct InputOptions {
   bool gapless = true;  // apply an MP4 file's edit list or iTunSMPB priming and padding
   bool sbr = true;      // decode HE-AAC band replication (false: the core alone, --no-sbr)
+  bool ps = true;       // decode parametric stereo (false: HE-AAC v2 as mono, --no-ps)
 };
 
 // As DecodeAacBuffer, for any input; stats->samples counts what the sink
