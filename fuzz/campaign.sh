@@ -44,6 +44,7 @@ for t in "$@"; do
   extra=()
   case $t in
     mp3dec | aacdec) extra=(-max_len=16384 -timeout=20) ;;
+    aac_predict) extra=(-max_len=24576 -timeout=20) ;;
   esac
   start=$(date +%s)
   "$exe" -runs="$runs" -max_total_time="$seconds" -print_final_stats=1 \

@@ -114,6 +114,46 @@ def mp3_signal():
         write('mp3_signal', f'seed_{k:02d}', head + bytes(r.randrange(256) for _ in range(2500)))
 
 
+
+def aac_predict():
+    """Program side (first byte odd): runs of raw data blocks (ADTS headers
+    stripped) of the Main and LTP conformance streams with their
+    configuration.  Library side (first byte even): fixed pseudo-random bytes
+    whose leading side-information fields are set to what streams use."""
+    import random
+    import struct
+    src = os.path.join(ROOT, 'tests', 'data', 'conformance', 'aac')
+    le = lambda v: struct.pack('<H', v)
+    # file, object type byte (odd: LTP), sampling index, channel configuration
+    for name, ltp, sfi, config in (('am05_44.adts', 0, 4, 6), ('am00_88.adts', 0, 1, 1),
+                                   ('am00_88_f2900.adts', 0, 1, 1), ('ap05_48.adts', 1, 3, 2)):
+        data = open(os.path.join(src, name), 'rb').read()
+        frames = adts_frames(data)
+        for first in (0, 20, 100, 320):
+            if first + 6 > len(frames):
+                continue
+            blob = bytearray([1, ltp]) + le(sfi) + le(config - 1)
+            for off, n in frames[first:first + 6]:
+                hdr = 7 if data[off + 1] & 1 else 9
+                blob += le(n - hdr) + data[off + hdr:off + n]
+            write('aac_predict', f'{os.path.splitext(name)[0]}_f{first}', bytes(blob))
+    r = random.Random(11)
+    for k in range(8):
+        blob = bytearray([0]) + le(k * 7 % 64) + le(k * 13 % 64) + le(1 + k % 12)  # offsets, sampling index
+        blob += bytes(r.randrange(256) for _ in range(3072 * 4 + 1024 * 2))  # history, overlap
+        blob += le(1)  # two frames
+        for f in range(2):
+            blob += le([1, 2, 4, 3][(k + f) % 4])  # window sequence 0, 1, 3, 2 (read as -1..4)
+            blob += bytes([k & 1]) + le(20 + k * 3) + bytes([1, (k + f) % 2]) + le(1 + k * 4)  # shape, maxSfb, reset
+            blob += bytes([1]) * 44 + bytes(r.randrange(256) for _ in range(64 * 2))
+            blob += le(40 + k) + bytes(r.randrange(256) for _ in range(2048 + 1))
+            # no reset, LTP data, lag, gain 0.9849 (Q14 16137), bands, long window, shapes
+            blob += bytes([1, 1]) + le(202 + 100 * k) + le(16137 + 32768) + bytes([1]) * 41
+            blob += le(1) + le(1 + k % 2) + le(1 + f)
+            blob += bytes(r.randrange(256) for _ in range(2048)) + le(41) + le(4) + le(1 + k % 2)
+        write('aac_predict', f'library_{k}', bytes(blob))
+
+
 if __name__ == '__main__':
     for t in sys.argv[1:]:
         globals()[t]()

@@ -2047,7 +2047,7 @@ AKLAC_API Status aklsAnalysisFilterFree_PS_32fc(AklsAnalysisState_PS_32fc* pStat
  *   numSlots  in      at least 1
  *   config    in      20 or 34
  *   pState    in/out  the context (history carried between calls)
- * Checks, in this order: kStsNullPtr (pSrc, pDst, pState); kStsSizeErr
+ * Statuses, checked in this order: kStsNullPtr (pSrc, pDst, pState); kStsSizeErr
  * (numSlots below 1); kStsBadArgErr (config not 20 or 34); kStsSizeErr
  * (srcStep below 5, dstStep below the hybrid band count);
  * kStsContextMismatch.  Nothing is written before the checks pass. */
@@ -2063,7 +2063,7 @@ AKLAC_API Status aklsAnalysisFilter_PS_32fc_D2(const Akl32fc* pSrc, int srcStep,
  *   dstStep   in   at least 3 or 5
  *   numSlots  in   at least 1
  *   config    in   20 or 34
- * Checks, in this order: kStsNullPtr (pSrc, pDst); kStsSizeErr (numSlots
+ * Statuses, checked in this order: kStsNullPtr (pSrc, pDst); kStsSizeErr (numSlots
  * below 1); kStsBadArgErr (config); kStsSizeErr (srcStep, dstStep).
  * pSrc and pDst may be the same memory with the same step (each output
  * band lies at or before the first hybrid band it sums and is written after

@@ -33,6 +33,7 @@ const char kUsage[] =
     "  --no-gapless  keep every decoded sample; by default the encoder delay and\n"
     "                padding recorded in a LAME tag (or an MP4 file's edit list)\n"
     "                are trimmed, as gapless players do\n"
+    "  --mono        one output channel: stereo mixed down, (left + right) / 2\n"
     "  --damage-report\n"
     "                list every kind of damage in the summary, zero counts too\n"
     "  -q, --quiet   print nothing but errors\n"
@@ -114,6 +115,8 @@ int main(int argc, char** argv) {
       raw = true;
     } else if (a == "--no-gapless") {
       opt.gapless = false;
+    } else if (a == "--mono") {
+      opt.mono = true;
     } else if (a == "--damage-report") {
       full_report = true;
     } else if (a == "--quiet" || a == "-q") {

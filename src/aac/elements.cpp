@@ -12,7 +12,7 @@
 namespace akl::aac {
 namespace {
 
-inline Akl32s Field(FastReader& br, int n) { return static_cast<Akl32s>(br.Read(n)); }
+inline Akl32s Field(BranchFreeReader& br, int n) { return static_cast<Akl32s>(br.Read(n)); }
 
 // The standard's LTP gains for the 3-bit index, in Q14.
 inline constexpr Akl16s kLtpCoefQ14[8] = {9352, 11413, 13320, 14931, 16137, 17496, 19572, 22438};
@@ -23,7 +23,7 @@ inline constexpr int kMsRowStride = 60;
 
 // Reads the common head of the ICS information: through maxSfb and the
 // grouping bits.  Predictor fields start cleared.
-Status ReadIcsHead(FastReader& br, AklAACIcsInfo& ics) {
+Status ReadIcsHead(BranchFreeReader& br, AklAACIcsInfo& ics) {
   ics.icsReservedBit = Field(br, 1);
   ics.windowSequence = Field(br, 2);
   ics.windowShape = Field(br, 1);
@@ -42,7 +42,7 @@ Status ReadIcsHead(FastReader& br, AklAACIcsInfo& ics) {
   return kStsOk;
 }
 
-void ReadPredictorFlags(FastReader& br, AklAACIcsInfo& ics, int pred_sfb_max) {
+void ReadPredictorFlags(BranchFreeReader& br, AklAACIcsInfo& ics, int pred_sfb_max) {
   ics.predictorReset = Field(br, 1);
   if (ics.predictorReset) ics.predictorResetGroupNum = Field(br, 5);
   const int limit = ics.maxSfb < pred_sfb_max ? ics.maxSfb : pred_sfb_max;
@@ -50,7 +50,7 @@ void ReadPredictorFlags(FastReader& br, AklAACIcsInfo& ics, int pred_sfb_max) {
   for (int sfb = limit; sfb < pred_sfb_max; ++sfb) ics.predictionUsed[sfb] = 0;
 }
 
-void ReadMsMask(FastReader& br, Akl8u* ms_used, int groups, int first_sfb, int end_sfb) {
+void ReadMsMask(BranchFreeReader& br, Akl8u* ms_used, int groups, int first_sfb, int end_sfb) {
   for (int g = 0; g < groups; ++g) {
     for (int sfb = first_sfb; sfb < end_sfb; ++sfb) ms_used[g * kMsRowStride + sfb] = static_cast<Akl8u>(br.Read(1));
   }
@@ -71,7 +71,7 @@ void GroupWindows(int grouping, Akl32s* num_groups, Akl32s* group_length) {
   *num_groups = groups;
 }
 
-Status ReadIcsInfo(FastReader& br, AklAACIcsInfo& ics, int pred_sfb_max) {
+Status ReadIcsInfo(BranchFreeReader& br, AklAACIcsInfo& ics, int pred_sfb_max) {
   if (const Status st = ReadIcsHead(br, ics); st != kStsOk) return st;
   if (ics.windowSequence == kEightShort) return kStsOk;
   ics.predictorDataPresent = Field(br, 1);
@@ -79,7 +79,7 @@ Status ReadIcsInfo(FastReader& br, AklAACIcsInfo& ics, int pred_sfb_max) {
   return kStsOk;
 }
 
-Status ReadIcsInfoMp4(FastReader& br, AklAACIcsInfo& ics, AklAACLtpInfo& ltp, int pred_sfb_max,
+Status ReadIcsInfoMp4(BranchFreeReader& br, AklAACIcsInfo& ics, AklAACLtpInfo& ltp, int pred_sfb_max,
                       int audio_object_type, int ltp_channels) {
   ltp.ltpData[0].ltpDataPresent = 0;
   ltp.ltpData[1].ltpDataPresent = 0;
@@ -102,7 +102,7 @@ Status ReadIcsInfoMp4(FastReader& br, AklAACIcsInfo& ics, AklAACLtpInfo& ltp, in
   return kStsOk;
 }
 
-Status ReadTnsData(FastReader& br, bool short_windows, Akl32s* n_filt, Akl32s* coef_res, Akl32s* length,
+Status ReadTnsData(BranchFreeReader& br, bool short_windows, Akl32s* n_filt, Akl32s* coef_res, Akl32s* length,
                    Akl32s* order, Akl32s* direction, Akl8s* coef, int max_order_long) {
   const int windows = short_windows ? 8 : 1;
   const int n_filt_bits = short_windows ? 1 : 2;
@@ -134,7 +134,7 @@ Status ReadTnsData(FastReader& br, bool short_windows, Akl32s* n_filt, Akl32s* c
   return kStsOk;
 }
 
-void ReadLtpData(FastReader& br, AklAACLtpData& ltp, int window_sequence, int max_sfb) {
+void ReadLtpData(BranchFreeReader& br, AklAACLtpData& ltp, int window_sequence, int max_sfb) {
   ltp.ltpLag = Field(br, 11);
   ltp.ltpCoef = kLtpCoefQ14[br.Read(3)];
   if (window_sequence == kEightShort) {
@@ -173,7 +173,7 @@ Status aklsDecodeChanPairElt_AAC(Akl8u** ppBitStream, Akl32s* pBitOffset, AklAAC
   if (!ppBitStream || !pBitOffset || !pIcsInfo || !pChanPairElt || !*ppBitStream) return kStsNullPtr;
   if (static_cast<std::uint32_t>(*pBitOffset) > 7u) return kStsAacBitOffsetErr;
   if (static_cast<std::uint32_t>(predSfbMax) > static_cast<std::uint32_t>(kMaxPredSfb)) return kStsAacPredSfbErr;
-  FastReader br(*ppBitStream, *pBitOffset);
+  BranchFreeReader br(*ppBitStream, *pBitOffset);
   AklAACChanPairElt& cpe = *pChanPairElt;
   cpe.commonWindow = Field(br, 1);
   Status st = kStsOk;
@@ -196,7 +196,7 @@ Status aklsDecodeChanPairElt_MP4_AAC(Akl8u** ppBitStream, Akl32s* pBitOffset, Ak
   if (!ppBitStream || !pBitOffset || !pIcsInfo || !pChanPairElt || !pLtpInfo || !*ppBitStream) return kStsNullPtr;
   if (static_cast<std::uint32_t>(*pBitOffset) > 7u) return kStsAacBitOffsetErr;
   if (static_cast<std::uint32_t>(predSfbMax) > static_cast<std::uint32_t>(kMaxSfbLong)) return kStsAacMaxSfbErr;
-  FastReader br(*ppBitStream, *pBitOffset);
+  BranchFreeReader br(*ppBitStream, *pBitOffset);
   AklAACChanPairElt& cpe = *pChanPairElt;
   cpe.commonWindow = Field(br, 1);
   Status st = kStsOk;
@@ -219,7 +219,7 @@ Status aklsDecodeDatStrElt_AAC(Akl8u** ppBitStream, Akl32s* pBitOffset, Akl32s* 
     return kStsNullPtr;
   }
   if (static_cast<std::uint32_t>(*pBitOffset) > 7u) return kStsAacBitOffsetErr;
-  FastReader br(*ppBitStream, *pBitOffset);
+  BranchFreeReader br(*ppBitStream, *pBitOffset);
   *pElementInstanceTag = Field(br, 4);
   const bool align = br.Read(1) != 0;
   Akl32s count = Field(br, 8);
@@ -234,7 +234,7 @@ Status aklsDecodeDatStrElt_AAC(Akl8u** ppBitStream, Akl32s* pBitOffset, Akl32s* 
 Status aklsDecodeFillElt_AAC(Akl8u** ppBitStream, Akl32s* pBitOffset, Akl32s* pFillCount, Akl8u* pFillBytes) {
   if (!ppBitStream || !pBitOffset || !pFillCount || !pFillBytes || !*ppBitStream) return kStsNullPtr;
   if (static_cast<std::uint32_t>(*pBitOffset) > 7u) return kStsAacBitOffsetErr;
-  FastReader br(*ppBitStream, *pBitOffset);
+  BranchFreeReader br(*ppBitStream, *pBitOffset);
   Akl32s count = Field(br, 4);
   if (count == 15) count = Field(br, 8) + 14;
   for (int i = 0; i < count; ++i) pFillBytes[i] = static_cast<Akl8u>(br.Read(8));
@@ -271,7 +271,7 @@ void GroupWindowsMainHeader(AklAACMainHeader& h) {
   h.numWindowGroups = groups;
 }
 
-Status ReadTnsRecord(FastReader& br, AklAACTnsData& t, bool short_windows) {
+Status ReadTnsRecord(BranchFreeReader& br, AklAACTnsData& t, bool short_windows) {
   return ReadTnsData(br, short_windows, t.nFilt, t.coefRes, t.length, t.order, t.direction, t.coef);
 }
 
@@ -283,7 +283,7 @@ Status aklsDecodeMainHeader_AAC(Akl8u** ppBitStream, Akl32s* pBitOffset, AklAACM
   if (static_cast<std::uint32_t>(*pBitOffset) > 7u) return kStsAacBitOffsetErr;
   if (channels < 1 || channels > 2) return kStsAacChanErr;
   if (static_cast<std::uint32_t>(monoStereoFlag) > 1u) return kStsAacStereoFlagErr;
-  FastReader br(*ppBitStream, *pBitOffset);
+  BranchFreeReader br(*ppBitStream, *pBitOffset);
   AklAACMainHeader& h = *pMainHeader;
   h.windowSequence = Field(br, 2);
   h.windowShape = Field(br, 1);
@@ -339,7 +339,7 @@ Status aklsDecodeExtensionHeader_AAC(Akl8u** ppBitStream, Akl32s* pBitOffset, Ak
     return kStsAacMaxSfbErr;
   }
   if (static_cast<std::uint32_t>(windowSequence) > 3u) return kStsAacWinSeqErr;
-  FastReader br(*ppBitStream, *pBitOffset);
+  BranchFreeReader br(*ppBitStream, *pBitOffset);
   AklAACExtHeader& h = *pExtHeader;
   const bool short_windows = windowSequence == kEightShort;
   Status st = kStsOk;

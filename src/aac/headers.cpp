@@ -1,22 +1,22 @@
 // ADTS and ADIF headers and the program configuration element: plain field
 // unpackers.  Nothing is range-checked beyond the element counts, and every
 // count's field width already bounds it by its array.
-#include "aac/readers.hpp"
+#include "core/bitstream.hpp"
 #include "core/exports.hpp"
 
 namespace akl::aac {
 namespace {
 
-inline Akl32s Field(HeaderReader& br, int n) { return static_cast<Akl32s>(br.Read(n)); }
+inline Akl32s Field(ByteReader& br, int n) { return static_cast<Akl32s>(br.Read(n)); }
 
-void ReadElementList(HeaderReader& br, int count, Akl32s* is_cpe, Akl32s* tag) {
+void ReadElementList(ByteReader& br, int count, Akl32s* is_cpe, Akl32s* tag) {
   for (int i = 0; i < count; ++i) {
     is_cpe[i] = Field(br, 1);
     tag[i] = Field(br, 4);
   }
 }
 
-void ReadPrgCfgElt(HeaderReader& br, AklAACPrgCfgElt& pce) {
+void ReadPrgCfgElt(ByteReader& br, AklAACPrgCfgElt& pce) {
   pce.elementInstanceTag = Field(br, 4);
   pce.objectType = Field(br, 2);
   pce.samplingFrequencyIndex = Field(br, 4);
@@ -55,7 +55,7 @@ void ReadPrgCfgElt(HeaderReader& br, AklAACPrgCfgElt& pce) {
 
 Status aklsUnpackADTSFrameHeader_AAC(Akl8u** ppBitStream, AklAACADTSFrameHeader* pHeader) {
   if (!ppBitStream || !pHeader || !*ppBitStream) return kStsNullPtr;
-  HeaderReader br(*ppBitStream, 0);
+  ByteReader br(*ppBitStream, 0);
   AklAACADTSFrameHeader& h = *pHeader;
   br.Read(12);  // sync word, not checked
   h.id = Field(br, 1);
@@ -82,7 +82,7 @@ Status aklsUnpackADIFHeader_AAC(Akl8u** ppBitStream, AklAACADIFHeader* pHeader, 
                                 Akl32s prgCfgEltMax) {
   if (!ppBitStream || !pHeader || !pPrgCfgElt || !*ppBitStream) return kStsNullPtr;
   if (prgCfgEltMax < 1 || prgCfgEltMax > 16) return kStsAacPrgNumErr;
-  HeaderReader br(*ppBitStream, 0);
+  ByteReader br(*ppBitStream, 0);
   AklAACADIFHeader& h = *pHeader;
   const std::uint32_t hi = br.Read(16);
   h.adifId = static_cast<Akl32s>((hi << 16) | br.Read(16));
@@ -112,7 +112,7 @@ Status aklsUnpackADIFHeader_AAC(Akl8u** ppBitStream, AklAACADIFHeader* pHeader, 
 Status aklsDecodePrgCfgElt_AAC(Akl8u** ppBitStream, Akl32s* pBitOffset, AklAACPrgCfgElt* pPrgCfgElt) {
   if (!ppBitStream || !pBitOffset || !pPrgCfgElt || !*ppBitStream) return kStsNullPtr;
   if (static_cast<std::uint32_t>(*pBitOffset) > 7u) return kStsAacBitOffsetErr;
-  HeaderReader br(*ppBitStream, *pBitOffset);
+  ByteReader br(*ppBitStream, *pBitOffset);
   ReadPrgCfgElt(br, *pPrgCfgElt);
   *ppBitStream = const_cast<Akl8u*>(br.BytePtr());
   *pBitOffset = br.BitOffset();

@@ -4,7 +4,7 @@
 // Huffman-coded quantised spectrum.
 //
 // Scale factors and spectra are the decoder's hot path.  They go through
-// FastReader's 64-bit accumulator and two-level lookup tables (9 bits first
+// BranchFreeReader's 64-bit accumulator and two-level lookup tables (9 bits first
 // for the spectral books, 8 for scale factors, then a second level sized for
 // the longest code under each prefix), so nearly every code word costs one
 // table load.  A refill keeps at least 32 bits in hand: enough for one code
@@ -44,10 +44,10 @@ inline std::uint32_t LookUp(const std::uint32_t* lut, int bits, std::uint64_t ac
 }
 
 // One scale-factor code word: the index 0..120 (difference + 60).
-inline int DecodeSfIndex(FastReader& br) {
+inline int DecodeSfIndex(BranchFreeReader& br) {
   br.Refill();
-  const std::uint32_t e = LookUp(kSfLut, kSfLutBits, br.Accumulator());
-  br.SkipInHand(static_cast<int>(e & 31u));
+  const std::uint32_t e = LookUp(kSfLut, kSfLutBits, br.Acc());
+  br.Skip(static_cast<int>(e & 31u));
   return static_cast<int>((e >> 8) & 0xFFu);
 }
 
@@ -63,14 +63,14 @@ inline Akl32s LeafValue(std::uint32_t e, int k) {
 // escape refills before and after its sequence, so that the caller again
 // holds at least 32 bits.
 template <int kDim, bool kUnsigned, bool kEscape>
-inline Status DecodeCodeWord(FastReader& br, const std::uint32_t* lut, int bits, Akl32s* out) {
-  const std::uint32_t e = LookUp(lut, bits, br.Accumulator());
-  br.SkipInHand(static_cast<int>(e & 31u));
+inline Status DecodeCodeWord(BranchFreeReader& br, const std::uint32_t* lut, int bits, Akl32s* out) {
+  const std::uint32_t e = LookUp(lut, bits, br.Acc());
+  br.Skip(static_cast<int>(e & 31u));
   Akl32s v[4];
   for (int k = 0; k < kDim; ++k) v[k] = LeafValue(e, k);
   if constexpr (kUnsigned) {
-    const auto signs = static_cast<std::uint32_t>(br.Accumulator() >> 32);
-    br.SkipInHand(static_cast<int>((e >> 5) & 7u));
+    const auto signs = static_cast<std::uint32_t>(br.Acc() >> 32);
+    br.Skip(static_cast<int>((e >> 5) & 7u));
     int rank = 0;
     Akl32s neg[4];
     for (int k = 0; k < kDim; ++k) {
@@ -82,10 +82,10 @@ inline Status DecodeCodeWord(FastReader& br, const std::uint32_t* lut, int bits,
         for (int k = 0; k < kDim; ++k) {
           if (v[k] != 16) continue;
           br.Refill();
-          const auto top = static_cast<std::uint32_t>(br.Accumulator() >> 32);
+          const auto top = static_cast<std::uint32_t>(br.Acc() >> 32);
           const int prefix = std::countl_one(top);
           if (prefix > kMaxEscPrefix) return kStsAacCoefValErr;
-          br.SkipInHand(prefix + 1);
+          br.Skip(prefix + 1);
           v[k] = static_cast<Akl32s>((1u << (prefix + 4)) + br.ReadInHand(prefix + 4));
         }
         br.Refill();
@@ -100,7 +100,7 @@ inline Status DecodeCodeWord(FastReader& br, const std::uint32_t* lut, int bits,
 
 // Decodes `count` values (a multiple of kDim) of one codebook into out.
 template <int kDim, bool kUnsigned, bool kEscape, bool kTwoPerRefill>
-Status DecodeSpectralRun(FastReader& br, const std::uint32_t* lut, int bits, Akl32s* out, int count) {
+Status DecodeSpectralRun(BranchFreeReader& br, const std::uint32_t* lut, int bits, Akl32s* out, int count) {
   int i = 0;
   if constexpr (kTwoPerRefill) {
     for (; i + 2 * kDim <= count; i += 2 * kDim) {
@@ -118,7 +118,7 @@ Status DecodeSpectralRun(FastReader& br, const std::uint32_t* lut, int bits, Akl
   return kStsOk;
 }
 
-Status DecodeSpectralSection(FastReader& br, int cb, Akl32s* out, int count) {
+Status DecodeSpectralSection(BranchFreeReader& br, int cb, Akl32s* out, int count) {
   const SpectralBook& book = kSpectralBooks[cb];
   const std::uint32_t* lut = kSpectralLut + book.lut_offset;
   const int bits = book.lut_bits;
@@ -163,7 +163,7 @@ struct Pulses {
   int amp[4];
 };
 
-Status ReadSections(FastReader& br, const Layout& lay, AklAACChanInfo& ci, Akl8u* sfb_cb) {
+Status ReadSections(BranchFreeReader& br, const Layout& lay, AklAACChanInfo& ci, Akl8u* sfb_cb) {
   const bool short_windows = lay.window_sequence == kEightShort;
   const int len_bits = short_windows ? 3 : 5;
   const int esc = (1 << len_bits) - 1;
@@ -198,7 +198,7 @@ Status ReadSections(FastReader& br, const Layout& lay, AklAACChanInfo& ci, Akl8u
 }
 
 template <bool kGeneral>
-Status ReadScaleFactors(FastReader& br, const Layout& lay, int global_gain, const Akl8u* sfb_cb,
+Status ReadScaleFactors(BranchFreeReader& br, const Layout& lay, int global_gain, const Akl8u* sfb_cb,
                         Akl16s* scale_factor) {
   int sf = global_gain;
   int is_position = 0;
@@ -234,7 +234,7 @@ Status ReadScaleFactors(FastReader& br, const Layout& lay, int global_gain, cons
   return kStsOk;
 }
 
-Status ReadPulseTnsGain(FastReader& br, const Layout& lay, AklAACChanInfo& ci, Pulses& pulses, Akl8s* tns_coef) {
+Status ReadPulseTnsGain(BranchFreeReader& br, const Layout& lay, AklAACChanInfo& ci, Pulses& pulses, Akl8s* tns_coef) {
   const bool short_windows = lay.window_sequence == kEightShort;
   ci.pulseDataPresent = static_cast<Akl32s>(br.Read(1));
   if (ci.pulseDataPresent) {
@@ -260,7 +260,7 @@ Status ReadPulseTnsGain(FastReader& br, const Layout& lay, AklAACChanInfo& ci, P
   return kStsOk;
 }
 
-Status ReadSpectrum(FastReader& br, const Layout& lay, const AklAACChanInfo& ci, Akl32s* spectrum) {
+Status ReadSpectrum(BranchFreeReader& br, const Layout& lay, const AklAACChanInfo& ci, Akl32s* spectrum) {
   const bool short_windows = lay.window_sequence == kEightShort;
   const int sr = ci.samplingFrequencyIndex;
   const std::uint16_t* swb = short_windows ? kSwbOffsetShort[sr] : kSwbOffsetLong[sr];
@@ -329,7 +329,7 @@ void SetWindowFields(AklAACChanInfo& ci, int window_sequence) {
 
 // Everything after the ICS information.
 template <bool kGeneral>
-Status DecodeBody(FastReader& br, Layout lay, AklAACChanInfo& ci, bool side_info, Akl16s* scale_factor,
+Status DecodeBody(BranchFreeReader& br, Layout lay, AklAACChanInfo& ci, bool side_info, Akl16s* scale_factor,
                   Akl32s* spectrum, Akl8u* sfb_cb, Akl8s* tns_coef) {
   if (lay.window_sequence != kEightShort) lay.num_groups = 1;
   Status st = CheckLayout(lay);
@@ -365,7 +365,7 @@ Status aklsNoiselessDecoder_LC_AAC(Akl8u** ppBitStream, Akl32s* pBitOffset, Akl3
 
   AklAACChanInfo& ci = *pChanInfo;
   AklAACIcsInfo& ics = *ci.pIcsInfo;
-  FastReader br(*ppBitStream, *pBitOffset);
+  BranchFreeReader br(*ppBitStream, *pBitOffset);
   Status st = kStsOk;
   ci.globalGain = static_cast<Akl32s>(br.Read(8));
   if (!commonWindow) st = ReadIcsInfo(br, ics, 0);
@@ -400,7 +400,7 @@ Status aklsNoiselessDecode_AAC(Akl8u** ppBitStream, Akl32s* pBitOffset, void* pL
 
   AklAACChanInfo& ci = *pChanInfo;
   AklAACIcsInfo& ics = *ci.pIcsInfo;
-  FastReader br(*ppBitStream, *pBitOffset);
+  BranchFreeReader br(*ppBitStream, *pBitOffset);
   Status st = kStsOk;
   ci.globalGain = static_cast<Akl32s>(br.Read(8));
   Layout lay{};

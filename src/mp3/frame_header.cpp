@@ -6,63 +6,46 @@
 // bytes).
 #include <cstdint>
 
+#include "core/bitstream.hpp"
 #include "core/exports.hpp"
 #include "mp3/tables.hpp"
 
 namespace akl::mp3 {
 namespace {
 
-// MSB-first reader that fetches one byte at a time, only when its bits are needed.
-class ByteBitReader {
- public:
-  explicit ByteBitReader(const Akl8u* p) : p_(p) {}
-
-  Akl32s Read(int n) {
-    while (nbits_ < n) {
-      acc_ = (acc_ << 8) | *p_++;
-      nbits_ += 8;
-    }
-    nbits_ -= n;
-    return static_cast<Akl32s>((acc_ >> nbits_) & ((1u << n) - 1u));
-  }
-  // The byte holding the next unread bit.
-  const Akl8u* NextBytePtr() const { return p_ - (nbits_ + 7) / 8; }
-
- private:
-  const Akl8u* p_;
-  std::uint32_t acc_ = 0;
-  int nbits_ = 0;
-};
+// The side information is read through the byte reader, which fetches a
+// byte only when its bits are needed.
+inline Akl32s Field(ByteReader& br, int n) { return static_cast<Akl32s>(br.Read(n)); }
 
 // Reads one granule/channel record.  Returns false for a window-switched
 // granule with block type 0 (after reading its window-switching fields).
-bool ReadGranuleChannel(ByteBitReader& br, bool mpeg1, AklMP3SideInfo& si) {
-  si.part23Length = br.Read(12);
-  si.bigValues = br.Read(9);
-  si.globalGain = br.Read(8);
-  si.scalefacCompress = br.Read(mpeg1 ? 4 : 9);
-  si.windowSwitchingFlag = br.Read(1);
+bool ReadGranuleChannel(ByteReader& br, bool mpeg1, AklMP3SideInfo& si) {
+  si.part23Length = Field(br, 12);
+  si.bigValues = Field(br, 9);
+  si.globalGain = Field(br, 8);
+  si.scalefacCompress = Field(br, mpeg1 ? 4 : 9);
+  si.windowSwitchingFlag = Field(br, 1);
   if (si.windowSwitchingFlag != 0) {
-    si.blockType = br.Read(2);
-    si.mixedBlockFlag = br.Read(1);
-    si.tableSelect[0] = br.Read(5);
-    si.tableSelect[1] = br.Read(5);
-    for (Akl32s& g : si.subblockGain) g = br.Read(3);
+    si.blockType = Field(br, 2);
+    si.mixedBlockFlag = Field(br, 1);
+    si.tableSelect[0] = Field(br, 5);
+    si.tableSelect[1] = Field(br, 5);
+    for (Akl32s& g : si.subblockGain) g = Field(br, 3);
     if (si.blockType == 0) return false;
     // Region 0 and region 1 together always span the 22 long bands, so the
     // window-switched granule has no region 2.
     si.region0Count = (si.blockType == 2 && si.mixedBlockFlag == 0) ? 8 : 7;
     si.region1Count = 20 - si.region0Count;
   } else {
-    for (Akl32s& t : si.tableSelect) t = br.Read(5);
-    si.region0Count = br.Read(4);
-    si.region1Count = br.Read(3);
+    for (Akl32s& t : si.tableSelect) t = Field(br, 5);
+    si.region0Count = Field(br, 4);
+    si.region1Count = Field(br, 3);
     si.blockType = 0;
     si.mixedBlockFlag = 0;
   }
-  if (mpeg1) si.preflag = br.Read(1);
-  si.scalefacScale = br.Read(1);
-  si.count1TableSelect = br.Read(1);
+  if (mpeg1) si.preflag = Field(br, 1);
+  si.scalefacScale = Field(br, 1);
+  si.count1TableSelect = Field(br, 1);
   return true;
 }
 
@@ -105,24 +88,24 @@ Status aklsUnpackSideInfo_MP3(Akl8u** ppBitStream, AklMP3SideInfo* pDstSideInfo,
   const int channels = h.mode == 3 ? 1 : 2;
   const bool mpeg1 = h.id == 1;
   const int granules = mpeg1 ? 2 : 1;
-  ByteBitReader br(*ppBitStream);
+  ByteReader br(*ppBitStream, 0);
   if (mpeg1) {
-    *pDstMainDataBegin = br.Read(9);
-    *pDstPrivateBits = br.Read(channels == 1 ? 5 : 3);
-    for (int i = 0; i < 4 * channels; ++i) pDstScfsi[i] = br.Read(1);
+    *pDstMainDataBegin = Field(br, 9);
+    *pDstPrivateBits = Field(br, channels == 1 ? 5 : 3);
+    for (int i = 0; i < 4 * channels; ++i) pDstScfsi[i] = Field(br, 1);
   } else {
-    *pDstMainDataBegin = br.Read(8);
-    *pDstPrivateBits = br.Read(channels == 1 ? 1 : 2);
+    *pDstMainDataBegin = Field(br, 8);
+    *pDstPrivateBits = Field(br, channels == 1 ? 1 : 2);
   }
   for (int gr = 0; gr < granules; ++gr) {
     for (int ch = 0; ch < channels; ++ch) {
       if (!ReadGranuleChannel(br, mpeg1, pDstSideInfo[gr * channels + ch])) {
-        *ppBitStream = const_cast<Akl8u*>(br.NextBytePtr());
+        *ppBitStream = const_cast<Akl8u*>(br.BytePtr());
         return kStsMP3SideInfoErr;
       }
     }
   }
-  *ppBitStream = const_cast<Akl8u*>(br.NextBytePtr());
+  *ppBitStream = const_cast<Akl8u*>(br.BytePtr());
   return kStsOk;
 }
 

@@ -15,70 +15,15 @@ namespace {
 
 constexpr int kLines = 576;
 
-// Bit reader for the hot loop: a 64-bit accumulator, left-aligned, refilled
-// one aligned big-endian 32-bit word at a time whenever fewer than 32 bits
-// are in hand.  Every code step needs at most 32 bits from where it starts,
-// so a refill never loads beyond the aligned word after the last bit a step
-// uses.  Words past `limit_` (the aligned word after the last bit of the
-// Huffman data) are never loaded: the reader supplies zero bits there.
-// Only a malformed granule, whose big values run past hufSize, gets that far;
-// it is reported as kStsErr all the same.
-class HotReader {
- public:
-  HotReader(const Akl8u* byte_ptr, int bit_offset, std::int64_t bits_available)
-      : base_(byte_ptr - (reinterpret_cast<std::uintptr_t>(byte_ptr) & 3u)) {
-    const std::size_t start = (reinterpret_cast<std::uintptr_t>(byte_ptr) & 3u) * 8u + static_cast<unsigned>(bit_offset);
-    end_ = start + static_cast<std::size_t>(bits_available);
-    limit_ = bits_available > 0 ? (end_ - 1) / 32 + 1 : start / 32;
-    next_ = start / 32;
-    Refill();
-    Skip(static_cast<int>(start & 31u));
-  }
-
-  void Refill() {
-    if (nbits_ < 32) {
-      const std::uint64_t w = next_ <= limit_ ? LoadBE32(base_ + next_ * 4) : 0u;
-      acc_ |= w << (32 - nbits_);
-      nbits_ += 32;
-      ++next_;
-    }
-  }
-  // The next n bits (1..32); at least n bits must be in hand.
-  std::uint32_t Peek(int n) const { return static_cast<std::uint32_t>(acc_ >> (64 - n)); }
-  void Skip(int n) {
-    acc_ <<= n;
-    nbits_ -= n;
-  }
-  std::uint32_t Read(int n) {
-    const std::uint32_t v = Peek(n);
-    Skip(n);
-    return v;
-  }
-  // Applies the sign bit that follows a non-zero magnitude, without a
-  // branch: whether a sign bit follows is data and predicts badly.
-  Akl32s Signed(std::uint32_t magnitude) {
-    const std::uint32_t has = magnitude != 0;
-    const auto neg = static_cast<std::uint32_t>(acc_ >> 63) & has;
-    acc_ <<= has;
-    nbits_ -= static_cast<int>(has);
-    return static_cast<Akl32s>((magnitude ^ (0u - neg)) + neg);
-  }
-
-  // Absolute bit position from the aligned base.
-  std::size_t Position() const { return next_ * 32 - static_cast<std::size_t>(nbits_); }
-  // Bits left of the Huffman data (negative after an overrun).
-  std::int64_t Remaining() const {
-    return static_cast<std::int64_t>(end_) - static_cast<std::int64_t>(Position());
-  }
-  std::size_t End() const { return end_; }
-  const Akl8u* Base() const { return base_; }
-
- private:
-  const Akl8u* base_;
-  std::uint64_t acc_ = 0;
-  int nbits_ = 0;
-  std::size_t end_ = 0, next_ = 0, limit_ = 0;
-};
+// The Huffman data is read through the bounded reader: a 64-bit accumulator,
+// refilled one aligned word at a time whenever fewer than 32 bits are in
+// hand.  Every code step needs at most 32 bits from where it starts, so a
+// refill never loads beyond the aligned word after the last bit a step uses.
+// Words past the aligned word after the last bit of the Huffman data are
+// never loaded: the reader supplies zero bits there.  Only a malformed
+// granule, whose big values run past hufSize, gets that far; it is reported
+// as kStsErr all the same.
+using HotReader = BoundedReader;
 
 void WriteCursor(const Akl8u* base, std::size_t pos, Akl8u** pp, Akl32s* off) {
   *pp = const_cast<Akl8u*>(base + pos / 8);
@@ -121,17 +66,17 @@ void DecodePairs(HotReader& br, const HuffmanTable& t, Akl32s* out, int begin, i
     if constexpr (kLinbits) {
       if (x == 15) {
         br.Refill();
-        x += br.Read(linbits);
+        x += br.ReadInHand(linbits);
       }
-      out[i] = br.Signed(x);
+      out[i] = br.TakeSign(x);
       if (y == 15) {
         br.Refill();
-        y += br.Read(linbits);
+        y += br.ReadInHand(linbits);
       }
-      out[i + 1] = br.Signed(y);
+      out[i + 1] = br.TakeSign(y);
     } else {
-      out[i] = br.Signed(x);
-      out[i + 1] = br.Signed(y);
+      out[i] = br.TakeSign(x);
+      out[i + 1] = br.TakeSign(y);
     }
   }
 }

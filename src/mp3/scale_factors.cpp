@@ -11,7 +11,7 @@ namespace akl::mp3 {
 namespace {
 
 // Reads `count` values of `bits` bits each into dst (zeros, reading nothing, when bits is 0).
-void ReadValues(BitReader& br, Akl8s* dst, int count, int bits) {
+void ReadValues(ByteReader& br, Akl8s* dst, int count, int bits) {
   for (int i = 0; i < count; ++i) dst[i] = static_cast<Akl8s>(br.Read(bits));
 }
 
@@ -19,7 +19,7 @@ void ZeroValues(Akl8s* dst, int count) {
   for (int i = 0; i < count; ++i) dst[i] = 0;
 }
 
-void UnpackMpeg1(BitReader& br, Akl8s* sf, const AklMP3SideInfo& si, const Akl32s* scfsi, int granule) {
+void UnpackMpeg1(ByteReader& br, Akl8s* sf, const AklMP3SideInfo& si, const Akl32s* scfsi, int granule) {
   const int slen1 = kSlen1[si.scalefacCompress];
   const int slen2 = kSlen2[si.scalefacCompress];
   sf[21] = 0;
@@ -45,7 +45,7 @@ void UnpackMpeg1(BitReader& br, Akl8s* sf, const AklMP3SideInfo& si, const Akl32
   }
 }
 
-void UnpackMpeg2(BitReader& br, Akl8s* sf, AklMP3SideInfo& si, const AklMP3FrameHeader& h, int channel) {
+void UnpackMpeg2(ByteReader& br, Akl8s* sf, AklMP3SideInfo& si, const AklMP3FrameHeader& h, int channel) {
   int kind = 0;
   if (si.blockType == 2) {
     si.mixedBlockFlag &= 1;
@@ -140,7 +140,7 @@ Status aklsUnpackScaleFactors_MP3_1u8s(Akl8u** ppBitStream, Akl32s* pOffset, Akl
     if (Above(h.modeExtension, 3)) return kStsMP3FrameHeaderErr;
   }
 
-  BitReader br(*ppBitStream, *pOffset);
+  ByteReader br(*ppBitStream, *pOffset);
   if (h.id == 1)
     UnpackMpeg1(br, pDstScaleFactor, si, pScfsi, granule);
   else

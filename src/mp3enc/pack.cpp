@@ -17,28 +17,6 @@
 namespace akl::mp3 {
 namespace {
 
-// MSB-first byte writer for the byte-aligned header and side information.
-class ByteBitWriter {
- public:
-  explicit ByteBitWriter(Akl8u* p) : p_(p) {}
-  void Write(Akl32s v, int n) {
-    for (int i = n - 1; i >= 0; --i) {
-      acc_ = static_cast<std::uint32_t>((acc_ << 1) | ((static_cast<std::uint32_t>(v) >> i) & 1u));
-      if (++nbits_ == 8) {
-        *p_++ = static_cast<Akl8u>(acc_);
-        acc_ = 0;
-        nbits_ = 0;
-      }
-    }
-  }
-  Akl8u* Ptr() const { return p_; }
-
- private:
-  Akl8u* p_;
-  std::uint32_t acc_ = 0;
-  int nbits_ = 0;
-};
-
 bool HeaderFieldsValid(const AklMP3FrameHeader& h) {
   return !(Above(h.id, 1) || h.layer != 1 || Above(h.protectionBit, 1) || Above(h.bitrateIndex, 14) ||
            Above(h.samplingFreqIndex, 2) || Above(h.paddingBit, 1) || Above(h.privateBit, 1) || Above(h.mode, 3) ||
@@ -64,7 +42,7 @@ bool RecordValid(const AklMP3SideInfo& si, bool mpeg1) {
   return !(Above(si.region0Count, 15) || Above(si.region1Count, 7));
 }
 
-void WriteRecord(ByteBitWriter& bw, const AklMP3SideInfo& si, bool mpeg1) {
+void WriteRecord(BitWriter& bw, const AklMP3SideInfo& si, bool mpeg1) {
   bw.Write(si.part23Length, 12);
   bw.Write(si.bigValues, 9);
   bw.Write(si.globalGain, 8);
@@ -92,7 +70,7 @@ Status aklsPackFrameHeader_MP3(const AklMP3FrameHeader* pSrcFrameHeader, Akl8u**
   if (!pSrcFrameHeader || !ppBitStream || !*ppBitStream) return kStsNullPtr;
   const AklMP3FrameHeader& h = *pSrcFrameHeader;
   if (!HeaderFieldsValid(h)) return kStsMP3FrameHeaderErr;
-  ByteBitWriter bw(*ppBitStream);
+  BitWriter bw(*ppBitStream, 0);
   bw.Write(0xFFF, 12);
   bw.Write(h.id, 1);
   bw.Write(h.layer, 2);
@@ -107,7 +85,7 @@ Status aklsPackFrameHeader_MP3(const AklMP3FrameHeader* pSrcFrameHeader, Akl8u**
   bw.Write(h.originalHome, 1);
   bw.Write(h.emphasis, 2);
   if (h.protectionBit == 0) bw.Write(h.crcWord, 16);
-  *ppBitStream = bw.Ptr();
+  *ppBitStream = bw.BytePtr();
   return kStsOk;
 }
 
@@ -128,13 +106,13 @@ Status aklsPackSideInfo_MP3(const AklMP3SideInfo* pSrcSideInfo, Akl8u** ppBitStr
   for (int i = 0; i < granules * channels; ++i)
     if (!RecordValid(pSrcSideInfo[i], mpeg1)) return kStsMP3SideInfoErr;
 
-  ByteBitWriter bw(*ppBitStream);
+  BitWriter bw(*ppBitStream, 0);
   bw.Write(mainDataBegin, mpeg1 ? 9 : 8);
   bw.Write(privateBits, private_len);
   if (mpeg1)
     for (int i = 0; i < 4 * channels; ++i) bw.Write(pSrcScfsi[i], 1);
   for (int i = 0; i < granules * channels; ++i) WriteRecord(bw, pSrcSideInfo[i], mpeg1);
-  *ppBitStream = bw.Ptr();
+  *ppBitStream = bw.BytePtr();
   return kStsOk;
 }
 

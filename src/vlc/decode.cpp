@@ -618,7 +618,7 @@ Status aklsVLCDecodeEscBlock_AAC_1u16s(Akl8u** ppBitStream, int* pBitOffset, Akl
   const DecodeSpec& s = *ps;
   const int pairs = len / 2;
   if (pairs < 1) return kStsOk;
-  WordReader r = WordReader::FromBytePointer(*ppBitStream, *pBitOffset);
+  WordReader r = WordReader::AtBytePointer(*ppBitStream, *pBitOffset);
   const Status st = WithFastTable(s, [&](const auto& t) {
     return FastEscAacLoop(t, r, pData, pairs);
   });
@@ -635,7 +635,7 @@ Status aklsVLCDecodeEscBlock_MP3_1u16s(Akl8u** ppBitStream, int* pBitOffset, int
   const DecodeSpec& s = *ps;
   const int pairs = len / 2;
   if (pairs < 1) return kStsOk;
-  WordReader r = WordReader::FromBytePointer(*ppBitStream, *pBitOffset);
+  WordReader r = WordReader::AtBytePointer(*ppBitStream, *pBitOffset);
   const int lb = ClampLinbits(linbits);
   WithFastTable(s, [&](const auto& t) {
     const int done = EscMp3BodyFor(t, r, lb, pData, pairs, s.maxLength);
@@ -696,7 +696,7 @@ Status aklsVLCDecodeUTupleEscBlock_AAC_1u16s(Akl8u** ppBitStream, int* pBitOffse
   if (pairs < 1) return kStsOk;
   const int per = PerRefill(s.maxLength, 2);
   if (per == 0) return ref::DecodeUTupleEscBlock_AAC_1u16sRef(ppBitStream, pBitOffset, pData, len, pSpec);
-  WordReader r = WordReader::FromBytePointer(*ppBitStream, *pBitOffset);
+  WordReader r = WordReader::AtBytePointer(*ppBitStream, *pBitOffset);
   const Status st = WithFastTable(s, [&](const auto& t) {
     switch (per) {
       case 4: return FastTupleEscAacLoop<4>(t, r, pData, pairs, s.numValueBits);
@@ -722,7 +722,7 @@ Status aklsVLCDecodeUTupleEscBlock_MP3_1u16s(Akl8u** ppBitStream, int* pBitOffse
   if (per == 0) {
     return ref::DecodeUTupleEscBlock_MP3_1u16sRef(ppBitStream, pBitOffset, linbits, pData, len, pSpec);
   }
-  WordReader r = WordReader::FromBytePointer(*ppBitStream, *pBitOffset);
+  WordReader r = WordReader::AtBytePointer(*ppBitStream, *pBitOffset);
   const int lb = ClampLinbits(linbits);
   WithFastTable(s, [&](const auto& t) {
     switch (per) {

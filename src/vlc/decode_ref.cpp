@@ -187,7 +187,7 @@ Status DecodeEscBlock_AAC_1u16sRef(Akl8u** ppBitStream, int* pBitOffset, Akl16s*
   const DecodeSpec& s = *ps;
   const int pairs = len / 2;
   if (pairs < 1) return kStsOk;
-  WordReader r = WordReader::FromBytePointer(*ppBitStream, *pBitOffset);
+  WordReader r = WordReader::AtBytePointer(*ppBitStream, *pBitOffset);
   const Status st = WithWalker(s, [&](const auto& w) { return EscAacKernel(w, r, pData, pairs); });
   if (st != kStsOk) return st;
   r.WriteBack(ppBitStream, pBitOffset);
@@ -202,7 +202,7 @@ Status DecodeEscBlock_MP3_1u16sRef(Akl8u** ppBitStream, int* pBitOffset, int lin
   const DecodeSpec& s = *ps;
   const int pairs = len / 2;
   if (pairs < 1) return kStsOk;
-  WordReader r = WordReader::FromBytePointer(*ppBitStream, *pBitOffset);
+  WordReader r = WordReader::AtBytePointer(*ppBitStream, *pBitOffset);
   WithWalker(s, [&](const auto& w) { EscMp3Kernel(w, r, ClampLinbits(linbits), pData, pairs); });
   r.WriteBack(ppBitStream, pBitOffset);
   return kStsOk;
@@ -230,7 +230,7 @@ Status DecodeUTupleEscBlock_AAC_1u16sRef(Akl8u** ppBitStream, int* pBitOffset, A
   const DecodeSpec& s = *ps;
   const int pairs = len / 2;
   if (pairs < 1) return kStsOk;
-  WordReader r = WordReader::FromBytePointer(*ppBitStream, *pBitOffset);
+  WordReader r = WordReader::AtBytePointer(*ppBitStream, *pBitOffset);
   const Status st =
       WithWalker(s, [&](const auto& w) { return TupleEscAacKernel(w, r, pData, pairs, s.numValueBits, s.maxLength); });
   if (st != kStsOk) return st;
@@ -246,7 +246,7 @@ Status DecodeUTupleEscBlock_MP3_1u16sRef(Akl8u** ppBitStream, int* pBitOffset, i
   const DecodeSpec& s = *ps;
   const int pairs = len / 2;
   if (pairs < 1) return kStsOk;
-  WordReader r = WordReader::FromBytePointer(*ppBitStream, *pBitOffset);
+  WordReader r = WordReader::AtBytePointer(*ppBitStream, *pBitOffset);
   WithWalker(s, [&](const auto& w) {
     TupleEscMp3Kernel(w, r, ClampLinbits(linbits), pData, pairs, s.numValueBits, s.maxLength);
   });

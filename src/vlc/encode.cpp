@@ -88,7 +88,7 @@ class CodeTable {
 
 struct BitCounter {
   std::int64_t bits = 0;
-  void Put(std::uint32_t, int n) { bits += n; }
+  void Write(std::uint32_t, int n) { bits += n; }
 };
 
 int Magnitude(Akl16s v) { return v < 0 ? -static_cast<int>(v) : v; }
@@ -104,12 +104,12 @@ void EscAacPairs(const CodeTable& ct, const Akl16s* src, int pairs, Sink& sink) 
     const Akl16s a = src[2 * i];
     const Akl16s b = src[2 * i + 1];
     const int packed = PackPair(std::clamp<int>(a, -16, 16), std::clamp<int>(b, -16, 16));
-    sink.Put(ct.Code(packed), ct.Length(packed));
+    sink.Write(ct.Code(packed), ct.Length(packed));
     for (const Akl16s v : {a, b}) {
       const auto mag = static_cast<std::uint32_t>(Magnitude(v));
       if (mag < 16) continue;
       const int n = 31 - std::countl_zero(mag) - 4;  // 0..8
-      sink.Put((LowMask(n) << (n + 5)) | (mag & LowMask(n + 4)), 2 * n + 5);
+      sink.Write((LowMask(n) << (n + 5)) | (mag & LowMask(n + 4)), 2 * n + 5);
     }
   }
 }
@@ -129,24 +129,24 @@ void EscMp3Pairs(const CodeTable& ct, const Akl16s* src, int pairs, int linbits,
     const std::uint32_t code = ct.Code(packed);
     const int n = ct.Length(packed);
     auto put_escaped = [&](int mag, Akl16s v) {
-      sink.Put((static_cast<std::uint32_t>(mag - 15) << 1) | SignBit(v), linbits + 1);
+      sink.Write((static_cast<std::uint32_t>(mag - 15) << 1) | SignBit(v), linbits + 1);
     };
     if (mx >= 15) {
       const int signs = y != 0 ? 2 : 1;
       const int head = std::max(n - signs, 0);
-      sink.Put(head > 0 ? code >> (n - head) : 0u, head);
+      sink.Write(head > 0 ? code >> (n - head) : 0u, head);
       put_escaped(mx, x);
       if (my >= 15) {
         put_escaped(my, y);
       } else if (y != 0) {
-        sink.Put(SignBit(y), 1);
+        sink.Write(SignBit(y), 1);
       }
     } else if (my >= 15) {
       const int head = std::max(n - 1, 0);
-      sink.Put(head > 0 ? code >> (n - head) : 0u, head);
+      sink.Write(head > 0 ? code >> (n - head) : 0u, head);
       put_escaped(my, y);
     } else {
-      sink.Put(code, n);
+      sink.Write(code, n);
     }
   }
 }
@@ -214,7 +214,7 @@ Status aklsVLCEncodeOne_16s1u(Akl16s value, Akl8u** ppBitStream, int* pBitOffset
   if (BadOffset(*pBitOffset) || !IsEncodeContext(s)) return kStsVLCDataErr;
   const CodeTable ct(s);
   WordWriter w(*ppBitStream, *pBitOffset);
-  w.Put(ct.Code(value), ct.Length(value));
+  w.Write(ct.Code(value), ct.Length(value));
   w.Finish(ppBitStream, pBitOffset);
   return kStsOk;
 }
@@ -227,7 +227,7 @@ Status aklsVLCEncodeBlock_16s1u(const Akl16s* pSrc, int len, Akl8u** ppBitStream
   if (len < 1) return kStsOk;
   const CodeTable ct(s);
   WordWriter w(*ppBitStream, *pBitOffset);
-  for (int i = 0; i < len; ++i) w.Put(ct.Code(pSrc[i]), ct.Length(pSrc[i]));
+  for (int i = 0; i < len; ++i) w.Write(ct.Code(pSrc[i]), ct.Length(pSrc[i]));
   w.Finish(ppBitStream, pBitOffset);
   return kStsOk;
 }

@@ -146,6 +146,58 @@ TEST(SbrParser, Statuses) {
   }
 }
 
+// A real payload carried with a CRC: the header payload of frame 53 of
+// al_sbr_ps_04_new (SBR header, one channel, parametric stereo in its
+// extended data) as sent (extension 13), and rewritten as extension 14 with
+// the 10-bit CRC (x^10 + x^9 + x^5 + x^4 + x + 1, from zero) of every bit
+// after it.  Both parse alike; a flipped bit in the CRC or in the data is a
+// CRC error.
+TEST(SbrParser, CrcOnARealPayload) {
+  const std::vector<std::uint8_t> plain = {0xdf, 0xc8, 0x00, 0x20, 0x00, 0x73, 0x36, 0x52,
+                                           0x00, 0x00, 0x04, 0x2f, 0xfe, 0xff, 0xe0, 0x00};
+  std::vector<int> rest;  // the bits after the extension type
+  for (std::size_t i = 4; i < 8 * plain.size(); ++i) rest.push_back((plain[i / 8] >> (7 - i % 8)) & 1);
+  while ((4 + 10 + rest.size()) % 8) rest.push_back(0);
+  unsigned crc = 0;
+  for (int bit : rest) {
+    const unsigned in = static_cast<unsigned>(bit) ^ ((crc >> 9) & 1u);
+    crc = (crc << 1) & 0x3FFu;
+    if (in) crc ^= 0x233u;
+  }
+  std::vector<int> bits = {1, 1, 1, 0};
+  for (int i = 9; i >= 0; --i) bits.push_back((crc >> i) & 1);
+  bits.insert(bits.end(), rest.begin(), rest.end());
+  std::vector<std::uint8_t> with_crc(bits.size() / 8, 0);
+  for (std::size_t i = 0; i < bits.size(); ++i)
+    if (bits[i]) with_crc[i / 8] = static_cast<std::uint8_t>(with_crc[i / 8] | (0x80 >> (i % 8)));
+  auto parse = [](const std::vector<std::uint8_t>& bytes, aacdec::SbrFrameData* data, aacdec::PsSyntax* ps,
+                  int* ps_result) {
+    aacdec::SbrHeader h;
+    aacdec::SbrTables t;
+    bool have = false, reset = false, coupling = false;
+    aacdec::SbrFrameData prev[2];
+    return aacdec::ParseSbrPayload(bytes.data(), static_cast<int>(bytes.size()), 1, 32000, &h, &have, &t, &reset,
+                                   data, &coupling, prev, ps, ps_result);
+  };
+  aacdec::SbrFrameData a[2], b[2];
+  aacdec::PsSyntax pa, pb;
+  int ra = 0, rb = 0;
+  ASSERT_EQ(parse(plain, a, &pa, &ra), SbrError::kNone);
+  ASSERT_EQ(parse(with_crc, b, &pb, &rb), SbrError::kNone);
+  EXPECT_EQ(ra, 1);
+  EXPECT_EQ(rb, 1);
+  EXPECT_EQ(a[0].num_env, b[0].num_env);
+  EXPECT_EQ(a[0].env, b[0].env);
+  EXPECT_EQ(a[0].noise, b[0].noise);
+  EXPECT_EQ(pa.iid, pb.iid);
+  EXPECT_EQ(pa.icc, pb.icc);
+  for (const std::size_t bit : {std::size_t{6}, std::size_t{40}}) {  // in the CRC, in the header
+    std::vector<std::uint8_t> bad = with_crc;
+    bad[bit / 8] = static_cast<std::uint8_t>(bad[bit / 8] ^ (0x80 >> (bit % 8)));
+    EXPECT_EQ(parse(bad, b, &pb, &rb), SbrError::kCrc) << bit;
+  }
+}
+
 double Rms(const std::vector<std::int16_t>& a, const std::vector<std::int16_t>& b, std::size_t from, int* max_diff) {
   double s = 0;
   *max_diff = 0;

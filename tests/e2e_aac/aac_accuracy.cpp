@@ -54,11 +54,17 @@ const Case kCases[] = {
     {"ct_faac-adts (faac, short)", "conformance/aac/ct_faac-adts.adts", "conformance/aac/ct_faac-adts.s16", false, false, 0.5, 2,
      1024},  // FFmpeg's raw ADTS input drops the first frame's output here
     {"am05_44 (Main, 5.1)", "conformance/aac/am05_44.adts", "conformance/aac/am05_44.s16", false, false, 0.5, 2},
+    // Frames 44-59: a channel pair's first prediction under M/S is at 47.
+    {"am05_44 frames 44-59", "conformance/aac/am05_44_f0.adts", "conformance/aac/am05_44_f44.s16", false, false, 0.5, 2,
+     44 * 1024, true},
     {"am00_88 (Main, 88.2 kHz)", "conformance/aac/am00_88.adts", "conformance/aac/am00_88.s16", false, false, 0.5, 2},
     // Frames 2900-3259 decoded cold, compared from 3200 on: frames 3227-3228
     // were 4 steps off while the predictors took the integer spectrum as input.
     {"am00_88 frames 3200-3259", "conformance/aac/am00_88_f2900.adts", "conformance/aac/am00_88_f3200.s16", false, false,
      0.5, 2, 300 * 1024, true},
+    // The cut holds one eight-short frame; the long-stop frame after it uses
+    // LTP, from a history that holds the short frame's output (without LTP
+    // there: max 5286).
     {"ap05_48 (LTP)", "conformance/aac/ap05_48.adts", "conformance/aac/ap05_48.s16", false, false, 0.5, 2},
     {"al18_44 (PNS)", "conformance/aac/al18_44.adts", "conformance/aac/al18_44.s16", false, true, 1.0, 1.0},
     {"tv 22k05 mono speech", "aac_ref/aac_lc_22k05_mono_32_speech.aac", "aac_ref/aac_lc_22k05_mono_32_speech.aac.faad.f32", true, false, 0.35, 1},

@@ -23,7 +23,9 @@ CONFORMANCE = {
 MAIN_LTP = {"am00_88": (250, 1)}
 # (first frame, first compared frame, compared frames): am00_88's output frames
 # 3227-3228 are where an imprecise predictor input showed (4 steps off).
-EXCERPTS = {"am00_88": [(2900, 3200, 60)]}
+# am05_44's frames 44-59: its first prediction with M/S in a channel pair is
+# at frame 47, past the 40-frame cut.
+EXCERPTS = {"am00_88": [(2900, 3200, 60)], "am05_44": [(0, 44, 16)]}
 REFUSED = {}
 TESTVECTORS = [
     "aac_lc_22k05_mono_32_speech.aac", "aac_lc_32k_st_96_clicks_tns.aac",
@@ -41,10 +43,25 @@ def adts_prefix(data, frames):
 
 out = os.path.join(root, "conformance", "aac")
 os.makedirs(out, exist_ok=True)
+
+
+def write_excerpts(name, stream, ref, ch):
+    # A stretch of the stream: frames FIRST up to REF + REF_FRAMES, compared
+    # from frame REF on.  One started cold in the middle (FIRST > 0) needs
+    # the predictors to have forgotten their start by REF: for am00_88, 300
+    # frames do (from FIRST = 3000 they have not).
+    for first, ref_first, ref_frames in EXCERPTS.get(name, []):
+        head = adts_prefix(stream, first)
+        part = adts_prefix(stream[len(head):], ref_first + ref_frames - first)
+        open(os.path.join(out, "%s_f%d.adts" % (name, first)), "wb").write(part)
+        open(os.path.join(out, "%s_f%d.s16" % (name, ref_first)), "wb").write(
+            ref[ref_first * 1024 * ch * 2:(ref_first + ref_frames) * 1024 * ch * 2])
+
 for name, (frames, ch) in CONFORMANCE.items():
     ext = ".aac" if name.startswith("ct_") else ".adts"
     stream = open(os.path.join(shared, "conformance", "aac", name + ext), "rb").read()
     ref = open(os.path.join(shared, "conformance", "aac", "ffmpeg_proxy", name + ".s16"), "rb").read()
+    write_excerpts(name, stream, ref, ch)
     if frames:
         stream = adts_prefix(stream, frames)
         # FFmpeg's decode of the raw ADTS file lacks the first frame's output.
@@ -64,15 +81,7 @@ for name, (frames, ch) in MAIN_LTP.items():
     ref = open(os.path.join(shared, "conformance", "aac_main_ltp", "ffmpeg_proxy", name + ".s16"), "rb").read()
     open(os.path.join(out, name + ".adts"), "wb").write(adts_prefix(stream, frames))
     open(os.path.join(out, name + ".s16"), "wb").write(ref[:frames * 1024 * ch * 2])
-    # A stretch from the middle of the stream, started cold: frames FIRST up to
-    # REF + REF_FRAMES, compared from frame REF on (the predictors have
-    # forgotten their cold start by then: from FIRST = 3000 they have not).
-    for first, ref_first, ref_frames in EXCERPTS.get(name, []):
-        head = adts_prefix(stream, first)
-        part = adts_prefix(stream[len(head):], ref_first + ref_frames - first)
-        open(os.path.join(out, "%s_f%d.adts" % (name, first)), "wb").write(part)
-        open(os.path.join(out, "%s_f%d.s16" % (name, ref_first)), "wb").write(
-            ref[ref_first * 1024 * ch * 2:(ref_first + ref_frames) * 1024 * ch * 2])
+    write_excerpts(name, stream, ref, ch)
 
 for name, frames in REFUSED.items():
     stream = open(os.path.join(shared, "conformance", "aac", name + ".adts"), "rb").read()

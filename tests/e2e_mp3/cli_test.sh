@@ -22,6 +22,19 @@ grep -q '^akl-mp3dec: dropped 0 frames: 0 at another sampling rate, 0 of an unsu
 grep -q ', 2 damaged, ' "$tmp/err" || fail "junk summary: $(cat "$tmp/err")"
 grep -q '^akl-mp3dec: skipped 1077 bytes: 1000 before the first frame, 77 after the last frame$' "$tmp/err" || fail "junk report: $(cat "$tmp/err")"
 
+# --mono: a stereo stream in one channel, (left + right) / 2 of its stereo decode.
+st=$data/mp3_ref/mp3_m1_44k1_js_128_music.mp3
+"$dec" -q --raw "$st" "$tmp/st.raw"
+"$dec" -q --raw --mono "$st" "$tmp/mono.raw"
+"$dec" -q --mono "$st" "$tmp/mono.wav"
+[ "$(od -An -tu2 -j22 -N2 "$tmp/mono.wav" | tr -d ' ')" -eq 1 ] || fail "--mono WAV channels"
+python3 - "$tmp/st.raw" "$tmp/mono.raw" <<'PY' || fail "--mono samples"
+import array, sys
+s, m = array.array('h', open(sys.argv[1], 'rb').read()), array.array('h', open(sys.argv[2], 'rb').read())
+assert len(m) * 2 == len(s), (len(m), len(s))
+assert all(m[i] == (s[2 * i] + s[2 * i + 1]) >> 1 for i in range(len(m)))
+PY
+
 if "$dec" "$data/mp3_e2e/sine_layer2.mp2" "$tmp/x.wav" 2>"$tmp/err"; then fail "Layer II accepted"; fi
 grep -q 'Layer II streams are not supported' "$tmp/err" || fail "Layer II message"
 if "$dec" "$data/mp3_e2e/sine_mpeg25.mp3" "$tmp/x.wav" 2>"$tmp/err"; then fail "MPEG-2.5 accepted"; fi

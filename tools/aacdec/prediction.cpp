@@ -14,6 +14,16 @@ Akl32s Saturate(double v) {
   if (r >= 2147483647.0) return INT32_MAX;
   return static_cast<Akl32s>(r);
 }
+// The same for single-precision input, in the history update of every frame
+// of every channel: branch-free, so that the loop vectorizes.  Adding and
+// subtracting 1.5 * 2^52 rounds a double of magnitude below 2^51 to the
+// nearest integer, ties to even, as nearbyint does.
+inline Akl32s SaturateFloat(float v) {
+  const double d = static_cast<double>(v);
+  const double r = (d + 0x1.8p52) - 0x1.8p52;
+  const double c = r < -2147483648.0 ? -2147483648.0 : (r > 2147483647.0 ? 2147483647.0 : r);
+  return d == d ? static_cast<Akl32s>(c) : 0;
+}
 constexpr int kPredSfbMax[12] = {33, 33, 38, 40, 40, 40, 41, 41, 37, 37, 37, 34};
 
 // Caller memory for a prediction state at a 64-byte boundary, so that two of
@@ -118,8 +128,8 @@ void PredictionTools::Update(int key, const float* out, const float* overlap) {
   alignas(16) Akl32s frame[1024];
   alignas(16) Akl32s ov[1024];
   for (int i = 0; i < 1024; ++i) {
-    frame[i] = Saturate(static_cast<double>(out[i]) * 8.0);
-    ov[i] = Saturate(static_cast<double>(overlap[i]) * 8.0);
+    frame[i] = SaturateFloat(out[i] * 8.0f);  // exact: a power of two
+    ov[i] = SaturateFloat(overlap[i] * 8.0f);
   }
   aklsLtpUpdate_AAC_32s(ch.history.data(), frame, ov);
 }

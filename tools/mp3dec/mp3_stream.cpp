@@ -532,7 +532,7 @@ bool UnitHeader(const AccessUnit& u, MpegHeader* h) { return u.size >= 4 && Pars
 
 }  // namespace
 
-DecodeStats DecodeUnits(const AccessUnit* units, std::size_t count, PcmSink* sink) {
+DecodeStats DecodeUnits(const AccessUnit* units, std::size_t count, PcmSink* sink, const DecodeOptions& options) {
   DecodeStats st;
   MpegHeader h;
   for (std::size_t i = 0; i < count; ++i) {
@@ -547,6 +547,7 @@ DecodeStats DecodeUnits(const AccessUnit* units, std::size_t count, PcmSink* sin
     st.channels = std::max(st.channels, h.channels);
   }
   if (!st.sample_rate) return st;
+  if (options.mono) st.channels = 1;
   sink->Format(st.sample_rate, st.channels);
   DeclareDamageKinds(st.damage);
   aklcli::DamageReport& dr = st.damage;
@@ -799,6 +800,7 @@ DecodeStats DecodeStream(ByteSource* source, const DecodeOptions& options, PcmSi
     }
   }
   if (!st.sample_rate) return st;
+  if (options.mono) st.channels = 1;
   sink->Format(st.sample_rate, st.channels);
   DeclareDamageKinds(st.damage);
   aklcli::DamageReport& dr = st.damage;

@@ -18,6 +18,7 @@ namespace aklmp3 {
 
 struct DecodeOptions {
   bool gapless = true;  // trim encoder delay and padding given by a LAME tag
+  bool mono = false;    // one output channel: stereo frames mixed down (left + right) / 2
 };
 
 // Where PCM goes: called with interleaved samples (frames x channels).
@@ -105,6 +106,7 @@ struct AccessUnit {
   const std::uint8_t* data;
   std::size_t size;
 };
-DecodeStats DecodeUnits(const AccessUnit* units, std::size_t count, PcmSink* sink);
+// Of the options, only `mono` applies (the container says what to trim).
+DecodeStats DecodeUnits(const AccessUnit* units, std::size_t count, PcmSink* sink, const DecodeOptions& options = {});
 
 }  // namespace aklmp3

@@ -62,7 +62,7 @@ DecodeStats DecodeInput(const std::uint8_t* data, std::size_t size, const Decode
   units.reserve(track.samples.size());
   for (const mp4::SampleRef& s : track.samples) units.push_back({data + s.offset, s.size});
   TrimSink trimmed(sink, movie, track, options.gapless);
-  DecodeStats stats = DecodeUnits(units.data(), units.size(), &trimmed);
+  DecodeStats stats = DecodeUnits(units.data(), units.size(), &trimmed, options);
   stats.samples_out = trimmed.passed();
   if (damage) *damage = movie.damage;
   return stats;
